@@ -1,0 +1,22 @@
+# Third-party libraries, all from Debian packages (scripts/install_deps.sh installs them).
+if(WIN32)
+  # zlib from libz-mingw-w64-dev; the system facilities come with mingw-w64 itself.
+  find_library(ZLIB_LIB NAMES libz.a z REQUIRED)
+  set(VT_PLATFORM_LIBS ${ZLIB_LIB} advapi32 ws2_32 iphlpapi ole32 rpcrt4 userenv)
+  # GoogleTest is built from the Debian source package for the Windows build.
+  set(gtest_force_shared_crt OFF CACHE BOOL "" FORCE)
+  set(INSTALL_GTEST OFF CACHE BOOL "" FORCE)
+  add_subdirectory(/usr/src/googletest ${CMAKE_BINARY_DIR}/googletest EXCLUDE_FROM_ALL)
+  set(VT_GTEST_LIBS GTest::gtest GTest::gmock)
+  set(VT_GTEST_MAIN GTest::gtest_main)
+else()
+  find_package(PkgConfig REQUIRED)
+  find_package(ZLIB REQUIRED)
+  find_package(SQLite3 REQUIRED)
+  pkg_check_modules(SYSTEMD REQUIRED IMPORTED_TARGET libsystemd)
+  find_package(Threads REQUIRED)
+  set(VT_PLATFORM_LIBS ZLIB::ZLIB SQLite::SQLite3 PkgConfig::SYSTEMD Threads::Threads)
+  find_package(GTest REQUIRED)
+  set(VT_GTEST_LIBS GTest::gtest GTest::gmock)
+  set(VT_GTEST_MAIN GTest::gtest_main)
+endif()
