@@ -3,12 +3,20 @@
 #include <string>
 #include <string_view>
 
+namespace vt {
+// The global 8-bit pass-through switch: when on, the narrow form of every string is each wide
+// character's low byte, so bytes received from the wire come out as they went in. The
+// configuration store owns the registry value that sets it.
+void setEightBitPassThrough(bool on) noexcept;
+bool eightBitPassThrough() noexcept;
+}  // namespace vt
+
 // The system's one string type: wide (UTF-16) text with a narrow form in the ANSI code page
 // (UTF-8 on Linux) built on first use and cached. Any change of the wide text drops the cache.
 // The cache is filled lazily from const methods, so one object must not be read from two
 // threads at once unless its narrow form was built before it was shared.
 class CQuilletString {
-public:
+  public:
     CQuilletString() = default;
     CQuilletString(const char16_t* wide) : m_wide(wide ? wide : u"") {}
     CQuilletString(std::u16string_view wide) : m_wide(wide) {}
@@ -46,7 +54,7 @@ public:
         return a.m_wide == b;
     }
 
-private:
+  private:
     void dropNarrow() const noexcept {
         m_narrowValid = false;
         m_narrowCharset = 0;
