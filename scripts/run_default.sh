@@ -13,7 +13,7 @@ mkdir -p "$RUN"
 export VTAGENT_REGISTRY=${VTAGENT_REGISTRY:-$RUN/registry.db}
 export VTAGENT_EVENTLOG_SOCKET=${VTAGENT_EVENTLOG_SOCKET:-/dev/log}
 for f in "$ROOT"/config/*.reg; do
-  [ -e "$f" ] && "$ROOT/build/linux/vtreg" import "$f"
+  if [ -e "$f" ]; then "$ROOT/build/linux/vtreg" import "$f"; fi
 done
 cd "$RUN"
 exec "$ROOT/build/linux/vtagent" -r
