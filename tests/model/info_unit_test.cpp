@@ -6,6 +6,7 @@
 #include <string>
 #include <thread>
 
+#include "model/concat.h"
 #include "model/info_unit_types.h"
 #include "model/log_capture_helper.h"
 #include "model/unit_time.h"
@@ -37,7 +38,7 @@ class InfoUnitTest : public ::testing::Test {
 std::string names(const CInfoUnit& unit) {
     std::string out;
     const CNameValueTree& p = unit.getProperties();
-    for (auto* e = p.firstEntry(); e; e = p.nextEntry(e)) out += n(e->getName().view()) + " ";
+    for (auto* e = p.firstEntry(); e; e = p.nextEntry(e)) out += ncat(n(e->getName().view()), " ");
     return out;
 }
 
@@ -51,11 +52,11 @@ TEST_F(InfoUnitTest, FreshBaseUnitHasTheBasePropertiesInOrder) {
     const std::string source = n(unit.getPropertyString(u"source"));
     EXPECT_FALSE(source.empty());
     EXPECT_EQ(xml,
-              "<event><iut>0</iut><timegenerated>2024-01-01 13:05:09</timegenerated>"
-              "<timereported>2024-01-01 13:05:09</timereported><importance>5</importance>"
-              "<syslogpriority>5</syslogpriority><syslogfacility>128</syslogfacility>"
-              "<resource></resource><syslogtag>Vantor</syslogtag><iuvers>2</iuvers><source>" +
-                  source + "</source><CustomerID>77</CustomerID><SystemID>88</SystemID></event>");
+              ncat("<event><iut>0</iut><timegenerated>2024-01-01 13:05:09</timegenerated>"
+                   "<timereported>2024-01-01 13:05:09</timereported><importance>5</importance>"
+                   "<syslogpriority>5</syslogpriority><syslogfacility>128</syslogfacility>"
+                   "<resource></resource><syslogtag>Vantor</syslogtag><iuvers>2</iuvers><source>",
+                   source, "</source><CustomerID>77</CustomerID><SystemID>88</SystemID></event>"));
     EXPECT_EQ(unit.getPropertyString(u"msg"), nullptr);
     EXPECT_EQ(unit.getPropertyTime(u"timegenerated"), fixedClock());
     EXPECT_EQ(unit.getActionFailed(), 0);
@@ -101,12 +102,14 @@ TEST_F(InfoUnitTest, MessageAccessors) {
     EXPECT_STREQ(unit.getMsgA(), "");
     EXPECT_EQ(std::u16string_view(unit.getMsgText()), u"");
     EXPECT_EQ(unit.getMsgString(), nullptr);
-    unit.setMsgA("gr\xC3\xBC\xC3\x9F");
+    const std::string narrow = platformNarrow(u"gr\u00FC\u00DF");
+    unit.setMsgA(narrow);
     EXPECT_EQ(unit.getMsgLength(), 4u);
-    EXPECT_EQ(unit.getMsgLengthA(), 6u);
+    EXPECT_EQ(unit.getMsgLengthA(), narrow.size());
     EXPECT_EQ(std::u16string_view(unit.getMsgText()), u"gr\u00FC\u00DF");
     EXPECT_EQ(std::string(unit.getMsgInCharset(1252)), "gr\xFC\xDF");
-    EXPECT_EQ(std::string(unit.getMsgInCharset(0)), "gr\xC3\xBC\xC3\x9F");
+    EXPECT_EQ(std::string(unit.getMsgInCharset(65001)), "gr\xC3\xBC\xC3\x9F");
+    EXPECT_EQ(std::string(unit.getMsgInCharset(0)), narrow);
     EXPECT_EQ(std::u16string_view(unit.getRawMsgText()), u"gr\u00FC\u00DF");
     unit.setMsgString(CQuilletString(u"s"));
     EXPECT_EQ(std::u16string_view(unit.getPlainMsgText()), u"s");
@@ -181,9 +184,10 @@ TEST_F(InfoUnitTest, EveryTypeIdHasItsClass) {
             EXPECT_EQ(std::u16string_view(back->getDescription()), row.description);
             EXPECT_EQ(back->toXML(), unit->toXML());
         } else {
-            EXPECT_EQ(log.count("constructInfoUnitFrom XML detected an invalid InfoUnit type (" +
-                                std::to_string(row.type) + ") - unit discarded."),
-                      1u);
+            EXPECT_EQ(
+                log.count(ncat("constructInfoUnitFrom XML detected an invalid InfoUnit type (",
+                               std::to_string(row.type), ") - unit discarded.")),
+                1u);
         }
     }
     for (int32_t none : {6, 7, 15, 24, -1})

@@ -5,6 +5,7 @@
 #include <thread>
 #include <vector>
 
+#include "model/concat.h"
 #include "model/linked_list.h"
 #include "model/log_capture_helper.h"
 #include "model/unit_time.h"
@@ -233,7 +234,7 @@ TEST(NameValueTree, FormattedAndNarrowSetters) {
     CNameValueTree tree;
     tree.setFormatted(u"f", "%s-%d-%04x", "ab", 7, 255);
     EXPECT_EQ(std::u16string_view(tree.getString(u"f")), u"ab-7-00ff");
-    tree.setStringA(u"n", "gr\xC3\xBC\xC3\x9F");
+    tree.setStringA(u"n", platformNarrow(u"gr\u00FC\u00DF"));
     EXPECT_EQ(std::u16string_view(tree.getString(u"n")), u"gr\u00FC\u00DF");
     tree.addInt(u"i", 5);
     tree.addInt(u"i", 6);

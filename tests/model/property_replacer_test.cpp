@@ -5,6 +5,7 @@
 #include <string>
 #include <vector>
 
+#include "model/concat.h"
 #include "model/info_unit.h"
 #include "model/quillet_string.h"
 #include "platform/utf_codec.h"
@@ -181,14 +182,14 @@ TEST(ReplacerLimits, LongPropertyNameIsCutAt2047Characters) {
     CInfoUnit unit;
     const std::u16string kept(2047, u'n');
     unit.setPropertyString(kept, u"found");
-    const std::u16string templ = u"%" + std::u16string(10000, u'n') + u"%!";
+    const std::u16string templ = ucat(u"%", std::u16string(10000, u'n'), u"%!");
     EXPECT_EQ(n(vt::replaceProperties(templ, &unit)), "found!");
     // A name of 2046 characters does not match the longer property.
-    EXPECT_EQ(n(vt::replaceProperties(u"%" + std::u16string(2046, u'n') + u"%", &unit)), "");
+    EXPECT_EQ(n(vt::replaceProperties(ucat(u"%", std::u16string(2046, u'n'), u"%"), &unit)), "");
 }
 
 TEST(ReplacerLimits, ErrorTextIsCappedAt512Characters) {
-    const std::u16string templ = u"%msg:1:5:bogus" + std::u16string(2000, u'z') + u"%";
+    const std::u16string templ = ucat(u"%msg:1:5:bogus", std::u16string(2000, u'z'), u"%");
     CInfoUnit unit;
     unit.setMsg(u"abc");
     const std::u16string out = vt::replaceProperties(templ, &unit);
@@ -199,8 +200,8 @@ TEST(ReplacerLimits, ErrorTextIsCappedAt512Characters) {
 TEST(ReplacerLimits, SearchTermBeyond511CharactersIsCut) {
     CInfoUnit unit;
     // The term is cut to 511 "a"; the value ends in 511 "a" followed by "b".
-    unit.setMsg(u"x" + std::u16string(511, u'a') + u"b");
-    const std::u16string templ = u"%msg:/" + std::u16string(600, u'a') + u"/$%";
+    unit.setMsg(ucat(u"x", std::u16string(511, u'a'), u"b"));
+    const std::u16string templ = ucat(u"%msg:/", std::u16string(600, u'a'), u"/$%");
     EXPECT_EQ(n(vt::replaceProperties(templ, &unit)), "b");
 }
 
@@ -217,7 +218,9 @@ TEST(ReplacerSurrogates, PairsSurviveAndPositionsCountCodeUnits) {
     // Cutting through a pair keeps the half; the narrow form turns it into U+FFFD.
     CQuilletString half(vt::replaceProperties(u"%msg:1:2%", &unit));
     EXPECT_EQ(half.view(), std::u16string_view(u"a\xD83D", 2));
+#ifndef _WIN32
     EXPECT_EQ(std::string(half.getStringA()), "a\xEF\xBF\xBD");
+#endif
 }
 
 TEST(ReplacerString, ReplacesInPlaceAndDropsNarrowCache) {

