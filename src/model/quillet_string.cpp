@@ -2,6 +2,8 @@
 
 #include <atomic>
 
+#include "model/property_replacer.h"
+#include "platform/charset_codec.h"
 #include "platform/system_error.h"
 #include "platform/text_codec.h"
 #include "service/debug_log.h"
@@ -15,6 +17,45 @@ void setEightBitPassThrough(bool on) noexcept {
 }
 bool eightBitPassThrough() noexcept {
     return g_eightBitPassThrough.load(std::memory_order_relaxed);
+}
+
+char16_t toLowerChar(char16_t c) noexcept {
+    if (c < 0x80) return (c >= u'A' && c <= u'Z') ? static_cast<char16_t>(c + 32) : c;
+    if (c >= 0xC0 && c <= 0xDE && c != 0xD7) return static_cast<char16_t>(c + 32);
+    if (c >= 0x100 && c <= 0x17F) {
+        if (c == 0x130) return u'i';
+        if (c == 0x178) return 0xFF;
+        const bool oddUpper = (c >= 0x139 && c <= 0x148) || (c >= 0x179 && c <= 0x17E);
+        const bool evenUpper =
+            (c <= 0x12F) || (c >= 0x132 && c <= 0x137) || (c >= 0x14A && c <= 0x177);
+        if (oddUpper && (c & 1)) return static_cast<char16_t>(c + 1);
+        if (evenUpper && !(c & 1)) return static_cast<char16_t>(c + 1);
+        return c;
+    }
+    if (c >= 0x391 && c <= 0x3A9 && c != 0x3A2) return static_cast<char16_t>(c + 32);
+    if (c >= 0x410 && c <= 0x42F) return static_cast<char16_t>(c + 32);
+    if (c >= 0x400 && c <= 0x40F) return static_cast<char16_t>(c + 80);
+    return c;
+}
+
+char16_t toUpperChar(char16_t c) noexcept {
+    if (c < 0x80) return (c >= u'a' && c <= u'z') ? static_cast<char16_t>(c - 32) : c;
+    if (c >= 0xE0 && c <= 0xFE && c != 0xF7) return static_cast<char16_t>(c - 32);
+    if (c == 0xFF) return 0x178;
+    if (c >= 0x100 && c <= 0x17F) {
+        if (c == 0x131) return u'I';
+        const bool evenLower = (c >= 0x13A && c <= 0x148) || (c >= 0x17A && c <= 0x17E);
+        const bool oddLower =
+            (c <= 0x12F) || (c >= 0x133 && c <= 0x137) || (c >= 0x14B && c <= 0x177);
+        if (evenLower && !(c & 1)) return static_cast<char16_t>(c - 1);
+        if (oddLower && (c & 1)) return static_cast<char16_t>(c - 1);
+        return c;
+    }
+    if (c == 0x3C2) return 0x3A3;
+    if (c >= 0x3B1 && c <= 0x3C9) return static_cast<char16_t>(c - 32);
+    if (c >= 0x430 && c <= 0x44F) return static_cast<char16_t>(c - 32);
+    if (c >= 0x450 && c <= 0x45F) return static_cast<char16_t>(c - 80);
+    return c;
 }
 }  // namespace vt
 
@@ -72,4 +113,41 @@ CQuilletString& CQuilletString::append(std::u16string_view text) {
 void CQuilletString::clear() noexcept {
     dropNarrow();
     m_wide.clear();
+}
+
+const char* CQuilletString::getStringInCharset(uint32_t charsetId) const {
+    if (charsetId == 0) return getStringA();
+    if (m_narrowValid && m_narrowCharset == charsetId) return m_narrow.c_str();
+    if (!vt::wideToCharset(charsetId, m_wide, m_narrow)) {
+        vt::debugPrintf(vt::DBG_ERROR,
+                        "CQuilletString|getStringInCharset: Failed to convert to character set "
+                        "%u - m_iLength = '%u'\r\n",
+                        charsetId, getLength());
+        m_narrow.clear();
+    }
+    m_narrowValid = true;
+    m_narrowCharset = charsetId;
+    return m_narrow.c_str();
+}
+
+uint32_t CQuilletString::getLengthInCharset(uint32_t charsetId) const {
+    getStringInCharset(charsetId);
+    return static_cast<uint32_t>(m_narrow.size());
+}
+
+void CQuilletString::toLower() {
+    dropNarrow();
+    for (char16_t& c : m_wide) c = vt::toLowerChar(c);
+}
+
+void CQuilletString::toUpper() {
+    dropNarrow();
+    for (char16_t& c : m_wide) c = vt::toUpperChar(c);
+}
+
+void CQuilletString::replaceProperties(const CInfoUnit* unit) {
+    std::u16string out;
+    out.reserve(m_wide.size() + 64);
+    vt::replaceProperties(m_wide, unit, out);
+    takeString(std::move(out));
 }

@@ -1,0 +1,265 @@
+#include "model/name_value_tree.h"
+
+#include <algorithm>
+#include <cstdarg>
+#include <cstdio>
+#include <limits>
+#include <string>
+
+#include "model/unit_time.h"
+#include "platform/text_codec.h"
+#include "service/debug_log.h"
+#include "service/error_report.h"
+
+namespace vt {
+
+bool parseIntValue(std::u16string_view text, int32_t& value) {
+    int64_t v = 0;
+    for (char16_t c : text) {
+        if (c < u'0' || c > u'9' || v > std::numeric_limits<int32_t>::max()) {
+            debugWrite(DBG_INFO, "No Numeric value in Tag!!!\r\n");
+            return false;
+        }
+        v = v * 10 + (c - u'0');
+    }
+    if (v > std::numeric_limits<int32_t>::max()) {
+        debugWrite(DBG_INFO, "No Numeric value in Tag!!!\r\n");
+        return false;
+    }
+    value = static_cast<int32_t>(v);
+    return true;
+}
+
+namespace {
+std::string narrowName(std::u16string_view name) {
+    std::string s;
+    wideToNarrow(name, s);
+    return s;
+}
+}  // namespace
+
+// ---------------------------------------------------------------- entries
+
+template <class EntryBase, class Tree>
+BasicNameValueTreeEntry<EntryBase, Tree>::~BasicNameValueTreeEntry() {
+    delete m_pChild;
+}
+
+template <class EntryBase, class Tree>
+Tree* BasicNameValueTreeEntry<EntryBase, Tree>::createChild() {
+    auto* child = new Tree();
+    delete m_pChild;
+    m_pChild = child;
+    child->m_pOwner = static_cast<typename Tree::EntryType*>(this);
+    return child;
+}
+
+template <class EntryBase, class Tree>
+Tree* BasicNameValueTreeEntry<EntryBase, Tree>::detachChild() noexcept {
+    Tree* child = m_pChild;
+    m_pChild = nullptr;
+    if (child) child->m_pOwner = nullptr;
+    return child;
+}
+
+template <class EntryBase, class Tree>
+void BasicNameValueTreeEntry<EntryBase, Tree>::setValue(std::u16string_view value) {
+    m_value.setString(value);
+    clearCaches();
+}
+
+template <class EntryBase, class Tree>
+void BasicNameValueTreeEntry<EntryBase, Tree>::setValue(const CQuilletString& value) {
+    m_value = value;
+    clearCaches();
+}
+
+template <class EntryBase, class Tree>
+void BasicNameValueTreeEntry<EntryBase, Tree>::setValueA(std::string_view narrow) {
+    m_value.setString(narrow);
+    clearCaches();
+}
+
+template <class EntryBase, class Tree>
+void BasicNameValueTreeEntry<EntryBase, Tree>::setValue(std::u16string&& value) {
+    m_value.takeString(std::move(value));
+    clearCaches();
+}
+
+template <class EntryBase, class Tree>
+int32_t BasicNameValueTreeEntry<EntryBase, Tree>::getInt() const {
+    if (!m_intParsed) {
+        int32_t v = 0;
+        m_intValue = parseIntValue(m_value.view(), v) ? v : -1;
+        m_intParsed = true;
+    }
+    return m_intValue;
+}
+
+template <class EntryBase, class Tree>
+int64_t BasicNameValueTreeEntry<EntryBase, Tree>::getTime() const {
+    if (!m_timeParsed) {
+        int64_t v = 0;
+        if (!parseTimeText(m_value.view(), v)) {
+            debugWrite(DBG_INFO, "Invalid Date value in Tag!!!");
+            v = 0;
+        }
+        m_timeValue = v;
+        m_timeParsed = true;
+    }
+    return m_timeValue;
+}
+
+template <class EntryBase, class Tree>
+void BasicNameValueTreeEntry<EntryBase, Tree>::setInt(int32_t value) {
+    // "%d" by hand: this runs a dozen times for every unit created.
+    char16_t digits[12];
+    size_t pos = sizeof digits / sizeof digits[0];
+    uint32_t magnitude =
+        value < 0 ? 0u - static_cast<uint32_t>(value) : static_cast<uint32_t>(value);
+    do {
+        digits[--pos] = static_cast<char16_t>(u'0' + magnitude % 10);
+        magnitude /= 10;
+    } while (magnitude);
+    if (value < 0) digits[--pos] = u'-';
+    setValue(std::u16string_view(digits + pos, sizeof digits / sizeof digits[0] - pos));
+}
+
+template <class EntryBase, class Tree>
+void BasicNameValueTreeEntry<EntryBase, Tree>::setTime(int64_t seconds) {
+    std::u16string text;
+    appendTimeText(seconds, text);
+    setValue(std::move(text));
+    int64_t parsed = 0;
+    // The cache holds what a read of the text would yield, so a time before 1970 still reads 0.
+    m_timeValue = parseTimeText(m_value.view(), parsed) ? parsed : 0;
+    m_timeParsed = true;
+}
+
+// ---------------------------------------------------------------- trees
+
+template <class ListBase, class Entry>
+const char16_t* BasicNameValueTree<ListBase, Entry>::getString(std::u16string_view name,
+                                                               bool mustExist) const {
+    if (Entry* e = findEntry(name)) return e->getValue().getString();
+    if (mustExist && debugOn(DBG_ERROR))
+        debugPrintf(DBG_ERROR, "CNameValueTree|Fatal error, Szt VALUE NOT FOUND: %s",
+                    narrowName(name).c_str());
+    return nullptr;
+}
+
+template <class ListBase, class Entry>
+const CQuilletString* BasicNameValueTree<ListBase, Entry>::getStringObject(std::u16string_view name,
+                                                                           bool mustExist) const {
+    if (Entry* e = findEntry(name)) return &e->getValue();
+    if (mustExist && debugOn(DBG_ERROR))
+        debugPrintf(DBG_ERROR, "CNameValueTree| Fatal error, Astr VALUE NOT FOUND: %s",
+                    narrowName(name).c_str());
+    return nullptr;
+}
+
+template <class ListBase, class Entry>
+int32_t BasicNameValueTree<ListBase, Entry>::getInt(std::u16string_view name,
+                                                    bool mustExist) const {
+    if (Entry* e = findEntry(name)) return e->getInt();
+    if (!mustExist) return -1;
+    char text[512];
+    std::snprintf(text, sizeof text, "CNameValueTree|Fatal error, Int VALUE NOT FOUND: %s",
+                  narrowName(name).c_str());
+    debugWrite(DBG_ERROR, text);
+    throw new CErrorReport(1100, CQuilletString(std::string_view(text)));
+}
+
+template <class ListBase, class Entry>
+int64_t BasicNameValueTree<ListBase, Entry>::getTime(std::u16string_view name) const {
+    if (Entry* e = findEntry(name)) return e->getTime();
+    if (debugOn(DBG_ULTRA))
+        debugPrintf(DBG_ULTRA, "CNameValueTree|Fatal error, Time VALUE NOT FOUND: %s",
+                    narrowName(name).c_str());
+    return 0;
+}
+
+template <class ListBase, class Entry>
+Entry* BasicNameValueTree<ListBase, Entry>::addEntry(std::u16string_view name) {
+    auto* e = new Entry(name);
+    this->append(e);
+    return e;
+}
+
+template <class ListBase, class Entry>
+Entry* BasicNameValueTree<ListBase, Entry>::setString(std::u16string_view name,
+                                                      std::u16string_view value) {
+    Entry* e = findEntry(name);
+    if (!e) e = addEntry(name);
+    e->setValue(value);
+    return e;
+}
+
+template <class ListBase, class Entry>
+Entry* BasicNameValueTree<ListBase, Entry>::setString(std::u16string_view name,
+                                                      const CQuilletString& value) {
+    Entry* e = findEntry(name);
+    if (!e) e = addEntry(name);
+    e->setValue(value);
+    return e;
+}
+
+template <class ListBase, class Entry>
+Entry* BasicNameValueTree<ListBase, Entry>::setStringA(std::u16string_view name,
+                                                       std::string_view narrow) {
+    Entry* e = findEntry(name);
+    if (!e) e = addEntry(name);
+    e->setValueA(narrow);
+    return e;
+}
+
+template <class ListBase, class Entry>
+Entry* BasicNameValueTree<ListBase, Entry>::setInt(std::u16string_view name, int32_t value) {
+    Entry* e = findEntry(name);
+    if (!e) e = addEntry(name);
+    e->setInt(value);
+    return e;
+}
+
+template <class ListBase, class Entry>
+Entry* BasicNameValueTree<ListBase, Entry>::setTime(std::u16string_view name, int64_t seconds) {
+    Entry* e = findEntry(name);
+    if (!e) e = addEntry(name);
+    e->setTime(seconds);
+    return e;
+}
+
+template <class ListBase, class Entry>
+Entry* BasicNameValueTree<ListBase, Entry>::setFormatted(std::u16string_view name,
+                                                         const char* format, ...) {
+    char buffer[4096];
+    va_list args;
+    va_start(args, format);
+    const int n = std::vsnprintf(buffer, sizeof buffer, format, args);
+    va_end(args);
+    const size_t len = n < 0 ? 0 : std::min<size_t>(static_cast<size_t>(n), sizeof buffer - 1);
+    return setStringA(name, std::string_view(buffer, len));
+}
+
+template <class ListBase, class Entry>
+Entry* BasicNameValueTree<ListBase, Entry>::addString(std::u16string_view name,
+                                                      std::u16string_view value) {
+    Entry* e = addEntry(name);
+    e->setValue(value);
+    return e;
+}
+
+template <class ListBase, class Entry>
+Entry* BasicNameValueTree<ListBase, Entry>::addInt(std::u16string_view name, int32_t value) {
+    Entry* e = addEntry(name);
+    e->setInt(value);
+    return e;
+}
+
+template class BasicNameValueTreeEntry<CSearchableLinkedListEntry, CNameValueTree>;
+template class BasicNameValueTreeEntry<CThreadSafeSearchableLinkedListEntry,
+                                       CThreadSafeNameValueTree>;
+template class BasicNameValueTree<CSearchableLinkedList, CNameValueTreeEntry>;
+template class BasicNameValueTree<CThreadSafeSearchableLinkedList, CThreadSafeNameValueTreeEntry>;
+
+}  // namespace vt

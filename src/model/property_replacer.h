@@ -1,0 +1,16 @@
+#pragma once
+#include <string>
+#include <string_view>
+
+class CInfoUnit;
+
+namespace vt {
+// Expands every "%name[:from[:to[:options]]]%" sequence of `templ` against the properties of
+// `unit` (which may be null) and appends the result to `out`. Never fails: a syntax error
+// becomes an "%ERROR: ...%" text in the output. Reads the unit without locking; the caller is
+// the one thread that owns the unit.
+void replaceProperties(std::u16string_view templ, const CInfoUnit* unit, std::u16string& out);
+
+// Convenience form that returns a new string.
+std::u16string replaceProperties(std::u16string_view templ, const CInfoUnit* unit);
+}  // namespace vt
