@@ -11,8 +11,8 @@
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     const std::string_view input(reinterpret_cast<const char*>(data), size);
     // Most inputs get the marker so that the fuzzer spends its time inside the inflater.
-    const std::string datagram = (size > 0 && data[0] == 'p') ? std::string(input.substr(1))
-                                                               : "z" + std::string(input);
+    const std::string datagram =
+        (size > 0 && data[0] == 'p') ? std::string(input.substr(1)) : "z" + std::string(input);
     std::string inflated;
     const vt::InflateResult r = vt::inflateSyslogDatagram(datagram, inflated);
     if (r == vt::InflateResult::Inflated) {

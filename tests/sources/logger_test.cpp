@@ -11,7 +11,9 @@
 
 namespace {
 
-bool haveLogger() { return std::system("logger --version >/dev/null 2>&1") == 0; }
+bool haveLogger() {
+    return std::system("logger --version >/dev/null 2>&1") == 0;
+}
 
 int runLogger(const std::string& transport, uint16_t port, const std::string& text) {
     const std::string command = "logger --rfc3164 -n 127.0.0.1 -P " + std::to_string(port) + " " +
@@ -51,7 +53,8 @@ TEST(Logger, TcpStreamIsFramedByLineFeed) {
         const vt::SyslogParts& p = splitter.splitSyslogMsg(vt::utf8ToUtf16(received[i].message));
         EXPECT_EQ(p.facility, 19u);
         EXPECT_EQ(p.tag.view(), u"vttest");
-        EXPECT_EQ(p.msg.view(), i == 0 ? u"vttest: first over tcp\n" : u"vttest: second over tcp\n");
+        EXPECT_EQ(p.msg.view(),
+                  i == 0 ? u"vttest: first over tcp\n" : u"vttest: second over tcp\n");
     }
 }
 

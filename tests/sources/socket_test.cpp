@@ -10,8 +10,8 @@
 
 #include "service/error_report.h"
 #include "sources/net/udp_server.h"
-#include "sources/syslog/syslog_server.h"
 #include "sources/socket_test_helper.h"
+#include "sources/syslog/syslog_server.h"
 
 namespace {
 
@@ -93,7 +93,8 @@ TEST(UdpServer, StopEndsBlockedReceive) {
         CIPAddress sender;
         result = static_cast<int>(server.receiveMessage(message, sender, -1));
     });
-    std::this_thread::sleep_for(milliseconds(50));  // let it block; correctness does not depend on it
+    std::this_thread::sleep_for(
+        milliseconds(50));  // let it block; correctness does not depend on it
     server.stop();
     receiver.join();
     EXPECT_EQ(result.load(), static_cast<int>(CUDPServer::Result::Stopped));
@@ -190,7 +191,8 @@ TEST(TcpServer, ThousandConcurrentConnections) {
         seen[i] = true;
     }
     clients.clear();
-    EXPECT_TRUE(server.waitUntil([&](const auto&, size_t closed) { return closed == kConnections; }));
+    EXPECT_TRUE(
+        server.waitUntil([&](const auto&, size_t closed) { return closed == kConnections; }));
 }
 
 // The silence rule: each message time-out of silence counts once; the connection is given
@@ -292,7 +294,8 @@ TEST(WinSock, InterruptEndsBlockedReceive) {
         char byte;
         result = client.receive(&byte, 1);
     });
-    std::this_thread::sleep_for(milliseconds(50));  // let it block; correctness does not depend on it
+    std::this_thread::sleep_for(
+        milliseconds(50));  // let it block; correctness does not depend on it
     client.interrupt();
     reader.join();
     EXPECT_LE(result.load(), 0);
@@ -304,8 +307,11 @@ TEST(CIPAddressText, Forms) {
         const char* shown;
         int family;
     } cases[] = {
-        {"0.0.0.0", "0.0.0.0", AF_INET}, {"", "0.0.0.0", AF_INET},   {"::", "::", AF_INET6},
-        {"[::1]", "::1", AF_INET6},      {"::ffff:10.1.2.3", "10.1.2.3", AF_INET6},
+        {"0.0.0.0", "0.0.0.0", AF_INET},
+        {"", "0.0.0.0", AF_INET},
+        {"::", "::", AF_INET6},
+        {"[::1]", "::1", AF_INET6},
+        {"::ffff:10.1.2.3", "10.1.2.3", AF_INET6},
         {"192.168.0.1", "192.168.0.1", AF_INET},
     };
     for (const auto& c : cases) {

@@ -21,7 +21,8 @@ class RecordingTcpServer : public CTCPServer {
         std::string message;
     };
 
-    explicit RecordingTcpServer(TcpServerSettings settings = {}) : CTCPServer(std::move(settings)) {}
+    explicit RecordingTcpServer(TcpServerSettings settings = {})
+        : CTCPServer(std::move(settings)) {}
     ~RecordingTcpServer() override { stopAndJoin(); }
 
     void start(const char* address) {
@@ -36,7 +37,8 @@ class RecordingTcpServer : public CTCPServer {
 
     // Waits until `predicate(received, closedCount)` holds or the time is up.
     template <class Predicate>
-    bool waitUntil(Predicate predicate, std::chrono::milliseconds limit = std::chrono::seconds(20)) {
+    bool waitUntil(Predicate predicate,
+                   std::chrono::milliseconds limit = std::chrono::seconds(20)) {
         std::unique_lock lock(m_lock);
         return m_changed.wait_for(lock, limit, [&] { return predicate(m_received, m_closed); });
     }

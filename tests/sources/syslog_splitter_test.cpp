@@ -17,7 +17,9 @@ using vt::SyslogParts;
 constexpr int64_t kNow = 1700000000;  // 2023-11-14 22:13:20 UTC
 const SyslogClock kClock{kNow, 2023};
 
-std::string u8(const CQuilletString& s) { return vt::utf16ToUtf8(s.view()); }
+std::string u8(const CQuilletString& s) {
+    return vt::utf16ToUtf8(s.view());
+}
 
 struct SplitCase {
     const char* name;
@@ -68,10 +70,9 @@ const SplitCase kCases[] = {
     {"host up to end", "<13>Jan  5 10:20:30 host1", true, 1, 5, "", "", "host1", true},
     {"host with byte above 126", "<13>Jan  5 10:20:30 h\xC3\xA9st app: x", true, 1, 5, "", "",
      "h\xC3\xA9st app: x", true},
-    {"host with DEL", "<13>Jan  5 10:20:30 h\x7Fst app: x", true, 1, 5, "", "",
-     "h\x7Fst app: x", true},
-    {"host with tab", "<13>Jan  5 10:20:30 h\tst app: x", true, 1, 5, "", "", "h\tst app: x",
+    {"host with DEL", "<13>Jan  5 10:20:30 h\x7Fst app: x", true, 1, 5, "", "", "h\x7Fst app: x",
      true},
+    {"host with tab", "<13>Jan  5 10:20:30 h\tst app: x", true, 1, 5, "", "", "h\tst app: x", true},
     {"empty host field", "<13>Jan  5 10:20:30  app: x", true, 1, 5, "", "app", "app: x", true},
     {"tag 31", "<13>Jan  5 10:20:30 h abcdefghijklmnopqrstuvwxyz01234: x", true, 1, 5, "h",
      "abcdefghijklmnopqrstuvwxyz01234", "abcdefghijklmnopqrstuvwxyz01234: x", true},
@@ -86,12 +87,12 @@ const SplitCase kCases[] = {
     {"percent fallback 40", "<14>%ABCDEFGHIJKLMNOPQRSTUVWXYZ-0123456789-ab: x", true, 1, 6, "",
      "ABCDEFGHIJKLMNOPQRSTUVWXYZ-0123456789-ab", "%ABCDEFGHIJKLMNOPQRSTUVWXYZ-0123456789-ab: x",
      false},
-    {"percent fallback 41", "<14>%ABCDEFGHIJKLMNOPQRSTUVWXYZ-0123456789-abc: x", true, 1, 6, "",
-     "", "%ABCDEFGHIJKLMNOPQRSTUVWXYZ-0123456789-abc: x", false},
+    {"percent fallback 41", "<14>%ABCDEFGHIJKLMNOPQRSTUVWXYZ-0123456789-abc: x", true, 1, 6, "", "",
+     "%ABCDEFGHIJKLMNOPQRSTUVWXYZ-0123456789-abc: x", false},
     {"percent adjacent colon", "<14>%: x", true, 1, 6, "", "", "%: x", false},
     {"percent without colon", "<14>%LINK down", true, 1, 6, "", "", "%LINK down", false},
-    {"percent found in raw text before the tag position",
-     "<13>Jan  5 10:20:30 h -%X: y", true, 1, 5, "h", "X", "-%X: y", true},
+    {"percent found in raw text before the tag position", "<13>Jan  5 10:20:30 h -%X: y", true, 1,
+     5, "h", "X", "-%X: y", true},
     {"leading tag wins over percent", "<13>Jan  5 10:20:30 h app %X: y", true, 1, 5, "h", "app",
      "app %X: y", true},
     {"percent fallback when parsing off", "<14>Jan  5 10:20:30 h %T: y", false, 1, 6, "", "T",
@@ -124,6 +125,8 @@ TEST(SyslogSplitter, TimestampIsLocalTimeOfCurrentYear) {
         int month, day, hour, minute, second;
     } cases[] = {
         {u"<13>Jan  5 10:20:30 host1 x", 0, 5, 10, 20, 30},
+        {u"<13>Jan  5 10:59:59 host1 x", 0, 5, 10, 59, 59},  // same hour as the one before
+        {u"<13>Jan  5 11:00:00 host1 x", 0, 5, 11, 0, 0},
         {u"<13>Dec 31 23:59:58 host1 x", 11, 31, 23, 59, 58},
         {u"<13>Jul 14 00:00:00 host1 x", 6, 14, 0, 0, 0},
     };

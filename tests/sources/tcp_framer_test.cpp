@@ -33,13 +33,13 @@ TEST(TcpSeparatorSetting, BackslashSequences) {
         const char16_t* setting;
         const char16_t* decoded;
     } cases[] = {
-        {u"\\n", u"\n"},          {u"\\r\\n", u"\r\n"},  {u"\\0", u""},
-        {u"a\\0b", u"ab"},        {u"\\t", u"\\t"},      {u"\\", u"\\"},
-        {u"x\\", u"x\\"},         {u"\\\\n", u"\\\n"},   {u"END", u"END"},
-        {u"\\n\\0\\r", u"\n\r"},
+        {u"\\n", u"\n"},  {u"\\r\\n", u"\r\n"},    {u"\\0", u""},    {u"a\\0b", u"ab"},
+        {u"\\t", u"\\t"}, {u"\\", u"\\"},          {u"x\\", u"x\\"}, {u"\\\\n", u"\\\n"},
+        {u"END", u"END"}, {u"\\n\\0\\r", u"\n\r"},
     };
     for (const auto& c : cases) {
-        SCOPED_TRACE(std::string(c.setting, c.setting + std::char_traits<char16_t>::length(c.setting)));
+        SCOPED_TRACE(
+            std::string(c.setting, c.setting + std::char_traits<char16_t>::length(c.setting)));
         EXPECT_EQ(vt::decodeTcpSeparator(c.setting), c.decoded);
     }
 }
@@ -101,9 +101,8 @@ TEST(TcpFramer, EveryCutGivesTheSameMessages) {
             ASSERT_GE(whole.size(), 2u);
             for (size_t a = 0; a <= stream.size(); ++a) {
                 for (size_t b = a; b <= stream.size(); b += 3) {
-                    const auto cut =
-                        frame(settings, {stream.substr(0, a), stream.substr(a, b - a),
-                                         stream.substr(b)});
+                    const auto cut = frame(
+                        settings, {stream.substr(0, a), stream.substr(a, b - a), stream.substr(b)});
                     ASSERT_EQ(cut, whole) << "cuts at " << a << " and " << b;
                 }
             }

@@ -11,7 +11,9 @@
 
 namespace vt::net {
 
-bool socketStartup() noexcept { return true; }
+bool socketStartup() noexcept {
+    return true;
+}
 
 uint32_t mapErrnoToSocketError(int e) noexcept {
     switch (e) {
@@ -22,32 +24,53 @@ uint32_t mapErrnoToSocketError(int e) noexcept {
             // Only reported to callers after SO_RCVTIMEO expired or on non-blocking sockets;
             // the wrappers distinguish the two, see CWinSock::receive.
             return SOCKERR_WOULDBLOCK;
-        case ETIMEDOUT: return SOCKERR_TIMEDOUT;
-        case ECONNREFUSED: return SOCKERR_CONNREFUSED;
-        case ECONNRESET: return SOCKERR_CONNRESET;
-        case EPIPE: return SOCKERR_CONNRESET;
-        case EADDRINUSE: return SOCKERR_ADDRINUSE;
-        case EADDRNOTAVAIL: return SOCKERR_ADDRNOTAVAIL;
-        case EHOSTUNREACH: return SOCKERR_HOSTUNREACH;
-        case ENETUNREACH: return SOCKERR_NETUNREACH;
+        case ETIMEDOUT:
+            return SOCKERR_TIMEDOUT;
+        case ECONNREFUSED:
+            return SOCKERR_CONNREFUSED;
+        case ECONNRESET:
+            return SOCKERR_CONNRESET;
+        case EPIPE:
+            return SOCKERR_CONNRESET;
+        case EADDRINUSE:
+            return SOCKERR_ADDRINUSE;
+        case EADDRNOTAVAIL:
+            return SOCKERR_ADDRNOTAVAIL;
+        case EHOSTUNREACH:
+            return SOCKERR_HOSTUNREACH;
+        case ENETUNREACH:
+            return SOCKERR_NETUNREACH;
         case EACCES:
-        case EPERM: return SOCKERR_ACCES;
-        case EINTR: return SOCKERR_INTR;
-        case EINVAL: return SOCKERR_INVAL;
+        case EPERM:
+            return SOCKERR_ACCES;
+        case EINTR:
+            return SOCKERR_INTR;
+        case EINVAL:
+            return SOCKERR_INVAL;
         case EMFILE:
-        case ENFILE: return SOCKERR_MFILE;
-        case EMSGSIZE: return SOCKERR_MSGSIZE;
-        case ECONNABORTED: return SOCKERR_CONNABORTED;
+        case ENFILE:
+            return SOCKERR_MFILE;
+        case EMSGSIZE:
+            return SOCKERR_MSGSIZE;
+        case ECONNABORTED:
+            return SOCKERR_CONNABORTED;
         case ENOBUFS:
-        case ENOMEM: return SOCKERR_NOBUFS;
-        case ENOTCONN: return SOCKERR_NOTCONN;
-        default: return static_cast<uint32_t>(e);
+        case ENOMEM:
+            return SOCKERR_NOBUFS;
+        case ENOTCONN:
+            return SOCKERR_NOTCONN;
+        default:
+            return static_cast<uint32_t>(e);
     }
 }
 
-uint32_t socketLastError() noexcept { return mapErrnoToSocketError(errno); }
+uint32_t socketLastError() noexcept {
+    return mapErrnoToSocketError(errno);
+}
 
-int closeSocketHandle(SocketHandle s) noexcept { return ::close(s); }
+int closeSocketHandle(SocketHandle s) noexcept {
+    return ::close(s);
+}
 
 bool setSocketNonBlocking(SocketHandle s, bool on) noexcept {
     const int flags = ::fcntl(s, F_GETFL, 0);
@@ -69,9 +92,13 @@ bool setSocketDontLinger(SocketHandle s) noexcept {
     return ::setsockopt(s, SOL_SOCKET, SO_LINGER, &l, sizeof l) == 0;
 }
 
-int shutdownSocket(SocketHandle s) noexcept { return ::shutdown(s, SHUT_RDWR); }
+int shutdownSocket(SocketHandle s) noexcept {
+    return ::shutdown(s, SHUT_RDWR);
+}
 
-bool isWouldBlock(uint32_t e) noexcept { return e == SOCKERR_WOULDBLOCK || e == SOCKERR_INTR; }
+bool isWouldBlock(uint32_t e) noexcept {
+    return e == SOCKERR_WOULDBLOCK || e == SOCKERR_INTR;
+}
 
 size_t raiseOpenSocketLimit(size_t wanted) noexcept {
     rlimit rl{};
@@ -107,7 +134,9 @@ CSocketPoller::~CSocketPoller() {
     if (m_impl->wakeFd >= 0) ::close(m_impl->wakeFd);
 }
 
-bool CSocketPoller::valid() const noexcept { return m_impl->epollFd >= 0 && m_impl->wakeFd >= 0; }
+bool CSocketPoller::valid() const noexcept {
+    return m_impl->epollFd >= 0 && m_impl->wakeFd >= 0;
+}
 
 bool CSocketPoller::add(SocketHandle s, void* context) noexcept {
     epoll_event ev{};

@@ -15,11 +15,17 @@ bool socketStartup() noexcept {
     return started;
 }
 
-uint32_t mapErrnoToSocketError(int e) noexcept { return static_cast<uint32_t>(e); }
+uint32_t mapErrnoToSocketError(int e) noexcept {
+    return static_cast<uint32_t>(e);
+}
 
-uint32_t socketLastError() noexcept { return static_cast<uint32_t>(WSAGetLastError()); }
+uint32_t socketLastError() noexcept {
+    return static_cast<uint32_t>(WSAGetLastError());
+}
 
-int closeSocketHandle(SocketHandle s) noexcept { return ::closesocket(s); }
+int closeSocketHandle(SocketHandle s) noexcept {
+    return ::closesocket(s);
+}
 
 bool setSocketNonBlocking(SocketHandle s, bool on) noexcept {
     u_long mode = on ? 1 : 0;
@@ -40,11 +46,17 @@ bool setSocketDontLinger(SocketHandle s) noexcept {
                         sizeof on) == 0;
 }
 
-int shutdownSocket(SocketHandle s) noexcept { return ::shutdown(s, SD_BOTH); }
+int shutdownSocket(SocketHandle s) noexcept {
+    return ::shutdown(s, SD_BOTH);
+}
 
-bool isWouldBlock(uint32_t e) noexcept { return e == SOCKERR_WOULDBLOCK || e == SOCKERR_INTR; }
+bool isWouldBlock(uint32_t e) noexcept {
+    return e == SOCKERR_WOULDBLOCK || e == SOCKERR_INTR;
+}
 
-size_t raiseOpenSocketLimit(size_t wanted) noexcept { return wanted; }
+size_t raiseOpenSocketLimit(size_t wanted) noexcept {
+    return wanted;
+}
 
 // WSAPoll has no wake-up handle of its own, so a loopback datagram socket pair stands in:
 // wake() sends one byte to the socket that is always part of the poll set.
@@ -86,7 +98,9 @@ CSocketPoller::~CSocketPoller() {
     if (m_impl->wakeSend != INVALID_SOCKET) ::closesocket(m_impl->wakeSend);
 }
 
-bool CSocketPoller::valid() const noexcept { return m_impl->wakeRecv != INVALID_SOCKET; }
+bool CSocketPoller::valid() const noexcept {
+    return m_impl->wakeRecv != INVALID_SOCKET;
+}
 
 bool CSocketPoller::add(SocketHandle s, void* context) noexcept {
     Impl& d = *m_impl;

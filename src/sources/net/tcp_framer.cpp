@@ -8,7 +8,9 @@
 namespace vt {
 namespace {
 
-bool isControl(unsigned char c) { return c < 32 || c == 127; }
+bool isControl(unsigned char c) {
+    return c < 32 || c == 127;
+}
 
 // Index of the first byte that needs escaping, or bytes.size().
 size_t findEscape(std::string_view bytes, bool escapeControl) noexcept {

@@ -142,7 +142,8 @@ void CTCPServer::acceptConnections(Clock::time_point now) {
             new CTcpConnection(std::move(socket), peer, m_nextId++, m_settings.framing));
         connection->m_lastData = now;
         if (!m_poller.add(connection->m_socket.handle(), connection.get())) {
-            vt::debugPrintf(vt::DBG_ERROR, "CTCPServer|accept: can't watch connection, error %u\r\n",
+            vt::debugPrintf(vt::DBG_ERROR,
+                            "CTCPServer|accept: can't watch connection, error %u\r\n",
                             static_cast<unsigned>(vt::net::socketLastError()));
             continue;
         }
@@ -166,8 +167,8 @@ void CTCPServer::deliver(CTcpConnection& connection, std::string_view message) {
 }
 
 void CTCPServer::readConnection(CTcpConnection& connection, Clock::time_point now) {
-    const int n = connection.m_socket.receive(m_readBuffer.data(),
-                                              static_cast<int>(m_readBuffer.size()));
+    const int n =
+        connection.m_socket.receive(m_readBuffer.data(), static_cast<int>(m_readBuffer.size()));
     if (n > 0) {
         connection.m_lastData = now;
         connection.m_timeouts = 0;
@@ -191,7 +192,8 @@ void CTCPServer::sweepSilent(Clock::time_point now) {
         CTcpConnection& connection = *owned;
         if (connection.m_closing) continue;
         const auto silent = duration_cast<milliseconds>(now - connection.m_lastData).count();
-        const uint32_t timeouts = rule.timeoutsAfter(static_cast<uint64_t>(std::max<int64_t>(silent, 0)));
+        const uint32_t timeouts =
+            rule.timeoutsAfter(static_cast<uint64_t>(std::max<int64_t>(silent, 0)));
         while (connection.m_timeouts < timeouts) {
             ++connection.m_timeouts;
             if (rule.givesUp(connection.m_timeouts)) break;
@@ -201,8 +203,7 @@ void CTCPServer::sweepSilent(Clock::time_point now) {
                             static_cast<int>(vt::net::SOCKERR_TIMEDOUT));
         }
         if (rule.givesUp(connection.m_timeouts)) {
-            vt::debugPrintf(vt::DBG_ULTRA,
-                            "CInfoSourceSyslog| ReceiveChar: SOCKET ERROR %d!\r\n",
+            vt::debugPrintf(vt::DBG_ULTRA, "CInfoSourceSyslog| ReceiveChar: SOCKET ERROR %d!\r\n",
                             static_cast<int>(vt::net::SOCKERR_TIMEDOUT));
             closeConnection(connection);
         }

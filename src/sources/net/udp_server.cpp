@@ -30,8 +30,8 @@ CUDPServer::Result CUDPServer::receiveMessage(std::string& message, CIPAddress& 
     message.clear();
     for (;;) {
         if (stopRequested()) return Result::Stopped;
-        const int n = m_socket.receiveFrom(m_buffer.data(), static_cast<int>(kBufferSize - 1),
-                                           sender);
+        const int n =
+            m_socket.receiveFrom(m_buffer.data(), static_cast<int>(kBufferSize - 1), sender);
         if (n >= 0) return finishDatagram(static_cast<size_t>(n), message);
         m_lastError = m_socket.lastError();
         if (!vt::net::isWouldBlock(m_lastError)) return Result::Error;
@@ -49,9 +49,13 @@ CUDPServer::Result CUDPServer::finishDatagram(size_t length, std::string& messag
     const std::string_view datagram(m_buffer.data(), length);
     std::string_view text = datagram;
     switch (vt::inflateSyslogDatagram(datagram, m_inflated)) {
-        case vt::InflateResult::NotCompressed: break;
-        case vt::InflateResult::Inflated: text = m_inflated; break;
-        default: return Result::Dropped;
+        case vt::InflateResult::NotCompressed:
+            break;
+        case vt::InflateResult::Inflated:
+            text = m_inflated;
+            break;
+        default:
+            return Result::Dropped;
     }
     if (text.empty()) {
         vt::debugWrite(vt::DBG_ULTRA, "CUDPServer|ReceiveMessage: empty datagram ignored\r\n");

@@ -30,8 +30,7 @@ bool CIPAddress::fromText(std::string_view text, uint16_t port, CIPAddress& out)
         hints.ai_family = AF_UNSPEC;
         hints.ai_flags = flags;
         addrinfo* result = nullptr;
-        if (::getaddrinfo(host.c_str(), service.c_str(), &hints, &result) != 0 || !result)
-            continue;
+        if (::getaddrinfo(host.c_str(), service.c_str(), &hints, &result) != 0 || !result) continue;
         std::memcpy(&out.m_storage, result->ai_addr, result->ai_addrlen);
         out.m_length = static_cast<socklen_t>(result->ai_addrlen);
         ::freeaddrinfo(result);
@@ -67,8 +66,7 @@ uint16_t CIPAddress::port() const noexcept {
 
 void CIPAddress::setPort(uint16_t port) noexcept {
     if (family() == AF_INET) reinterpret_cast<sockaddr_in*>(&m_storage)->sin_port = htons(port);
-    if (family() == AF_INET6)
-        reinterpret_cast<sockaddr_in6*>(&m_storage)->sin6_port = htons(port);
+    if (family() == AF_INET6) reinterpret_cast<sockaddr_in6*>(&m_storage)->sin6_port = htons(port);
 }
 
 bool CIPAddress::isAnyIPv6() const noexcept {
@@ -95,7 +93,8 @@ CWinSock& CWinSock::operator=(CWinSock&& other) noexcept {
 }
 
 CWinSock CWinSock::create(int family, int type) {
-    if (!socketStartup()) throwSocketError("CWinSock: socket library unavailable", socketLastError());
+    if (!socketStartup())
+        throwSocketError("CWinSock: socket library unavailable", socketLastError());
     const int protocol = type == SOCK_DGRAM ? IPPROTO_UDP : IPPROTO_TCP;
     SocketHandle h = ::socket(family, type, protocol);
     if (h == kInvalidSocket) throwSocketError("CWinSock: can't create socket", socketLastError());
@@ -131,13 +130,15 @@ void CWinSock::setReUseSocket() noexcept {
     const int on = 1;
     if (::setsockopt(m_handle, SOL_SOCKET, SO_REUSEADDR, reinterpret_cast<const char*>(&on),
                      sizeof on) != 0)
-        vt::debugPrintf(vt::DBG_MINIMUM,
-                        "CWinSock::setReUseSocket| Error setting option SO_REUSEADDR - code: %d\r\n",
-                        static_cast<int>(takeError()));
+        vt::debugPrintf(
+            vt::DBG_MINIMUM,
+            "CWinSock::setReUseSocket| Error setting option SO_REUSEADDR - code: %d\r\n",
+            static_cast<int>(takeError()));
     if (!setSocketDontLinger(m_handle))
-        vt::debugPrintf(vt::DBG_MINIMUM,
-                        "CWinSock::setReUseSocket| Error setting option SO_DONTLINGER - code: %d\r\n",
-                        static_cast<int>(takeError()));
+        vt::debugPrintf(
+            vt::DBG_MINIMUM,
+            "CWinSock::setReUseSocket| Error setting option SO_DONTLINGER - code: %d\r\n",
+            static_cast<int>(takeError()));
 }
 
 bool CWinSock::setNonBlocking(bool on) noexcept {

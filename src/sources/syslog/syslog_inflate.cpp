@@ -28,8 +28,8 @@ InflateResult inflateSyslogDatagram(std::string_view datagram, std::string& out)
             return InflateResult::NoMemory;
         }
         uLongf produced = static_cast<uLongf>(size);
-        const int rc = ::uncompress(reinterpret_cast<Bytef*>(out.data()), &produced, source,
-                                    sourceLength);
+        const int rc =
+            ::uncompress(reinterpret_cast<Bytef*>(out.data()), &produced, source, sourceLength);
         if (rc == Z_OK) {
             out.resize(produced);
             return InflateResult::Inflated;

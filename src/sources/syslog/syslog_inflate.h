@@ -9,7 +9,7 @@ enum class InflateResult {
     Inflated,       // `out` holds the inflated message
     TooLarge,       // would inflate to more than 128 times its own length
     NoMemory,
-    Failed,         // not a zlib stream
+    Failed,  // not a zlib stream
 };
 
 // A datagram whose first byte is "z" carries a zlib stream after it. The output buffer starts

@@ -14,7 +14,9 @@ constexpr size_t kMinimumAfterPri = 17;  // the timestamp and at least one chara
 constexpr size_t kMaxTagLength = 31;
 constexpr size_t kMaxFallbackTagLength = 40;
 
-bool isDigit(char16_t c) { return c >= u'0' && c <= u'9'; }
+bool isDigit(char16_t c) {
+    return c >= u'0' && c <= u'9';
+}
 bool isAlnum(char16_t c) {
     return isDigit(c) || (c >= u'a' && c <= u'z') || (c >= u'A' && c <= u'Z');
 }
@@ -50,7 +52,29 @@ int monthIndex(std::u16string_view m) {
     return -1;
 }
 
-int twoDigits(std::u16string_view s, size_t at) { return (s[at] - u'0') * 10 + (s[at + 1] - u'0'); }
+// mktime re-reads the time zone on every call, which would cost more than all the rest of
+// the splitting; messages come in order, so the start of the last hour is remembered per
+// thread and minutes and seconds are added to it. Zones change their offset on whole hours.
+int64_t localHourStart(int year, int month, int day, int hour) {
+    struct Entry {
+        int year = -1, month = 0, day = 0, hour = 0;
+        int64_t start = -1;
+    };
+    thread_local Entry last;
+    if (last.year != year || last.month != month || last.day != day || last.hour != hour) {
+        std::tm tm{};
+        tm.tm_year = year - 1900;
+        tm.tm_mon = month;
+        tm.tm_mday = day;
+        tm.tm_hour = hour;
+        last = Entry{year, month, day, hour, fromLocalCalendar(tm)};
+    }
+    return last.start;
+}
+
+int twoDigits(std::u16string_view s, size_t at) {
+    return (s[at] - u'0') * 10 + (s[at + 1] - u'0');
+}
 
 // "Mmm dd hh:mm:ss " at the start of s (s holds at least 17 characters). The year is not in
 // the text, so it is the current local year; the value is built as local time.
@@ -62,16 +86,10 @@ bool parseTimestamp(std::u16string_view s, int localYear, int64_t& out) {
     if (!isDigit(s[4]) && s[4] != u' ') return false;
     const int month = monthIndex(s.substr(0, 3));
     if (month < 0) return false;
-    std::tm tm{};
-    tm.tm_year = localYear - 1900;
-    tm.tm_mon = month;
-    tm.tm_mday = (s[4] == u' ' ? 0 : (s[4] - u'0') * 10) + (s[5] - u'0');
-    tm.tm_hour = twoDigits(s, 7);
-    tm.tm_min = twoDigits(s, 10);
-    tm.tm_sec = twoDigits(s, 13);
-    const int64_t t = fromLocalCalendar(tm);
-    if (t == -1) return false;
-    out = t;
+    const int day = (s[4] == u' ' ? 0 : (s[4] - u'0') * 10) + (s[5] - u'0');
+    const int64_t hourStart = localHourStart(localYear, month, day, twoDigits(s, 7));
+    if (hourStart == -1) return false;
+    out = hourStart + twoDigits(s, 10) * 60 + twoDigits(s, 13);
     return true;
 }
 
