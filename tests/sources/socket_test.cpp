@@ -2,6 +2,7 @@
 #include <zlib.h>
 
 #include <atomic>
+#include <cstdio>
 #include <chrono>
 #include <memory>
 #include <string>
@@ -98,6 +99,41 @@ TEST(UdpServer, StopEndsBlockedReceive) {
     server.stop();
     receiver.join();
     EXPECT_EQ(result.load(), static_cast<int>(CUDPServer::Result::Stopped));
+}
+
+// A stop that comes before the loop starts is not forgotten: the source thread may be told to
+// stop while it is still setting up.
+TEST(TcpServer, StopBeforeListenEndsRunAtOnce) {
+    RecordingTcpServer server;
+    server.stop();
+    server.listen("127.0.0.1", 0);
+    EXPECT_TRUE(server.run());
+    server.clearStop();
+    std::thread loop([&] { server.run(); });
+    CWinSock client = connectTo("127.0.0.1", server.localPort());
+    ASSERT_TRUE(client.sendAll("again"));
+    EXPECT_TRUE(server.waitForMessages(1));
+    server.stop();
+    loop.join();
+}
+
+TEST(UdpServer, StopBeforeOpenIsKept) {
+    CUDPServer server;
+    server.stop();
+    server.open("127.0.0.1", 0);
+    std::string message;
+    CIPAddress sender;
+    EXPECT_EQ(server.receiveMessage(message, sender, -1), CUDPServer::Result::Stopped);
+}
+
+TEST(CIPServicePort, LookupAndFallback) {
+    EXPECT_EQ(CIP::servicePort("no-such-service-vt", "udp", 4711), 4711);
+#ifndef _WIN32
+    if (FILE* f = std::fopen("/etc/services", "r")) {
+        std::fclose(f);
+        EXPECT_EQ(CIP::servicePort("syslog", "udp", 0), 514);
+    }
+#endif
 }
 
 TEST(UdpServer, WaitTimesOut) {

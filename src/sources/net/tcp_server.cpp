@@ -45,7 +45,6 @@ CTCPServer::CTCPServer(TcpServerSettings settings) : m_settings(std::move(settin
 CTCPServer::~CTCPServer() = default;
 
 void CTCPServer::listen(std::string_view address, uint16_t port) {
-    m_stop = false;
     bindSocket(address, port, SOCK_STREAM);
     m_socket.listen(m_settings.backlog);
     m_socket.setNonBlocking(true);

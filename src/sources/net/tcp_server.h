@@ -85,7 +85,10 @@ class CTCPServer : public CIP {
     void listen(std::string_view address, uint16_t port);
     // Serves connections until stop(); returns false when the loop could not run.
     bool run();
+    // A stop() that comes before run() (even before listen()) still ends it at once.
     void stop() noexcept;
+    // Only for an owner that deliberately runs the loop again after a stop.
+    void clearStop() noexcept { m_stop.store(false, std::memory_order_release); }
     bool stopRequested() const noexcept { return m_stop.load(std::memory_order_acquire); }
     size_t connectionCount() const noexcept { return m_connectionCount.load(); }
 

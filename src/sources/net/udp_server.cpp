@@ -7,7 +7,6 @@
 CUDPServer::CUDPServer() : m_buffer(kBufferSize) {}
 
 void CUDPServer::open(std::string_view address, uint16_t port) {
-    m_stop = false;
     bindSocket(address, port, SOCK_DGRAM);
     m_socket.setNonBlocking(true);
     if (!m_poller.add(m_socket.handle(), this))

@@ -33,7 +33,10 @@ class CUDPServer : public CIP {
 
     // Waits for the next datagram up to timeoutMs (-1: until one comes or stop()).
     Result receiveMessage(std::string& message, CIPAddress& sender, int timeoutMs = -1);
+    // A stop() that comes before a wait (even before open()) still ends it at once.
     void stop() noexcept;
+    // Only for an owner that deliberately receives again after a stop.
+    void clearStop() noexcept { m_stop.store(false, std::memory_order_release); }
     bool stopRequested() const noexcept { return m_stop.load(std::memory_order_acquire); }
     uint32_t lastError() const noexcept { return m_lastError; }
 
