@@ -63,10 +63,12 @@ class CTcpConnection {
 
 // TCP listener with one event loop (epoll on Linux, WSAPoll on Windows) that serves every
 // connection of the listener on the thread that calls run(). An idle connection costs its
-// socket, one poll entry and this object (a few hundred bytes: the framer keeps no buffer
-// while no message is pending), so thousands of quiet senders are cheap. Reads are large
-// (256 KiB in separator mode; 32 KiB when each receive is one message, as that mode means)
-// and messages that lie whole in one read reach OnReceive without a copy.
+// socket and poll entry in the kernel and about 300 bytes here (this object; the framer holds
+// no buffer while no message is pending), so thousands of quiet senders are cheap. Reads are
+// large (256 KiB in separator mode; 32 KiB when each receive is one message, as that mode
+// means) and messages that lie whole in one read reach OnReceive without a copy. OnReceive
+// runs on the loop thread: while it blocks (a full queue) no connection is read, and TCP
+// flow control holds the senders back, so nothing is lost.
 //
 // stop() may be called from any thread: it wakes the loop, which delivers every pending
 // non-empty message, closes all connections and returns from run().
