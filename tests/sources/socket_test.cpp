@@ -2,8 +2,8 @@
 #include <zlib.h>
 
 #include <atomic>
-#include <cstdio>
 #include <chrono>
+#include <cstdio>
 #include <memory>
 #include <string>
 #include <thread>
@@ -134,6 +134,14 @@ TEST(CIPServicePort, LookupAndFallback) {
         EXPECT_EQ(CIP::servicePort("syslog", "udp", 0), 514);
     }
 #endif
+}
+
+TEST(SyslogListenPort, Setting) {
+    EXPECT_EQ(vt::syslogListenPort(10514, 600), 10514);
+    EXPECT_EQ(vt::syslogListenPort(65535, 600), 65535);
+    EXPECT_EQ(vt::syslogListenPort(65536, 600), 600);
+    EXPECT_EQ(vt::syslogListenPort(0xFFFFFFFF, 600), 600);
+    EXPECT_EQ(vt::syslogListenPort(0, 600), CIP::servicePort("syslog", "udp", 514));
 }
 
 TEST(UdpServer, WaitTimesOut) {

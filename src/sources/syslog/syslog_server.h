@@ -1,8 +1,15 @@
 #pragma once
+#include <cstdint>
 #include <string_view>
 
 #include "sources/net/udp_server.h"
 #include "sources/syslog/syslog_splitter.h"
+
+namespace vt {
+// The port a syslog source listens on: "nListenPort" 0 means the "syslog"/"udp" entry of the
+// services database (514 without one); 65536 and above are ignored and `previous` is kept.
+uint16_t syslogListenPort(uint32_t configured, uint16_t previous);
+}  // namespace vt
 
 // The datagram side of the syslog receiver: receives like CUDPServer and holds the message
 // being split.
