@@ -11,6 +11,7 @@
 #include "platform/utf_codec.h"
 #include "sources/net/tcp_framer.h"
 #include "sources/net/tcp_server.h"
+#include "sources/net/udp_server.h"
 #include "sources/syslog/syslog_splitter.h"
 
 namespace {
@@ -52,22 +53,34 @@ void BM_SplitSyslogMsg(benchmark::State& state) {
 }
 BENCHMARK(BM_SplitSyslogMsg);
 
+// Counts messages; with `split` it also does what OnReceive of the source will do before
+// building a unit: widen the text and split it.
 class CountingServer : public CTCPServer {
   public:
-    using CTCPServer::CTCPServer;
+    CountingServer(TcpServerSettings settings, bool split)
+        : CTCPServer(std::move(settings)), m_split(split) {}
     std::atomic<size_t> messages{0};
 
   protected:
-    void OnReceive(const CTcpConnection&, std::string_view) override {
+    void OnReceive(const CTcpConnection&, std::string_view message) override {
+        if (m_split) {
+            vt::utf8ToUtf16(message, m_wide);
+            benchmark::DoNotOptimize(vt::splitSyslogMsg(m_wide, true, m_clock));
+        }
         messages.fetch_add(1, std::memory_order_relaxed);
     }
+
+  private:
+    bool m_split;
+    std::u16string m_wide;
+    vt::SyslogClock m_clock = vt::SyslogClock::now();
 };
 
 // One sender, one connection, messages of about 90 bytes framed by line feed.
 void BM_TcpServerOneConnection(benchmark::State& state) {
     TcpServerSettings settings;
     settings.framing = vt::TcpFramingSettings::fromConfig(true, u"\\n", false);
-    CountingServer server(settings);
+    CountingServer server(settings, state.range(0) != 0);
     server.listen("127.0.0.1", 0);
     std::thread loop([&] { server.run(); });
     CIPAddress target;
@@ -92,6 +105,28 @@ void BM_TcpServerOneConnection(benchmark::State& state) {
     server.stop();
     loop.join();
 }
-BENCHMARK(BM_TcpServerOneConnection)->Unit(benchmark::kMillisecond)->UseRealTime();
+BENCHMARK(BM_TcpServerOneConnection)->Arg(0)->Arg(1)->Unit(benchmark::kMillisecond)->UseRealTime();
+
+// Datagrams from one sender, one message each.
+void BM_UdpServer(benchmark::State& state) {
+    CUDPServer server;
+    server.open("127.0.0.1", 0);
+    CIPAddress target;
+    CIPAddress::fromText("127.0.0.1", server.localPort(), target);
+    CWinSock client = CWinSock::create(AF_INET, SOCK_DGRAM);
+    const std::string line = kLine.substr(0, kLine.size() - 1);
+    std::string message;
+    CIPAddress sender;
+    size_t received = 0;
+    for (auto _ : state) {
+        // Bursts small enough for the socket buffer, so that nothing is dropped.
+        for (int i = 0; i < 64; ++i) client.sendTo(line.data(), int(line.size()), target);
+        for (int i = 0; i < 64; ++i)
+            if (server.receiveMessage(message, sender, 1000) == CUDPServer::Result::Message)
+                ++received;
+    }
+    state.SetItemsProcessed(static_cast<int64_t>(received));
+}
+BENCHMARK(BM_UdpServer);
 
 }  // namespace
