@@ -4,11 +4,15 @@
 #include <atomic>
 #include <chrono>
 #include <cstdio>
+#include <filesystem>
+#include <fstream>
+#include <iterator>
 #include <memory>
 #include <string>
 #include <thread>
 #include <vector>
 
+#include "service/debug_log.h"
 #include "service/error_report.h"
 #include "sources/net/udp_server.h"
 #include "sources/socket_test_helper.h"
@@ -259,23 +263,50 @@ TEST(TcpSilenceRule, Counting) {
 }
 
 // A sender that stays silent is dropped after the session time-out, and what it had sent
-// without separator is delivered first.
+// without separator is delivered first. Each time-out before the last is logged as one that
+// is retried.
 TEST(TcpServer, SilentConnectionIsDropped) {
+    const std::string logFile =
+        (std::filesystem::temp_directory_path() /
+         ("vt_silence_" + std::to_string(steady_clock::now().time_since_epoch().count()) + ".txt"))
+            .string();
+    const vt::DebugLogSettings saved = vt::debugSettings();
+    vt::DebugLogSettings debug = saved;
+    debug.enabled = true;
+    debug.mask = vt::DBG_INFO | vt::DBG_ULTRA;
+    debug.fileName = logFile;
+    vt::debugConfigure(debug);
+
     TcpServerSettings settings;
-    settings.silence = TcpSilenceRule{40, 100};  // dropped after 120 ms of silence
+    settings.silence = TcpSilenceRule{40, 100};  // dropped at the third time-out, after 120 ms
     settings.framing = vt::TcpFramingSettings::fromConfig(true, u"\\n", false);
-    RecordingTcpServer server(settings);
-    server.start("127.0.0.1");
-    CWinSock client = connectTo("127.0.0.1", server.localPort());
-    ASSERT_TRUE(client.valid());
-    ASSERT_TRUE(client.setSocketTimeOut(10000));
-    const auto start = steady_clock::now();
-    ASSERT_TRUE(client.sendAll("unfinished"));
-    char byte;
-    EXPECT_EQ(client.receive(&byte, 1), 0) << "error " << client.lastError();  // closed by server
-    EXPECT_GE(steady_clock::now() - start, milliseconds(settings.silence.dropAfterMs()));
-    ASSERT_TRUE(server.waitForMessages(1));
-    EXPECT_EQ(server.received()[0].message, "unfinished");
+    {
+        RecordingTcpServer server(settings);
+        server.start("127.0.0.1");
+        CWinSock client = connectTo("127.0.0.1", server.localPort());
+        ASSERT_TRUE(client.valid());
+        ASSERT_TRUE(client.setSocketTimeOut(10000));
+        const auto start = steady_clock::now();
+        ASSERT_TRUE(client.sendAll("unfinished"));
+        char byte;
+        EXPECT_EQ(client.receive(&byte, 1), 0) << "error " << client.lastError();
+        EXPECT_GE(steady_clock::now() - start, milliseconds(settings.silence.dropAfterMs()));
+        ASSERT_TRUE(server.waitForMessages(1));
+        EXPECT_EQ(server.received()[0].message, "unfinished");
+    }
+    vt::debugConfigure(saved);
+
+    std::ifstream in(logFile, std::ios::binary);
+    const std::string log((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
+    in.close();
+    std::filesystem::remove(logFile);
+    const std::string retried =
+        "CInfoSourceSyslog| ReceiveChar: Receive Timeout (error 10060), keep trying!\r\n";
+    size_t count = 0;
+    for (size_t at = log.find(retried); at != std::string::npos; at = log.find(retried, at + 1))
+        ++count;
+    EXPECT_EQ(count, 2u) << log;
+    EXPECT_NE(log.find("silent for 3 time-outs, closed"), std::string::npos) << log;
 }
 
 // stop() ends run() while connections are open and hands on their unfinished messages.

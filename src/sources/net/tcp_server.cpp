@@ -179,7 +179,7 @@ void CTCPServer::readConnection(CTcpConnection& connection, Clock::time_point no
     if (n < 0) {
         const uint32_t error = connection.m_socket.lastError();
         if (vt::net::isWouldBlock(error)) return;
-        vt::debugPrintf(vt::DBG_ULTRA, "CInfoSourceSyslog| ReceiveChar: SOCKET ERROR %d!\r\n",
+        vt::debugPrintf(vt::DBG_INFO, "CInfoSourceSyslog| ReceiveChar: SOCKET ERROR %d!\r\n",
                         static_cast<int>(error));
     }
     closeConnection(connection);
@@ -202,8 +202,11 @@ void CTCPServer::sweepSilent(Clock::time_point now) {
                             static_cast<int>(vt::net::SOCKERR_TIMEDOUT));
         }
         if (rule.givesUp(connection.m_timeouts)) {
-            vt::debugPrintf(vt::DBG_ULTRA, "CInfoSourceSyslog| ReceiveChar: SOCKET ERROR %d!\r\n",
-                            static_cast<int>(vt::net::SOCKERR_TIMEDOUT));
+            vt::debugPrintf(vt::DBG_INFO,
+                            "CTCPServer|ReceiveLoop: connection from %s silent for %u time-outs, "
+                            "closed\r\n",
+                            connection.m_peerText.c_str(),
+                            static_cast<unsigned>(connection.m_timeouts));
             closeConnection(connection);
         }
     }
