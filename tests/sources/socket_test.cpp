@@ -243,6 +243,30 @@ TEST(TcpServer, ThousandConcurrentConnections) {
         server.waitUntil([&](const auto&, size_t closed) { return closed == kConnections; }));
 }
 
+// With the connection table full, a new sender waits in the backlog and is served as soon as
+// another connection closes.
+TEST(TcpServer, FullTableMakesNewConnectionsWait) {
+    TcpServerSettings settings;
+    settings.maxConnections = 2;
+    settings.framing = vt::TcpFramingSettings::fromConfig(true, u"\\n", false);
+    RecordingTcpServer server(settings);
+    server.start("127.0.0.1");
+    CWinSock first = connectTo("127.0.0.1", server.localPort());
+    CWinSock second = connectTo("127.0.0.1", server.localPort());
+    ASSERT_TRUE(first.sendAll("1\n") && second.sendAll("2\n"));
+    ASSERT_TRUE(server.waitForMessages(2));
+    CWinSock third = connectTo("127.0.0.1", server.localPort());  // completes in the backlog
+    ASSERT_TRUE(third.valid());
+    ASSERT_TRUE(third.sendAll("3\n"));
+    std::this_thread::sleep_for(milliseconds(100));  // room for a wrong early accept to show
+    EXPECT_EQ(server.connectionCount(), 2u);
+    first.close();
+    ASSERT_TRUE(server.waitForMessages(3));
+    const auto received = server.received();
+    EXPECT_EQ(received[2].message, "3\n");
+    EXPECT_EQ(received[2].closedBefore, 1u);
+}
+
 // The silence rule: each message time-out of silence counts once; the connection is given
 // up at the first count whose total exceeds the session time-out.
 TEST(TcpSilenceRule, Counting) {

@@ -19,6 +19,7 @@ class RecordingTcpServer : public CTCPServer {
         std::string peer;
         uint64_t connection;
         std::string message;
+        size_t closedBefore;  // connections closed when the message arrived
     };
 
     explicit RecordingTcpServer(TcpServerSettings settings = {})
@@ -53,7 +54,8 @@ class RecordingTcpServer : public CTCPServer {
   protected:
     void OnReceive(const CTcpConnection& connection, std::string_view message) override {
         std::lock_guard lock(m_lock);
-        m_received.push_back({connection.peerText(), connection.id(), std::string(message)});
+        m_received.push_back(
+            {connection.peerText(), connection.id(), std::string(message), m_closed});
         m_changed.notify_all();
     }
     void onConnectionClosed(const CTcpConnection&) override {

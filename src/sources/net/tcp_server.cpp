@@ -80,7 +80,11 @@ bool CTCPServer::run() {
     vt::net::CSocketPoller::Event events[128];
     bool ok = true;
     while (!stopRequested()) {
-        const auto wait = duration_cast<milliseconds>(nextSweep - Clock::now()).count();
+        Clock::time_point deadline = nextSweep;
+        // Paused after an accept failure: resume on time. (A full table resumes on a close.)
+        if (!m_listening && m_listenPausedUntil > Clock::now() && m_listenPausedUntil < deadline)
+            deadline = m_listenPausedUntil;
+        const auto wait = duration_cast<milliseconds>(deadline - Clock::now()).count();
         const int n = m_poller.wait(events, static_cast<int>(std::max<int64_t>(wait, 0)));
         if (n < 0) {
             vt::debugPrintf(vt::DBG_ERROR, "CTCPServer|run: wait failed, error %u\r\n",
@@ -104,6 +108,7 @@ bool CTCPServer::run() {
             nextSweep = now + interval;
         }
         removeClosed();
+        resumeListening(now);
     }
     for (auto& connection : m_connections)
         if (!connection->m_closing) closeConnection(*connection);
@@ -210,7 +215,10 @@ void CTCPServer::sweepSilent(Clock::time_point now) {
             closeConnection(connection);
         }
     }
-    if (!m_listening && now >= m_listenPausedUntil &&
+}
+
+void CTCPServer::resumeListening(Clock::time_point now) {
+    if (!m_listening && !stopRequested() && now >= m_listenPausedUntil &&
         m_connections.size() < m_settings.maxConnections)
         setListening(true);
 }
@@ -239,7 +247,4 @@ void CTCPServer::removeClosed() {
         m_connections.pop_back();
     }
     m_connectionCount = m_connections.size();
-    if (!m_listening && !stopRequested() && Clock::now() >= m_listenPausedUntil &&
-        m_connections.size() < m_settings.maxConnections)
-        setListening(true);
 }

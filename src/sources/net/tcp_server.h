@@ -110,6 +110,8 @@ class CTCPServer : public CIP {
     void closeConnection(CTcpConnection& connection);
     void removeClosed();
     void setListening(bool on);
+    // Listens again after a pause for lack of descriptors or a full connection table.
+    void resumeListening(Clock::time_point now);
     void deliver(CTcpConnection& connection, std::string_view message);
 
     TcpServerSettings m_settings;
