@@ -148,12 +148,15 @@ TEST(SyslogListenPort, Setting) {
     EXPECT_EQ(vt::syslogListenPort(0, 600), CIP::servicePort("syslog", "udp", 514));
 }
 
-TEST(UdpServer, WaitTimesOut) {
+TEST(UdpServer, WaitTimesOutAndClosedServerStops) {
     CUDPServer server;
-    server.open("127.0.0.1", 0);
     std::string message;
     CIPAddress sender;
+    EXPECT_EQ(server.receiveMessage(message, sender, -1), CUDPServer::Result::Stopped);
+    server.open("127.0.0.1", 0);
     EXPECT_EQ(server.receiveMessage(message, sender, 20), CUDPServer::Result::TimedOut);
+    server.close();
+    EXPECT_EQ(server.receiveMessage(message, sender, -1), CUDPServer::Result::Stopped);
 }
 
 TEST_P(LoopbackTest, TcpServerFramesAndAttributesMessages) {
@@ -211,6 +214,7 @@ TEST(TcpServer, BadAddressIsReported) {
             }
         },
         std::runtime_error);
+    EXPECT_FALSE(server.run());  // nothing to serve: returns instead of waiting for ever
 }
 
 // One loop thread serves a thousand open connections at once.

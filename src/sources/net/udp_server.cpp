@@ -28,7 +28,8 @@ CUDPServer::Result CUDPServer::receiveMessage(std::string& message, CIPAddress& 
                                               int timeoutMs) {
     message.clear();
     for (;;) {
-        if (stopRequested()) return Result::Stopped;
+        // A closed server has nothing more to receive; errors would only repeat.
+        if (stopRequested() || !m_socket.valid()) return Result::Stopped;
         const int n =
             m_socket.receiveFrom(m_buffer.data(), static_cast<int>(kBufferSize - 1), sender);
         if (n >= 0) return finishDatagram(static_cast<size_t>(n), message);

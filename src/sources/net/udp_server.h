@@ -21,7 +21,7 @@ class CUDPServer : public CIP {
         Dropped,  // a datagram arrived but was unusable (logged); go on
         Error,    // receive error (lastError()); the buffer was emptied, go on
         TimedOut,
-        Stopped,
+        Stopped,  // stop() was called, or the server is not open
     };
 
     CUDPServer();
