@@ -90,6 +90,7 @@ TEST(RegFileParse, RejectsBrokenInput) {
         {"unterminated name", kHead + "\"s\r\n", 4, "unterminated value name"},
         {"bad escape", kHead + "\"s\"=\"a\\nb\"\r\n", 4, "unknown escape"},
         {"text after string", kHead + "\"s\"=\"a\" b\r\n", 4, "unexpected text"},
+        {"terminal escape in message", kHead + "\"s\"=\"a\" \x1b[2J\r\n", 4, "'?[2J'"},
         {"long dword", kHead + "\"d\"=dword:123456789\r\n", 4, "more than 8"},
         {"empty dword", kHead + "\"d\"=dword:\r\n", 4, "without hex digits"},
         {"no equals", kHead + "\"d\" dword:1\r\n", 4, "'=' expected"},
