@@ -178,8 +178,8 @@ class Hive {
                                  SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE | SQLITE_OPEN_NOMUTEX,
                                  nullptr);
         if (rc != SQLITE_OK) {
-            const uint32_t err =
-                (errno == EACCES || errno == EPERM) ? kRegAccessDenied : mapSqlite(rc);
+            const int sys = db ? sqlite3_system_errno(db) : 0;
+            const uint32_t err = (sys == EACCES || sys == EPERM) ? kRegAccessDenied : mapSqlite(rc);
             sqlite3_close(db);
             return err;
         }
