@@ -278,6 +278,12 @@ void CRuleSetList::add(std::unique_ptr<CRuleSetListEntry> ruleSet) {
     append(ruleSet.release());
 }
 
+void CRuleSetList::unload() {
+    clear();
+    m_loaded = false;
+    m_loadedVersion = -1;
+}
+
 namespace vt {
 
 CRuleSetList& processRuleSetList() noexcept {

@@ -177,6 +177,8 @@ class CRuleSetList : public CSearchableLinkedList {
     // version already loaded. Returns whether a (re)load took place.
     bool load(const CQuilletString& ruleSetsKeyPath);
     void add(std::unique_ptr<CRuleSetListEntry> ruleSet);
+    // Destroys every rule set and forgets the loaded version, so that the next load reads all.
+    void unload();
 
     // Names compare exactly, as stored.
     CRuleSetListEntry* findRuleSet(std::u16string_view name) const noexcept {
