@@ -330,10 +330,10 @@ CWaitableInfoUnit::CWaitableInfoUnit() {
 CWaitableInfoUnit::~CWaitableInfoUnit() = default;
 
 void CWaitableInfoUnit::signalProcessed() {
-    {
-        std::lock_guard guard(m_event->mutex);
-        m_event->signalled = true;
-    }
+    // Notified under the lock: the waiter may destroy the unit as soon as it sees the flag, so
+    // the condition variable must not be touched after the mutex is released.
+    std::lock_guard guard(m_event->mutex);
+    m_event->signalled = true;
     m_event->cv.notify_one();
 }
 
