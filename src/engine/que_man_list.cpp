@@ -118,6 +118,9 @@ void CQueManList::Add(CQueManEntry* entry) {
 void CQueManList::setWorkEvent() {
     {
         std::lock_guard lock(m_eventLock);
+        // Setting an event that is already set changes nothing: a worker is on its way and
+        // drains everything queued, so no second worker needs waking.
+        if (m_workSignalled) return;
         m_workSignalled = true;
     }
     m_eventCondition.notify_one();
