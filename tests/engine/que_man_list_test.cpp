@@ -270,6 +270,8 @@ TEST(QueueConcurrencyTest, FourProducersFiveWorkers) {
     auto settings = makeSettings();
     settings->workerThreads = 5;
     settings->queueLimit = 64;  // producers also meet the limit
+    FakeClock clock;            // and poll it without real one-second sleeps
+    ScopedEngineClock clockScope(clock);
     CQueManList queue(settings.get());
     constexpr int kPerProducer = 2000;
     std::vector<std::thread> producers;
