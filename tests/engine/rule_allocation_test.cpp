@@ -20,12 +20,12 @@
 #define VT_SANITIZED_BUILD 1
 #endif
 
+#ifndef VT_SANITIZED_BUILD
 namespace {
 thread_local bool t_counting = false;
 thread_local int t_allocations = 0;
 }  // namespace
 
-#ifndef VT_SANITIZED_BUILD
 void* operator new(std::size_t size) {
     if (t_counting) ++t_allocations;
     for (;;) {
