@@ -36,10 +36,6 @@ std::string narrowName(std::u16string_view name) {
     wideToNarrow(name, s);
     return s;
 }
-
-void appendAscii(std::u16string& out, const char* text, size_t n) {
-    for (size_t i = 0; i < n; ++i) out.push_back(static_cast<unsigned char>(text[i]));
-}
 }  // namespace
 
 // ---------------------------------------------------------------- entries
@@ -116,11 +112,17 @@ int64_t BasicNameValueTreeEntry<EntryBase, Tree>::getTime() const {
 
 template <class EntryBase, class Tree>
 void BasicNameValueTreeEntry<EntryBase, Tree>::setInt(int32_t value) {
-    char buffer[16];
-    const int n = std::snprintf(buffer, sizeof buffer, "%d", value);
-    std::u16string text;
-    appendAscii(text, buffer, static_cast<size_t>(n));
-    setValue(std::move(text));
+    // "%d" by hand: this runs a dozen times for every unit created.
+    char16_t digits[12];
+    size_t pos = sizeof digits / sizeof digits[0];
+    uint32_t magnitude =
+        value < 0 ? 0u - static_cast<uint32_t>(value) : static_cast<uint32_t>(value);
+    do {
+        digits[--pos] = static_cast<char16_t>(u'0' + magnitude % 10);
+        magnitude /= 10;
+    } while (magnitude);
+    if (value < 0) digits[--pos] = u'-';
+    setValue(std::u16string_view(digits + pos, sizeof digits / sizeof digits[0] - pos));
 }
 
 template <class EntryBase, class Tree>

@@ -325,26 +325,76 @@ size_t convertTime(std::u16string_view text, uint32_t options, std::array<char16
         if (!localTimeOf(calendarToSeconds(t), local)) return 0;
         t = local;
     }
-    char out[64];
-    int n;
+    size_t n = 0;
+    auto put = [&buffer, &n](int value, int width) {
+        for (int i = width - 1; i >= 0; --i) {
+            buffer[n + static_cast<size_t>(i)] = static_cast<char16_t>(u'0' + value % 10);
+            value /= 10;
+        }
+        n += static_cast<size_t>(width);
+    };
+    auto word = [&buffer, &n](const char* s) {
+        while (*s) buffer[n++] = static_cast<unsigned char>(*s++);
+    };
+    // Years stay within 4 digits here: the parse accepts 1970-9999 and local time moves them by
+    // hours only, so "%4.4d" and "%2.4d" need no wider field.
+    if (t.year < 0 || t.year > 9999) return 0;
     if (options & (OPT_UXTIMESTAMP | OPT_UXLOCALTIMESTAMP)) {
-        n = std::snprintf(out, sizeof out, "%3.3s %3.3s %2.2d %2.2d:%2.2d:%2.2d %4.4d",
-                          kWeekdays[weekdayOf(t.year, t.month, t.day)], kMonths[t.month - 1], t.day,
-                          t.hour, t.minute, t.second, t.year);
+        // "%3.3s %3.3s %2.2d %2.2d:%2.2d:%2.2d %4.4d"
+        word(kWeekdays[weekdayOf(t.year, t.month, t.day)]);
+        word(" ");
+        word(kMonths[t.month - 1]);
+        word(" ");
+        put(t.day, 2);
+        word(" ");
+        put(t.hour, 2);
+        word(":");
+        put(t.minute, 2);
+        word(":");
+        put(t.second, 2);
+        word(" ");
+        put(t.year, 4);
     } else {
-        n = std::snprintf(out, sizeof out, "%2.4d-%2.2d-%2.2d %2.2d:%2.2d:%2.2d", t.year, t.month,
-                          t.day, t.hour, t.minute, t.second);
+        // "%2.4d-%2.2d-%2.2d %2.2d:%2.2d:%2.2d"
+        put(t.year, 4);
+        word("-");
+        put(t.month, 2);
+        word("-");
+        put(t.day, 2);
+        word(" ");
+        put(t.hour, 2);
+        word(":");
+        put(t.minute, 2);
+        word(":");
+        put(t.second, 2);
     }
-    if (n <= 0) return 0;
-    const size_t len = std::min<size_t>(static_cast<size_t>(n), buffer.size());
-    for (size_t i = 0; i < len; ++i) buffer[i] = static_cast<unsigned char>(out[i]);
-    return len;
+    return n;
 }
 
 void appendTransformed(std::u16string& out, std::u16string_view text, uint32_t options) {
     if (!(options & (OPT_LOWERCASE | OPT_UPPERCASE | OPT_SPACECC | OPT_ESCAPECC |
                      OPT_COMPRESSSPACE | OPT_CONVGERMUML))) {
         out.append(text);
+        return;
+    }
+    if (!(options &
+          ~(OPT_SPACECC | OPT_ESCAPECC | OPT_UXTIMESTAMP | OPT_UXLOCALTIMESTAMP | OPT_LOCALTIME))) {
+        // Only control characters change: copy the runs between them in one go.
+        size_t start = 0;
+        for (size_t i = 0; i < text.size(); ++i) {
+            if (!isControl(text[i])) continue;
+            out.append(text.substr(start, i - start));
+            start = i + 1;
+            if (options & OPT_SPACECC) {
+                out.push_back(u' ');
+                continue;
+            }
+            char code[16];
+            const int n = std::snprintf(code, sizeof code, "##%d#", static_cast<int>(text[i]));
+            appendAscii(out, code, static_cast<size_t>(n));
+            out.push_back(u'#');
+        }
+        out.append(text.substr(start));
         return;
     }
     bool lastBlank = false;

@@ -86,6 +86,9 @@ class CQuilletString {
     friend bool operator==(const CQuilletString& a, std::u16string_view b) noexcept {
         return a.m_wide == b;
     }
+    friend bool operator==(const CQuilletString& a, const char16_t* b) noexcept {
+        return a.m_wide == std::u16string_view(b ? b : u"");
+    }
 
   private:
     void dropNarrow() const noexcept {

@@ -91,6 +91,25 @@ bool parseTimeText(std::u16string_view text, int64_t& seconds) noexcept {
 void appendTimeText(int64_t seconds, std::u16string& out) {
     CivilTime t;
     utcBreakdown(seconds, t);
+    if (t.year >= 0 && t.year <= 9999) {
+        // The common case without printf: "%4.4d-%2.2d-%2.2d %2.2d:%2.2d:%2.2d".
+        char16_t text[19] = {u'0', u'0', u'0', u'0', u'-', u'0', u'0', u'-', u'0', u'0',
+                             u' ', u'0', u'0', u':', u'0', u'0', u':', u'0', u'0'};
+        auto put = [&text](size_t at, int value, int width) {
+            for (int i = width - 1; i >= 0; --i) {
+                text[at + static_cast<size_t>(i)] = static_cast<char16_t>(u'0' + value % 10);
+                value /= 10;
+            }
+        };
+        put(0, t.year, 4);
+        put(5, t.month, 2);
+        put(8, t.day, 2);
+        put(11, t.hour, 2);
+        put(14, t.minute, 2);
+        put(17, t.second, 2);
+        out.append(text, 19);
+        return;
+    }
     char buffer[64];
     const int n = std::snprintf(buffer, sizeof buffer, "%4.4d-%2.2d-%2.2d %2.2d:%2.2d:%2.2d",
                                 t.year, t.month, t.day, t.hour, t.minute, t.second);

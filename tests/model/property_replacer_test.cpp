@@ -1,0 +1,244 @@
+#include "model/property_replacer.h"
+
+#include <gtest/gtest.h>
+
+#include <string>
+#include <vector>
+
+#include "model/concat.h"
+#include "model/info_unit.h"
+#include "model/quillet_string.h"
+#include "platform/utf_codec.h"
+
+namespace {
+
+std::u16string u(std::string_view utf8) {
+    return vt::utf8ToUtf16(utf8);
+}
+
+std::string n(std::u16string_view wide) {
+    return vt::utf16ToUtf8(wide);
+}
+
+struct Case {
+    const char* templ;
+    const char16_t* msg;  // null: no "msg" property
+    const char* expected;
+};
+
+class ReplacerCases : public ::testing::TestWithParam<Case> {};
+
+// Each row: template, message, expected output; all other properties are a fresh unit's.
+TEST_P(ReplacerCases, ExpandsAgainstMessage) {
+    const Case& c = GetParam();
+    CInfoUnit unit;
+    if (c.msg) unit.setMsg(c.msg);
+    EXPECT_EQ(n(vt::replaceProperties(u(c.templ), &unit)), c.expected) << "template " << c.templ;
+}
+
+const Case kCases[] = {
+    // outer loop and plain look-ups
+    {"%msg%", u"", ""},
+    {"100%%", u"x", "100%"},
+    {"a%msg%b", u"-", "a-b"},
+    {"%nosuch%", u"x", ""},
+    {"%MSG%", u"x", ""},
+    {"%syslogtag%/%iut%", nullptr, "Vantor/0"},
+    // positions
+    {"%msg:1:3%", u"abcdef", "abc"},
+    {"%msg:3:1%", u"abcdef", "abc"},
+    {"%msg:4%", u"abcdef", "def"},
+    {"%msg::3%", u"abcdef", "abc"},
+    {"%msg:0:2%", u"abcdef", "ab"},
+    {"%msg:2:0%", u"abcdef", "bcdef"},
+    {"%msg:10:12%", u"abcdef", "f"},
+    {"%msg:5:+%", u"abcdef", "e"},
+    {"%msg:5:-%", u"abcdef", "e"},
+    {"%msg:5:+2%", u"abcdef", "%ERROR: invalid escape sequence, on or before '2%'%"},
+    {"%msg:1x%", u"abcdef", "%ERROR: invalid escape sequence, on or before 'x%'%"},
+    // search terms
+    {"%msg:/b/:/e/%", u"abcdef", "bcd"},
+    {"%msg:/b/:/e/$%", u"abcdef", "bcde"},
+    {"%msg:/b/$%", u"abcdef", "cdef"},
+    {"%msg:/b/x$y%", u"abcdef", "cdef"},
+    {"%msg:/cd/$:/f/%", u"abcdef", "e"},
+    {"%msg:/xyz/%", u"abxy", "xy"},
+    {"%msg:/b?d/%", u"abcbxd", "bxd"},
+    {"%msg:/\\?/%", u"ab?c", "?c"},
+    {"%msg:/\\//%", u"a/b", "/b"},
+    {"%msg:/q/%", u"abc", "abc"},
+    {"%msg:1:/q/%", u"abc", "abc"},
+    // the to-term is searched from the from-position itself: a match there means "to the end"
+    {"%msg:/a/:/a/%", u"abca", "abca"},
+    {"%msg:/b/:/b/$%", u"abcb", "b"},
+    // options
+    {"%msg:1:5:foo%", u"abcdef", "%ERROR: Invalid Property Replacer Option, on or before 'foo%'%"},
+    {"%msg:::uppercase,bad,worse%", u"ab",
+     "%ERROR: Invalid Property Replacer Option, on or before 'bad,worse%'%"},
+    {"%msg:::LOWERCASE%", u"AbC\u00C4", "abc\u00E4"},
+    {"%msg:::UpperCase%", u"ab\u00E4\u00FF", "AB\u00C4\u0178"},
+    {"%msg:::escapecc%", u"a\rb\x7f", "a##13##b##127##"},
+    {"%msg:::spacecc%", u"a\r\nb", "a  b"},
+    {"%msg:::spacecc,escapecc%", u"a\rb", "a b"},
+    {"%msg:::escapecc,spacecc%", u"a\rb", "a b"},
+    {"%msg:::compressspace%", u"a   b  c ", "a b c "},
+    {"%msg:::compsp,spacecc%", u"a \t\r b", "a b"},
+    {"%msg:::convgermuml%", u"\u00C4\u00D6\u00DC\u00E4\u00F6\u00FC\u00DF!", "AeOeUeaeoeuess!"},
+    {"%msg:::uppercase,convgermuml%", u"\u00e4", "Ae"},
+    {"%msg:::%", u"abc", "abc"},
+    {"%msg:2:3:uppercase%", u"abcdef", "BC"},
+    // special names
+    {"%$CRLF%", nullptr, "\r\n"},
+    {"%$CR%%$LF%", nullptr, "\r\n"},
+    {"%$TAB%%$HT%", nullptr, "\t\t"},
+    {"%$crlf%", nullptr, ""},
+    {"%$other%", nullptr, ""},
+    {"%$x41%", nullptr, "A"},
+    {"%$x6a%", nullptr, "j"},
+    {"%$x00%", nullptr, "?"},
+    {"%$x41zz%", nullptr, "A"},
+    {"%$x%", nullptr, "%ERROR: invalid hex1 sequence!%"},
+    {"%$xZ1%", nullptr, "%ERROR: invalid hex2 sequence!%"},
+    {"%$x4%", nullptr, "%ERROR: invalid hex2 sequence!%"},
+    {"%$x4Z%", nullptr, "%ERROR: invalid hex3 sequence!%"},
+    {"%$X41%", nullptr, ""},
+    {"%$x41:1:1:uppercase%", nullptr, "A"},
+    // errors and cut-off templates
+    {"%msg:x%", u"abc",
+     "%ERROR: %ERROR: Neither Search-Term nor Numerical Value in FromPos%, on or before 'x%'%"},
+    {"%msg:%", u"abc",
+     "%ERROR: %ERROR: Neither Search-Term nor Numerical Value in FromPos%, on or before '%'%"},
+    {"%msg:1:x%tail", u"abc",
+     "%ERROR: Neither Search-Term nor Numerical Value in ToPos, on or before 'x%tail'%tail"},
+    {"%msg:1:x:bogus%", u"abc",
+     "%ERROR: Neither Search-Term nor Numerical Value in ToPos, on or before 'x:bogus%'%"},
+    {"%msg:::lowercase:%X", u"abc", "%ERROR: invalid escape sequence, on or before ':%X'%X"},
+    {"abc%", u"x", "abc%ERROR: invalid escape sequence.%"},
+    {"%$x", nullptr, "%ERROR: invalid escape sequence.%"},
+    {"%msg", u"abc", "%ERROR: invalid escape sequence.%"},
+    {"%msg:", u"abc", "%ERROR: %ERROR: Neither Search-Term nor Numerical Value in FromPos%.%"},
+    {"%msg:1", u"abc", "%ERROR: invalid escape sequence.%"},
+    {"%msg:1:2", u"abc", "%ERROR: invalid escape sequence.%"},
+    {"%msg:1:2:upper", u"abc", "%ERROR: Invalid Property Replacer Option, on or before 'upper'%"},
+    {"%msg:/b", u"abc", "%ERROR: invalid escape sequence.%"},
+    {"%msg:/b%after", u"abc", "%ERROR: invalid escape sequence.%"},
+    {"%msg:/b\\", u"abc", "%ERROR: invalid escape sequence.%"},
+    {"%msg:+%", u"abc",
+     "%ERROR: %ERROR: Neither Search-Term nor Numerical Value in FromPos%, on or before '+%'%"},
+    {"x%msg:5:+:%y%msg%", u"abcdef", "xeyabcdef"},
+    {"x%msg:5:+::%y%msg%", u"abcdef",
+     "x%ERROR: invalid escape sequence, on or before ':%y%msg%'%yabcdef"},
+};
+
+INSTANTIATE_TEST_SUITE_P(Table, ReplacerCases, ::testing::ValuesIn(kCases));
+
+// A unit whose only interesting property is the time stamp.
+std::string expandTime(const char* templ, const char16_t* value) {
+    CInfoUnit unit;
+    unit.setPropertyString(u"t", value);
+    return n(vt::replaceProperties(u(templ), &unit));
+}
+
+TEST(ReplacerTime, UxTimeStampUsesTheAgentsWeekdayFormula) {
+    EXPECT_EQ(expandTime("%t:::uxTimeStamp%", u"2024-01-01 13:05:09"), "Mon Jan 01 13:05:09 2024");
+    EXPECT_EQ(expandTime("%t:::uxtimestamp%", u"2026-11-22 00:00:00"), "Sun Nov 22 00:00:00 2026");
+    // The formula has no century rule: 2100-03-01 was a Monday, the agent says Tuesday.
+    EXPECT_EQ(expandTime("%t:::uxTimeStamp%", u"2100-03-01 00:00:00"), "Tue Mar 01 00:00:00 2100");
+}
+
+TEST(ReplacerTime, TimeOptionsAndTheirPrecedence) {
+    // uxTimeStamp wins over the local forms, whatever the order of the options.
+    EXPECT_EQ(expandTime("%t:::uxLocalTimeStamp,uxTimeStamp,localtime%", u"2024-01-01 13:05:09"),
+              "Mon Jan 01 13:05:09 2024");
+    // A value that is no time text is left as it is.
+    EXPECT_EQ(expandTime("%t:::uxTimeStamp%", u"2024-13-01 13:05:09"), "2024-13-01 13:05:09");
+    EXPECT_EQ(expandTime("%t:::localtime%", u"yesterday"), "yesterday");
+    EXPECT_EQ(expandTime("%t:::uxLocalTimeStamp%", u"1969-12-31 23:59:59"), "1969-12-31 23:59:59");
+    // The time is read at the from-position.
+    EXPECT_EQ(expandTime("%t:4::uxTimeStamp%", u"at 2024-01-01 13:05:09 UTC"),
+              "Mon Jan 01 13:05:09 2024");
+    // Both local forms yield a well-formed text of the expected length.
+    EXPECT_EQ(expandTime("%t:::uxLocalTimeStamp%", u"2024-06-15 12:00:00").size(), 24u);
+    const std::string local = expandTime("%t:::localtime%", u"2024-06-15 12:00:00");
+    ASSERT_EQ(local.size(), 19u);
+    EXPECT_EQ(local.substr(0, 8), "2024-06-");
+    EXPECT_EQ(local[13], ':');
+}
+
+TEST(ReplacerSpecial, NowIsALocalTimeWithDots) {
+    const std::string now = n(vt::replaceProperties(u"%$NOW%", nullptr));
+    ASSERT_EQ(now.size(), 19u);
+    EXPECT_EQ(now[4], '-');
+    EXPECT_EQ(now[10], ' ');
+    EXPECT_EQ(now[13], '.');
+    EXPECT_EQ(now[16], '.');
+}
+
+TEST(ReplacerNoUnit, PropertiesYieldNothingSpecialsStillWork) {
+    EXPECT_EQ(n(vt::replaceProperties(u"[%msg%|%$x41%]", nullptr)), "[|A]");
+}
+
+TEST(ReplacerLimits, LongPropertyNameIsCutAt2047Characters) {
+    CInfoUnit unit;
+    const std::u16string kept(2047, u'n');
+    unit.setPropertyString(kept, u"found");
+    const std::u16string templ = ucat(u"%", std::u16string(10000, u'n'), u"%!");
+    EXPECT_EQ(n(vt::replaceProperties(templ, &unit)), "found!");
+    // A name of 2046 characters does not match the longer property.
+    EXPECT_EQ(n(vt::replaceProperties(ucat(u"%", std::u16string(2046, u'n'), u"%"), &unit)), "");
+}
+
+TEST(ReplacerLimits, ErrorTextIsCappedAt512Characters) {
+    const std::u16string templ = ucat(u"%msg:1:5:bogus", std::u16string(2000, u'z'), u"%");
+    CInfoUnit unit;
+    unit.setMsg(u"abc");
+    const std::u16string out = vt::replaceProperties(templ, &unit);
+    EXPECT_EQ(out.size(), 512u);
+    EXPECT_EQ(n(out.substr(0, 42)), "%ERROR: Invalid Property Replacer Option, ");
+}
+
+TEST(ReplacerLimits, SearchTermBeyond511CharactersIsCut) {
+    CInfoUnit unit;
+    // The term is cut to 511 "a"; the value ends in 511 "a" followed by "b".
+    unit.setMsg(ucat(u"x", std::u16string(511, u'a'), u"b"));
+    const std::u16string templ = ucat(u"%msg:/", std::u16string(600, u'a'), u"/$%");
+    EXPECT_EQ(n(vt::replaceProperties(templ, &unit)), "b");
+}
+
+TEST(ReplacerSurrogates, PairsSurviveAndPositionsCountCodeUnits) {
+    CInfoUnit unit;
+    const std::u16string msg = u"a\U0001F600b\U00010437";
+    unit.setMsg(msg);
+    EXPECT_EQ(vt::replaceProperties(u"%msg%", &unit), msg);
+    EXPECT_EQ(vt::replaceProperties(u"%msg:2:3%", &unit), u"\U0001F600");
+    EXPECT_EQ(vt::replaceProperties(u"%msg:/b/%", &unit), u"b\U00010437");
+    EXPECT_EQ(vt::replaceProperties(u"%msg:::uppercase%", &unit), u"A\U0001F600B\U00010437");
+    // A search term made of a pair finds the pair.
+    EXPECT_EQ(vt::replaceProperties(u"%msg:/\U00010437/%", &unit), u"\U00010437");
+    // Cutting through a pair keeps the half; the narrow form turns it into U+FFFD.
+    CQuilletString half(vt::replaceProperties(u"%msg:1:2%", &unit));
+    EXPECT_EQ(half.view(), std::u16string_view(u"a\xD83D", 2));
+#ifndef _WIN32
+    EXPECT_EQ(std::string(half.getStringA()), "a\xEF\xBF\xBD");
+#endif
+}
+
+TEST(ReplacerString, ReplacesInPlaceAndDropsNarrowCache) {
+    CInfoUnit unit;
+    unit.setMsg(u"hello");
+    CQuilletString s(u"<%msg:1:4%>");
+    EXPECT_STREQ(s.getStringA(), "<%msg:1:4%>");
+    s.replaceProperties(&unit);
+    EXPECT_STREQ(s.getStringA(), "<hell>");
+}
+
+TEST(ReplacerOutput, AppendsToTheCallersBuffer) {
+    CInfoUnit unit;
+    unit.setMsg(u"m");
+    std::u16string out = u"keep:";
+    vt::replaceProperties(u"%msg%", &unit, out);
+    vt::replaceProperties(u"+%msg%", &unit, out);
+    EXPECT_EQ(out, u"keep:m+m");
+}
+
+}  // namespace

@@ -1,0 +1,175 @@
+#include <gtest/gtest.h>
+
+#include <string>
+
+#include "model/concat.h"
+#include "model/log_capture_helper.h"
+#include "model/name_value_tree.h"
+#include "platform/utf_codec.h"
+
+namespace {
+
+std::string n(std::u16string_view wide) {
+    return vt::utf16ToUtf8(wide);
+}
+
+// Flattens a parsed tree to "name=value" and "name{...}" for compact expectations.
+std::string dump(const CNameValueTree& tree) {
+    std::string out;
+    for (auto* e = tree.firstEntry(); e; e = tree.nextEntry(e)) {
+        if (!out.empty()) out += ",";
+        out += n(e->getName().view());
+        if (e->getChild())
+            out += ncat("{", dump(*e->getChild()), "}");
+        else
+            out += ncat("=", n(e->getValue().view()));
+    }
+    return out;
+}
+
+struct ReadCase {
+    const char16_t* xml;
+    const char* tree;
+    const char* logged;  // a complaint expected in the debug log, or null for none at all
+};
+
+class XmlReadCases : public ::testing::TestWithParam<ReadCase> {};
+
+TEST_P(XmlReadCases, BuildsTheLiteralTree) {
+    const ReadCase& c = GetParam();
+    LogCapture log;
+    CNameValueTree tree;
+    tree.parse(c.xml);
+    EXPECT_EQ(dump(tree), c.tree) << n(c.xml);
+    if (c.logged)
+        EXPECT_GE(log.count(c.logged), 1u) << n(c.xml) << "\n" << log.text();
+    else
+        EXPECT_EQ(log.text(), "") << n(c.xml);
+}
+
+const ReadCase kReadCases[] = {
+    {u"<event><iut>1</iut><msg>hi</msg></event>", "event{iut=1,msg=hi}", nullptr},
+    {u"<a>&quot;&amp;&apos;&lt;&gt;</a>", "a=\"&'<>", nullptr},
+    {u"<a>&copy; &AMP; & x&</a>", "a=&copy; &AMP; & x&", nullptr},
+    {u"  \r\n\t<a>1</a> \n <b>2</b>\r\n", "a=1,b=2", nullptr},
+    {u"<a>  v  </a>", "a=  v  ", nullptr},
+    {u"<a><b> 1</b>\n<c>2</c></a>", "a{b= 1,c=2}", nullptr},
+    {u"<msg>x</mgs>", "msg=x",
+     "XML parser found mismatch between begin (msg) and end (mgs) tag name."},
+    {u"<a></a>", "a{}", nullptr},
+    {u"<a>1</a>junk", "a=1", "XML parser detected extra information at the end of the XML stream."},
+    {u"<a>1</a></b>", "a=1", "XML parser detected extra information at the end of the XML stream."},
+    {u"<a>1", "a=1", "XML parser expected ending tag but found none."},
+    {u"<event><iut>1</iut>", "event{iut=1}", "XML parser expected ending tag but found none."},
+    {u"<a><b>1</b>x</a>", "a{b=1,x</a=}", "XML parser expected tag but found none."},
+    {u"<a b=\"1\">v</a>", "a b=\"1\"=v", "Invalid Tag!"},
+    {u"<?xml version=\"1.0\"?><event><iut>1</iut></event>", "?xml version=\"1.0\"?{event{iut=1}}",
+     "Invalid Tag!"},
+    {u"<!-- c --><a>1</a>", "!-- c --{a=1}", "XML parser expected ending tag but found none."},
+    {u"<a/>", "a/=", "XML parser expected ending tag but found none."},
+    {u"<a", "a=", "XML parser did not find delimiter for tag name - tag might be too large."},
+    {u"<", "=", "XML parser did not find delimiter for tag name - tag might be too large."},
+    {u"", "", nullptr},
+    {u"plain text", "", "XML parser detected extra information at the end of the XML stream."},
+};
+
+INSTANTIATE_TEST_SUITE_P(Table, XmlReadCases, ::testing::ValuesIn(kReadCases));
+
+TEST(XmlRead, TagNameIsCutAt128Characters) {
+    LogCapture log;
+    const std::u16string name128(128, u't');
+    CNameValueTree exact;
+    exact.parse(ucat(u"<", name128, u">v</", name128, u">"));
+    ASSERT_NE(exact.findEntry(name128), nullptr);
+    EXPECT_EQ(exact.findEntry(name128)->getValue(), u"v");
+    EXPECT_EQ(log.text(), "");
+
+    CNameValueTree longer;
+    longer.parse(ucat(u"<", name128, u"xy>v</", name128, u"xy>"));
+    ASSERT_NE(longer.firstEntry(), nullptr);
+    EXPECT_EQ(longer.firstEntry()->getName(), name128);
+    // The rest of the over-long start tag becomes part of the value.
+    EXPECT_EQ(longer.firstEntry()->getValue(), u"xy>v");
+    EXPECT_GE(log.count("XML parser did not find delimiter for tag name - tag might be too large."),
+              2u);
+}
+
+TEST(XmlRead, MismatchIsLoggedOnlyWithUltraLevel) {
+    {
+        LogCapture log(32 | 128);
+        CNameValueTree tree;
+        tree.parse(u"<msg>x</mgs>");
+        EXPECT_EQ(
+            log.count("XML parser found mismatch between begin (msg) and end (mgs) tag name."), 1u);
+    }
+    {
+        LogCapture log(32);
+        CNameValueTree tree;
+        tree.parse(u"<msg>x</mgs>");
+        EXPECT_EQ(log.count("mismatch"), 0u);
+    }
+}
+
+TEST(XmlRead, DeepNestingIsBoundedAndDoesNotOverflowTheStack) {
+    std::u16string xml;
+    const int depth = 100000;
+    xml.reserve(depth * 8);
+    for (int i = 0; i < depth; ++i) xml += u"<a>";
+    xml += u"x";
+    for (int i = 0; i < depth; ++i) xml += u"</a>";
+    CNameValueTree tree;
+    tree.parse(xml);
+    int levels = 0;
+    for (const CNameValueTree* t = &tree; t && t->firstEntry(); t = t->firstEntry()->getChild())
+        ++levels;
+    EXPECT_GE(levels, 2);
+    EXPECT_LE(levels, 256);
+    // The same without closing tags, and unbalanced openers and closers.
+    CNameValueTree open;
+    open.parse(std::u16string(300000, u'<'));
+    CNameValueTree closers;
+    closers.parse(ucat(u"<a>", std::u16string(50000, u'<'), u"</a>"));
+}
+
+TEST(XmlWrite, EscapesTheFiveCharactersOnly) {
+    CNameValueTree tree;
+    tree.setString(u"v", u"\"&'<>\x01\u00e4\U0001F600");
+    EXPECT_EQ(tree.toXML(u"r"), u"<r><v>&quot;&amp;&apos;&lt;&gt;\x01\u00e4\U0001F600</v></r>");
+}
+
+TEST(XmlWrite, BlanksAroundAndChildTreesLeftOut) {
+    CNameValueTree tree;
+    tree.setString(u"a", u"1");
+    tree.addEntry(u"b")->createChild()->setString(u"c", u"2");
+    EXPECT_EQ(tree.toXML(u"root", 2, 3), u"  <root><a>1</a><b></b></root>   ");
+    EXPECT_EQ(CNameValueTree().toXML(u"event"), u"<event></event>");
+}
+
+TEST(XmlRoundTrip, ValuesSurviveWritingAndReading) {
+    const char16_t* values[] = {
+        u"\"&'<>",
+        u"&copy;",
+        u"a&amp;b",
+        u" lead and trail ",
+        u"",
+        u"line\r\nbreak",
+        u"\U0001F600 surrogate",
+        u"&lt;",
+        u"]]>",
+    };
+    CNameValueTree tree;
+    int i = 0;
+    for (const char16_t* v : values) tree.addString(ucat(u"p", std::u16string(1, u'a' + i++)), v);
+    CNameValueTree back;
+    back.parse(tree.toXML(u"event").view());
+    const CNameValueTree* children = back.findEntry(u"event")->getChild();
+    ASSERT_NE(children, nullptr);
+    i = 0;
+    for (const char16_t* v : values) {
+        auto* e = children->findEntry(ucat(u"p", std::u16string(1, u'a' + i++)));
+        ASSERT_NE(e, nullptr);
+        EXPECT_EQ(e->getValue(), v) << n(v);
+    }
+}
+
+}  // namespace
