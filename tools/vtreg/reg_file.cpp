@@ -127,6 +127,15 @@ std::string narrow(std::u16string_view s) {
     return vt::utf16ToUtf8(s);
 }
 
+// File content quoted in a message: at most 40 characters, control characters shown as '?',
+// so that a hostile file cannot play escape sequences on the terminal.
+std::string shown(std::u16string_view s) {
+    std::u16string out(s.substr(0, 40));
+    for (auto& c : out)
+        if (c < 0x20 || c == 0x7F || (c >= 0x80 && c < 0xA0)) c = u'?';
+    return narrow(out) + (s.size() > 40 ? "..." : "");
+}
+
 class Parser {
   public:
     Parser(std::vector<std::u16string_view> lines, RegFile& out, RegParseError& error)
@@ -200,7 +209,7 @@ class Parser {
                 const char16_t e = line[++pos];
                 if (e != u'\\' && e != u'"')
                     return fail(lineNo(), std::string("unknown escape '\\") +
-                                              narrow(std::u16string_view(&e, 1)) + "' in " + what +
+                                              shown(std::u16string_view(&e, 1)) + "' in " + what +
                                               " (only \\\\ and \\\" are allowed)");
                 text.push_back(e);
                 continue;
@@ -214,8 +223,7 @@ class Parser {
     bool endOfValue(std::u16string_view rest) {
         rest = trimLeft(rest);
         if (rest.empty() || rest.front() == u';') return true;
-        return fail(lineNo(),
-                    "unexpected text after the value: '" + narrow(rest.substr(0, 40)) + "'");
+        return fail(lineNo(), "unexpected text after the value: '" + shown(rest) + "'");
     }
 
     bool valueLine(std::u16string_view line) {
@@ -351,7 +359,7 @@ bool parseKeyName(std::u16string_view key, std::u16string& path, std::string& re
     const std::u16string root = vt::upcase(key.substr(0, sep));
     if (root != u"HKEY_LOCAL_MACHINE" && root != u"HKLM") {
         reason =
-            "only HKEY_LOCAL_MACHINE (HKLM) is supported, not '" + narrow(key.substr(0, sep)) + "'";
+            "only HKEY_LOCAL_MACHINE (HKLM) is supported, not '" + shown(key.substr(0, sep)) + "'";
         return false;
     }
     path.clear();
@@ -364,7 +372,7 @@ bool parseKeyName(std::u16string_view key, std::u16string& path, std::string& re
         const auto name =
             rest.substr(start, next == std::u16string_view::npos ? next : next - start);
         if (name.empty()) {
-            reason = "empty key name in '" + narrow(key) + "'";
+            reason = "empty key name in '" + shown(key) + "'";
             return false;
         }
         if (name.size() > kMaxKeyNameLength) {
