@@ -17,6 +17,7 @@ CActionConfigCallRuleSet::CActionConfigCallRuleSet(const CQuilletString& keyPath
 void CActionConfigCallRuleSet::LoadConfig() {
     if (!loadEnabled()) return;
     m_regAccess.ReadStringValue(u"szRuleSet", m_szRuleSet, u"");
+    m_szRuleSet.getStringA();  // built now: workers read it concurrently in debug lines
     m_regAccess.CloseKey();
 }
 
