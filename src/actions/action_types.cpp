@@ -1,0 +1,54 @@
+#include "actions/action_types.h"
+
+#include <map>
+#include <mutex>
+
+#include "actions/action_config.h"
+#include "actions/call_rule_set/action_call_rule_set.h"
+
+namespace vt {
+namespace {
+
+// The agent's action types. Each action issue adds its row here; an id without a row is an
+// unknown id (reported at load, skipped at run time). Ids and names are what stored
+// configurations contain:
+//   1000 ODBC database, 1001 forward syslog, 1002 send mail, 1003 write file,
+//   1007 event log, 1008 net send, 1009 start a program, 1011 agent transfer protocol,
+//   1012 set property, 1013 set status, 1014 call rule set, 1015 post-process,
+//   1016 play sound, 1017 serial port, 1021 SNMP trap, 1022 control service,
+//   1023 compute variable, 1024 HTTP request, 1025 OLE DB, 1026 resolve host name.
+const ActionType kActionTypes[] = {
+    {1014, "CallRuleSet", &makeActionConfig<CActionConfigCallRuleSet>,
+     &makeAction<CActionConfigCallRuleSet, CActionCallRuleSet>},
+};
+
+std::mutex& extraLock() {
+    static std::mutex lock;
+    return lock;
+}
+std::map<int32_t, ActionType>& extraTypes() {
+    static std::map<int32_t, ActionType> types;
+    return types;
+}
+
+}  // namespace
+
+const ActionType* findActionType(int32_t id) noexcept {
+    for (const ActionType& type : kActionTypes)
+        if (type.id == id) return &type;
+    std::lock_guard lock(extraLock());
+    auto it = extraTypes().find(id);
+    return it == extraTypes().end() ? nullptr : &it->second;
+}
+
+ScopedActionType::ScopedActionType(const ActionType& type) : m_id(type.id) {
+    std::lock_guard lock(extraLock());
+    extraTypes()[type.id] = type;
+}
+
+ScopedActionType::~ScopedActionType() {
+    std::lock_guard lock(extraLock());
+    extraTypes().erase(m_id);
+}
+
+}  // namespace vt

@@ -1,0 +1,35 @@
+#include "engine/engine_clock.h"
+
+#include <atomic>
+#include <chrono>
+#include <thread>
+
+namespace vt {
+namespace {
+
+class SystemClock final : public EngineClock {
+  public:
+    int64_t nowSeconds() override {
+        return std::chrono::duration_cast<std::chrono::seconds>(
+                   std::chrono::system_clock::now().time_since_epoch())
+            .count();
+    }
+    void sleepMs(uint32_t milliseconds) override {
+        std::this_thread::sleep_for(std::chrono::milliseconds(milliseconds));
+    }
+};
+
+SystemClock g_systemClock;
+std::atomic<EngineClock*> g_clock{&g_systemClock};
+
+}  // namespace
+
+EngineClock& engineClock() noexcept {
+    return *g_clock.load(std::memory_order_acquire);
+}
+
+void setEngineClock(EngineClock* clock) noexcept {
+    g_clock.store(clock ? clock : &g_systemClock, std::memory_order_release);
+}
+
+}  // namespace vt

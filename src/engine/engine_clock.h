@@ -1,0 +1,22 @@
+#pragma once
+#include <cstdint>
+
+// Time as the rule engine sees it: the seconds clock used for occurrence windows and minimum
+// waits, and the sleeps of the retry loop and the queue's producer throttle. Tests install a
+// fake so that timing logic runs without real sleeps.
+namespace vt {
+
+class EngineClock {
+  public:
+    virtual ~EngineClock() = default;
+    // Seconds since 1970-01-01 00:00:00 UTC.
+    virtual int64_t nowSeconds() = 0;
+    virtual void sleepMs(uint32_t milliseconds) = 0;
+};
+
+EngineClock& engineClock() noexcept;
+
+// Installs `clock` (not owned; it must outlive its use) or, with nullptr, the system clock again.
+void setEngineClock(EngineClock* clock) noexcept;
+
+}  // namespace vt

@@ -1,0 +1,257 @@
+#include "engine/que_man_list.h"
+
+#include <cstdio>
+#include <memory>
+
+#include "engine/engine_clock.h"
+#include "engine/memory_reserve.h"
+#include "engine/rule_set_list.h"
+#include "model/info_unit.h"
+#include "platform/system_error.h"
+#include "service/config_settings.h"
+#include "service/debug_log.h"
+#include "service/error_report.h"
+#include "service/error_reporter.h"
+
+namespace vt {
+namespace {
+std::atomic<bool> g_engineRunning{true};
+}  // namespace
+
+bool engineRunning() noexcept {
+    return g_engineRunning.load(std::memory_order_relaxed);
+}
+void setEngineRunning(bool running) noexcept {
+    g_engineRunning.store(running);
+}
+}  // namespace vt
+
+namespace {
+
+constexpr char kWorkingTag[] = "CQueManList::Working";
+
+unsigned addressForLog(const void* p) {
+    return static_cast<unsigned>(reinterpret_cast<uintptr_t>(p));
+}
+
+// Ends a unit's life after processing: a waiting producer owns a waitable unit and is woken;
+// any other unit is destroyed here.
+void releaseUnit(CInfoUnit* unit) {
+    if (auto* waitable = dynamic_cast<CWaitableInfoUnit*>(unit))
+        waitable->signalProcessed();
+    else
+        delete unit;
+}
+
+}  // namespace
+
+CQueManList::CQueManList(CConfigSettings* settings, StartWorkers start)
+    : m_settings(settings), m_limit(static_cast<int32_t>(settings->queueLimit)) {
+    if (start == StartWorkers::Now) startWorkerPool();
+}
+
+CQueManList::~CQueManList() {
+    stopWorkerPool();
+    lock();
+    for (auto* e = static_cast<CQueManEntry*>(getFirst()); e;
+         e = static_cast<CQueManEntry*>(e->getNext())) {
+        if (e->m_pUnit) releaseUnit(e->m_pUnit);
+        e->m_pUnit = nullptr;
+    }
+    clear();
+    unlock();
+}
+
+void CQueManList::stopWorkerPool() {
+    signalShutdown();
+    setStopProcessing(true);
+    for (std::thread& worker : m_workers)
+        if (worker.joinable()) worker.join();
+}
+
+void CQueManList::startWorkerPool() {
+    const uint32_t wanted = m_settings->workerThreads;
+    for (uint32_t i = 0; i < wanted; ++i) {
+        try {
+            // Counted before the thread runs, so that a fast-ending worker cannot make the
+            // count negative.
+            m_liveWorkers.fetch_add(1);
+            m_workers.emplace_back(&CQueManList::WorkerThread, this);
+        } catch (...) {
+            m_liveWorkers.fetch_sub(1);  // a thread that fails to start is skipped
+        }
+    }
+    if (m_liveWorkers.load() < 1) {
+        throw new CWinSockError(
+            1002, "CQueManList could not start any worker threads, the service is defunctional.",
+            vt::lastSystemError());
+    }
+}
+
+int32_t CQueManList::addThreshold(int32_t length, int32_t limit, bool lowMemory) noexcept {
+    if (!lowMemory) return limit;
+    const int32_t threshold = length - 100;
+    // Exactly 100 queued gives 0, which means no waiting at all; kept as designed.
+    return threshold < 0 ? 1 : threshold;
+}
+
+void CQueManList::Add(CQueManEntry* entry) {
+    vt::debugPrintf(vt::DBG_ULTRA, "Add %x to queue, current length %d.\r\n",
+                    addressForLog(entry->m_pUnit), m_length.load());
+    const int32_t threshold = addThreshold(m_length.load(), m_limit, vt::lowMemory());
+    if (threshold != 0) {
+        while (m_length.load() > threshold) {
+            vt::debugPrintf(vt::DBG_INFO,
+                            "CQueManList|Add: Queue limit reached (max %d, curr %d) - waiting to "
+                            "go below threshold.\r\n",
+                            threshold, m_length.load());
+            vt::engineClock().sleepMs(1000);
+        }
+    }
+    m_length.fetch_add(1);
+    append(entry);
+    if (vt::lowMemory() && vt::allocateReserveMemory()) vt::setLowMemory(false);
+    vt::debugWrite(vt::DBG_INFO, "Waking up worker thread.\r\n");
+    setWorkEvent();
+}
+
+void CQueManList::setWorkEvent() {
+    {
+        std::lock_guard lock(m_eventLock);
+        // Setting an event that is already set changes nothing: a worker is on its way and
+        // drains everything queued, so no second worker needs waking.
+        if (m_workSignalled) return;
+        m_workSignalled = true;
+    }
+    m_eventCondition.notify_one();
+}
+
+void CQueManList::Enqueue(CInfoUnit* unit) {
+    Add(new CQueManEntry(unit));
+}
+
+bool CQueManList::EnqueueAndWait(CWaitableInfoUnit* unit) {
+    Enqueue(unit);
+    vt::debugWrite(vt::DBG_INFO, "CQueManList|EnqueueAndWait: going to sleep\r\n");
+    unit->waitProcessed();
+    vt::debugWrite(vt::DBG_INFO, "CQueManList|EnqueueAndWait: woke up\r\n");
+    return true;
+}
+
+CInfoUnit* CQueManList::Remove() {
+    CInfoUnit* unit = nullptr;
+    int32_t length;
+    {
+        std::lock_guard guard(*this);
+        auto* first = static_cast<CQueManEntry*>(getFirst());
+        if (!first) return nullptr;
+        unit = first->m_pUnit;
+        first->m_pUnit = nullptr;
+        removeFirst();
+        length = m_length.fetch_sub(1) - 1;
+    }
+    vt::debugPrintf(vt::DBG_ULTRA, "Removed %x from queue, current length %d.\r\n",
+                    addressForLog(unit), length);
+    return unit;
+}
+
+void CQueManList::signalShutdown() {
+    {
+        std::lock_guard lock(m_eventLock);
+        m_shutdownSignalled = true;
+    }
+    m_eventCondition.notify_all();
+}
+
+void CQueManList::WorkerThread(CQueManList* queue) {
+    queue->workerLoop();
+}
+
+CQueManList::WaitResult CQueManList::waitForWork(vt::TimerQueue& timers) {
+    std::unique_lock lock(m_eventLock);
+    auto signalled = [this] { return m_workSignalled || m_shutdownSignalled; };
+    if (auto deadline = timers.nextDeadline()) {
+        if (!m_eventCondition.wait_until(lock, *deadline, signalled)) return WaitResult::Alert;
+    } else {
+        m_eventCondition.wait(lock, signalled);
+    }
+    // The work event comes first when both are set, as in a wait on the two in this order.
+    if (m_workSignalled) {
+        m_workSignalled = false;  // auto-reset: this wake-up consumes the signal
+        return WaitResult::Work;
+    }
+    return WaitResult::Shutdown;
+}
+
+void CQueManList::workerLoop() {
+    vt::debugWrite(vt::DBG_INFO, "This worker thread begins execution.\r\n");
+    {
+        // Idle timers armed by actions on this worker run here, between units.
+        vt::TimerQueueScope timers;
+        bool leave = false;
+        do {
+            const WaitResult result = waitForWork(timers.queue());
+            vt::debugWrite(vt::DBG_INFO, "CQueManList::WorkerThread() woke up.\r\n");
+            switch (result) {
+                case WaitResult::Alert:
+                    timers.queue().runDue(vt::TimerQueue::Clock::now());
+                    break;
+                case WaitResult::Work:
+                    drain();
+                    break;
+                case WaitResult::Shutdown:
+                    vt::debugWrite(vt::DBG_MINIMUM,
+                                   "Worker has been awoken by shutdown request.\r\n");
+                    // The shutdown event stays set: waiting again would return at once, so the
+                    // worker leaves even if the running flag has not been cleared.
+                    leave = true;
+                    break;
+            }
+        } while (!leave && vt::engineRunning() && !isStopProcessing());
+    }
+    vt::debugWrite(vt::DBG_MINIMUM, "This worker thread finished.\r\n");
+    m_liveWorkers.fetch_sub(1);
+}
+
+void CQueManList::drain() {
+    while (!isStopProcessing()) {
+        CInfoUnit* unit = Remove();
+        if (!unit) break;
+        processUnit(unit);
+    }
+}
+
+void CQueManList::runRules(CInfoUnit& unit) {
+    if (CRuleList* rules = vt::boundRuleList(unit))
+        rules->process(unit, *m_settings);
+    else
+        vt::debugWrite(vt::DBG_INFO,
+                       "CQueManList::Working: unit is bound to no rule set - not processed.\r\n");
+}
+
+void CQueManList::processUnit(CInfoUnit* unit) {
+    try {
+        unit->getPropertyInt(u"iut", true);
+    } catch (CErrorReport* raw) {
+        std::unique_ptr<CErrorReport> report(raw);
+        vt::reportError(150, kWorkingTag, report->getMessage().narrowView());
+        releaseUnit(unit);
+        return;
+    } catch (...) {
+        releaseUnit(unit);
+        return;
+    }
+    try {
+        runRules(*unit);
+    } catch (CErrorReport* raw) {
+        std::unique_ptr<CErrorReport> report(raw);
+        vt::reportError(114, kWorkingTag, report->getMessage().narrowView());
+        vt::debugWrite(vt::DBG_INFO, report->getMessage().narrowView());
+        // Abandoned on purpose: neither signalled nor destroyed, so a producer waiting on it
+        // stays blocked and its read position is not advanced past the unit.
+        return;
+    } catch (...) {
+        vt::reportError(114, kWorkingTag, "Unknown error while processing an info unit.");
+    }
+    releaseUnit(unit);
+}

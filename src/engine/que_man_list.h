@@ -1,0 +1,102 @@
+#pragma once
+#include <atomic>
+#include <condition_variable>
+#include <cstdint>
+#include <mutex>
+#include <thread>
+#include <vector>
+
+#include "engine/timer_queue.h"
+#include "model/linked_list.h"
+
+class CInfoUnit;
+class CWaitableInfoUnit;
+class CConfigSettings;
+
+// One queued unit. The queue owns the entry; the unit belongs to the queue while it is queued
+// and to the worker that removes it.
+class CQueManEntry : public CLinkedListEntry {
+  public:
+    explicit CQueManEntry(CInfoUnit* unit) noexcept : m_pUnit(unit) {}
+    CInfoUnit* m_pUnit;
+};
+
+// The process-wide event queue and its pool of worker threads. Producers (the inputs) add units
+// and return at once, or wait for their unit with EnqueueAndWait; each worker wakes on the work
+// event, drains the whole queue, and runs every unit through the rule list it is bound to.
+//
+// Locks: the list's own lock guards the entries; the length is an atomic counter read without
+// a lock for the limit test, so the limit is approximate under concurrent producers. The two
+// events (work: auto-reset, shutdown: manual-reset) share one mutex and condition variable.
+class CQueManList : public CThreadSafeLinkedList {
+  public:
+    enum class StartWorkers { Now, Later };
+
+    // Takes the limit from "nQueueLimit" and starts "nWorkerThreads" workers (unless Later).
+    // Throws CWinSockError* 1002 when no worker could be started. `settings` is not owned.
+    explicit CQueManList(CConfigSettings* settings, StartWorkers start = StartWorkers::Now);
+    // Signals shutdown, stops processing, joins the workers; units still queued are destroyed
+    // (waitable ones are signalled so that their producers go on).
+    ~CQueManList() override;
+
+    void startWorkerPool();
+    // Signals shutdown, sets stop processing and joins the workers (idempotent). A subclass
+    // that overrides runRules calls it from its own destructor.
+    void stopWorkerPool();
+
+    // Appends an entry, first holding the producer while the queue is at its limit.
+    void Add(CQueManEntry* entry);
+    // Takes ownership of `unit` and queues it.
+    void Enqueue(CInfoUnit* unit);
+    // Queues `unit` and waits until its processing has ended; the caller still owns it then.
+    bool EnqueueAndWait(CWaitableInfoUnit* unit);
+    // The first unit (the caller owns it), or null when the queue is empty.
+    CInfoUnit* Remove();
+
+    void signalShutdown();
+    void setStopProcessing(bool stop) noexcept { m_stopProcessing.store(stop); }
+    bool isStopProcessing() const noexcept { return m_stopProcessing.load(); }
+
+    int32_t getLength() const noexcept { return m_length.load(); }
+    int32_t getLimit() const noexcept { return m_limit; }
+    int32_t liveWorkers() const noexcept { return m_liveWorkers.load(); }
+
+    // The length above which a producer waits: the limit, or with low memory the length on
+    // entry minus 100 (at least 1). 0 means no waiting.
+    static int32_t addThreshold(int32_t length, int32_t limit, bool lowMemory) noexcept;
+
+    // Runs one removed unit through its rule list and releases it: what a worker does per unit.
+    void processUnit(CInfoUnit* unit);
+
+  protected:
+    // Runs the unit through the rule list it is bound to.
+    virtual void runRules(CInfoUnit& unit);
+
+  private:
+    enum class WaitResult { Work, Shutdown, Alert };
+
+    static void WorkerThread(CQueManList* queue);
+    void workerLoop();
+    WaitResult waitForWork(vt::TimerQueue& timers);
+    void drain();
+    void setWorkEvent();
+
+    CConfigSettings* m_settings;
+    int32_t m_limit;
+    std::atomic<int32_t> m_length{0};
+    std::atomic<bool> m_stopProcessing{false};
+    std::atomic<int32_t> m_liveWorkers{0};
+
+    std::mutex m_eventLock;
+    std::condition_variable m_eventCondition;
+    bool m_workSignalled = false;      // guarded by m_eventLock
+    bool m_shutdownSignalled = false;  // guarded by m_eventLock
+
+    std::vector<std::thread> m_workers;  // touched only by the constructing/destroying thread
+};
+
+namespace vt {
+// Set while the engine runs; the service manager clears it at shutdown.
+bool engineRunning() noexcept;
+void setEngineRunning(bool running) noexcept;
+}  // namespace vt

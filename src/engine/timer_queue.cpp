@@ -1,0 +1,107 @@
+#include "engine/timer_queue.h"
+
+#include <vector>
+
+namespace vt {
+namespace {
+thread_local std::shared_ptr<TimerQueue> t_timerQueue;
+}  // namespace
+
+uint64_t TimerQueue::add(Clock::time_point deadline, TimerRoutine routine, void* context) {
+    std::lock_guard lock(m_lock);
+    const uint64_t id = m_nextId++;
+    m_entries.emplace(deadline, Entry{id, routine, context});
+    return id;
+}
+
+bool TimerQueue::cancel(uint64_t id) {
+    std::lock_guard lock(m_lock);
+    for (auto it = m_entries.begin(); it != m_entries.end(); ++it) {
+        if (it->second.id == id) {
+            m_entries.erase(it);
+            return true;
+        }
+    }
+    return false;
+}
+
+std::optional<TimerQueue::Clock::time_point> TimerQueue::nextDeadline() const {
+    std::lock_guard lock(m_lock);
+    if (m_entries.empty()) return std::nullopt;
+    return m_entries.begin()->first;
+}
+
+size_t TimerQueue::runDue(Clock::time_point now) {
+    size_t ran = 0;
+    for (;;) {
+        Entry entry;
+        {
+            std::lock_guard lock(m_lock);
+            if (m_entries.empty() || m_entries.begin()->first > now) break;
+            entry = m_entries.begin()->second;
+            m_entries.erase(m_entries.begin());
+        }
+        // Outside the lock: the routine may arm a timer again on this very queue.
+        entry.routine(entry.context, 0, 0);
+        ++ran;
+    }
+    return ran;
+}
+
+size_t TimerQueue::runAll() {
+    return runDue(Clock::time_point::max());
+}
+
+bool TimerQueue::contains(uint64_t id) const {
+    std::lock_guard lock(m_lock);
+    for (const auto& [deadline, entry] : m_entries)
+        if (entry.id == id) return true;
+    return false;
+}
+
+size_t TimerQueue::pending() const {
+    std::lock_guard lock(m_lock);
+    return m_entries.size();
+}
+
+std::shared_ptr<TimerQueue> currentTimerQueue() {
+    return t_timerQueue;
+}
+
+TimerQueueScope::TimerQueueScope()
+    : m_queue(std::make_shared<TimerQueue>()), m_previous(t_timerQueue) {
+    t_timerQueue = m_queue;
+}
+
+TimerQueueScope::~TimerQueueScope() {
+    m_queue->runAll();
+    t_timerQueue = m_previous;
+}
+
+bool WaitableTimer::arm(TimerRoutine routine, void* context, uint32_t milliseconds) {
+    std::shared_ptr<TimerQueue> target = t_timerQueue;
+    std::lock_guard lock(m_lock);
+    if (auto previous = m_queue.lock(); previous && m_id != 0) previous->cancel(m_id);
+    m_id = 0;
+    m_queue.reset();
+    if (!target) return false;
+    m_id = target->add(TimerQueue::Clock::now() + std::chrono::milliseconds(milliseconds), routine,
+                       context);
+    m_queue = target;
+    return true;
+}
+
+void WaitableTimer::cancel() {
+    std::lock_guard lock(m_lock);
+    if (auto queue = m_queue.lock(); queue && m_id != 0) queue->cancel(m_id);
+    m_id = 0;
+    m_queue.reset();
+}
+
+bool WaitableTimer::isPending() const {
+    std::lock_guard lock(m_lock);
+    auto queue = m_queue.lock();
+    return queue && m_id != 0 && queue->contains(m_id);
+}
+
+}  // namespace vt

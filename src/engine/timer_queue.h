@@ -1,0 +1,91 @@
+#pragma once
+#include <chrono>
+#include <cstdint>
+#include <map>
+#include <memory>
+#include <mutex>
+#include <optional>
+
+// One-shot timers whose routines run on the thread that armed them. Each queue worker owns a
+// TimerQueue; its wait for work ends at the queue's next deadline and runs the due routines
+// there, so an action's idle routine (closing a file or a connection) runs on the same worker
+// that used the resource, between units.
+namespace vt {
+
+// Same shape as a waitable timer's completion routine: (context, low, high time words).
+using TimerRoutine = void (*)(void* context, uint32_t timeLow, uint32_t timeHigh);
+
+class TimerQueue {
+  public:
+    using Clock = std::chrono::steady_clock;
+
+    TimerQueue() = default;
+    TimerQueue(const TimerQueue&) = delete;
+    TimerQueue& operator=(const TimerQueue&) = delete;
+
+    // Registers a routine; returns its id (never 0).
+    uint64_t add(Clock::time_point deadline, TimerRoutine routine, void* context);
+    // Removes a pending routine; false when it has run already or was never there.
+    bool cancel(uint64_t id);
+    std::optional<Clock::time_point> nextDeadline() const;
+    // Runs, on the calling thread and outside the lock, every routine due at `now`, earliest
+    // first. Returns how many ran.
+    size_t runDue(Clock::time_point now);
+    // Runs every pending routine at once (the owning worker is leaving).
+    size_t runAll();
+    size_t pending() const;
+    bool contains(uint64_t id) const;
+
+  private:
+    struct Entry {
+        uint64_t id;
+        TimerRoutine routine;
+        void* context;
+    };
+    mutable std::mutex m_lock;
+    std::multimap<Clock::time_point, Entry> m_entries;  // guarded by m_lock
+    uint64_t m_nextId = 1;                              // guarded by m_lock
+};
+
+// The timer queue of the calling thread, or null on threads that own none.
+std::shared_ptr<TimerQueue> currentTimerQueue();
+
+// Gives the calling thread a timer queue for the scope's lifetime; on leaving, the routines
+// still pending run at once so that no resource stays open.
+class TimerQueueScope {
+  public:
+    TimerQueueScope();
+    ~TimerQueueScope();
+    TimerQueueScope(const TimerQueueScope&) = delete;
+    TimerQueueScope& operator=(const TimerQueueScope&) = delete;
+    TimerQueue& queue() noexcept { return *m_queue; }
+
+  private:
+    std::shared_ptr<TimerQueue> m_queue;
+    std::shared_ptr<TimerQueue> m_previous;
+};
+
+// An action's idle timer: at most one pending expiry, registered with the timer queue of the
+// thread that armed it. Safe to arm and cancel from any thread.
+class WaitableTimer {
+  public:
+    WaitableTimer() = default;
+    ~WaitableTimer() { cancel(); }
+    WaitableTimer(const WaitableTimer&) = delete;
+    WaitableTimer& operator=(const WaitableTimer&) = delete;
+
+    // Cancels any pending expiry, then registers `routine` to run after `milliseconds` on the
+    // calling thread's timer queue. False when the thread has no timer queue; nothing is
+    // registered then.
+    bool arm(TimerRoutine routine, void* context, uint32_t milliseconds);
+    // Discards a pending expiry, if any.
+    void cancel();
+    bool isPending() const;
+
+  private:
+    mutable std::mutex m_lock;
+    std::weak_ptr<TimerQueue> m_queue;  // guarded by m_lock
+    uint64_t m_id = 0;                  // guarded by m_lock
+};
+
+}  // namespace vt

@@ -1,0 +1,375 @@
+#include "engine/filter_list.h"
+
+#include <gtest/gtest.h>
+
+#include <functional>
+
+#include "common/registry_fixture.h"
+#include "engine/status_table.h"
+#include "engine_test_helper.h"
+#include "model/info_unit_types.h"
+#include "platform/registry.h"
+#include "service/config_settings.h"
+
+namespace {
+
+using namespace vt;
+using vt::test::makeSyslogUnit;
+
+std::unique_ptr<CFilterListEntry> cond(int32_t type, std::u16string name, std::u16string value,
+                                       int32_t compare,
+                                       std::function<void(FilterEntryValues&)> tweak = {}) {
+    FilterEntryValues v;
+    v.operationType = FOP_LEAF;
+    v.propertyType = type;
+    v.propertyName = std::move(name);
+    v.propertyValue = std::move(value);
+    v.compareOperation = compare;
+    if (tweak) tweak(v);
+    return std::make_unique<CFilterListEntry>(v, 0);
+}
+
+template <class... Entries>
+std::unique_ptr<CFilterList> group(int32_t op, int32_t ignoreUnknown, Entries... entries) {
+    auto list = std::make_unique<CFilterList>(op, ignoreUnknown);
+    (list->add(std::move(entries)), ...);
+    return list;
+}
+
+std::unique_ptr<CFilterListEntry> nested(std::unique_ptr<CFilterList> child) {
+    FilterEntryValues v;
+    v.operationType = child->getOperation();
+    v.hasChildFilterList = 1;
+    auto entry = std::make_unique<CFilterListEntry>(v, child->getIgnoreUnknown());
+    entry->setChildList(std::move(child));
+    return entry;
+}
+
+// A condition that is always true / false / undetermined on the test unit.
+std::unique_ptr<CFilterListEntry> isTrue() {
+    return cond(PT_STRING, u"msg", u"hello", 0);
+}
+std::unique_ptr<CFilterListEntry> isFalse() {
+    return cond(PT_STRING, u"msg", u"absent", 0);
+}
+std::unique_ptr<CFilterListEntry> unknownProp() {
+    return cond(PT_STRING, u"nosuch", u"x", 0);
+}
+
+// 2024-01-02 10:00:00 UTC, a Tuesday.
+constexpr int64_t kTuesday10am = 1704189600;
+
+struct FilterCase {
+    const char* what;
+    std::function<std::unique_ptr<CFilterList>()> tree;
+    int32_t expected;
+    std::function<void(CInfoUnit&)> prepare = {};
+};
+
+const FilterCase kCases[] = {
+    // Group operations over defined children.
+    {"AND all true", [] { return group(FOP_AND, 0, isTrue(), isTrue()); }, 1},
+    {"AND stops at false", [] { return group(FOP_AND, 0, isTrue(), isFalse(), isTrue()); }, 0},
+    {"OR one true", [] { return group(FOP_OR, 0, isFalse(), isTrue()); }, 1},
+    {"OR all false", [] { return group(FOP_OR, 0, isFalse(), isFalse()); }, 0},
+    {"OR skips undetermined", [] { return group(FOP_OR, 0, unknownProp()); }, 0},
+    {"NOT true", [] { return group(FOP_NOT, 0, isTrue()); }, 0},
+    {"NOT false", [] { return group(FOP_NOT, 0, isFalse()); }, 1},
+    {"NOT looks at the first child only", [] { return group(FOP_NOT, 0, isFalse(), isFalse()); },
+     1},
+    {"XOR true true", [] { return group(FOP_XOR, 0, isTrue(), isTrue()); }, 0},
+    {"XOR true false", [] { return group(FOP_XOR, 0, isTrue(), isFalse()); }, 1},
+    {"XOR three true", [] { return group(FOP_XOR, 0, isTrue(), isTrue(), isTrue()); }, 1},
+    {"XOR skips undetermined", [] { return group(FOP_XOR, 0, isTrue(), unknownProp()); }, 1},
+    {"TRUE group", [] { return group(FOP_TRUE, 0, isFalse()); }, 1},
+    {"FALSE group", [] { return group(FOP_FALSE, 0, isTrue()); }, 0},
+    {"operation 4 is invalid as a group", [] { return group(FOP_LEAF, 0, isFalse()); }, 1},
+    {"operation 9 is invalid as a group", [] { return group(9, 0, isFalse()); }, 1},
+    {"empty group", [] { return group(FOP_AND, 0); }, 3},
+    {"nested OR inside AND",
+     [] { return group(FOP_AND, 0, isTrue(), nested(group(FOP_OR, 0, isFalse(), isTrue()))); }, 1},
+    {"group entry without child list is skipped by AND",
+     [] {
+         FilterEntryValues v;
+         v.operationType = FOP_OR;
+         return group(FOP_AND, 0, std::make_unique<CFilterListEntry>(v, 0), isTrue());
+     },
+     1},
+
+    // Absent properties and "nThreatNotFoundFilters".
+    {"AND over absent property", [] { return group(FOP_AND, 0, unknownProp()); }, 0},
+    {"AND over absent property, ignored", [] { return group(FOP_AND, 1, unknownProp()); }, 1},
+    {"NOT over absent property", [] { return group(FOP_NOT, 0, unknownProp()); }, 1},
+    {"NOT over absent property, ignored", [] { return group(FOP_NOT, 1, unknownProp()); }, 0},
+    {"PT_INT absent", [] { return group(FOP_AND, 0, cond(PT_INT, u"nosuch", u"1", 0)); }, 0},
+
+    // Strings: the comparisons, the range, templates.
+    {"contains", [] { return group(FOP_AND, 0, cond(PT_STRING, u"msg", u"lo wo", 0)); }, 1},
+    {"contains is case-sensitive",
+     [] { return group(FOP_AND, 0, cond(PT_STRING, u"msg", u"Hello", 0)); }, 0},
+    {"does not contain", [] { return group(FOP_AND, 0, cond(PT_STRING, u"msg", u"xyz", 1)); }, 1},
+    {"equal", [] { return group(FOP_AND, 0, cond(PT_STRING, u"msg", u"hello world", 5)); }, 1},
+    {"equal needs the whole text",
+     [] { return group(FOP_AND, 0, cond(PT_STRING, u"msg", u"hello", 5)); }, 0},
+    {"not equal", [] { return group(FOP_AND, 0, cond(PT_STRING, u"msg", u"hello", 6)); }, 1},
+    {"range: 'lo' at 4-5 within 1-5",
+     [] {
+         return group(FOP_AND, 0, cond(PT_STRING, u"msg", u"lo", 4, [](auto& v) {
+                          v.rangeStart = 1;
+                          v.rangeEnd = 5;
+                      }));
+     },
+     1},
+    {"range: 'lo' at 4-5 not within 1-4",
+     [] {
+         return group(FOP_AND, 0, cond(PT_STRING, u"msg", u"lo", 4, [](auto& v) {
+                          v.rangeStart = 1;
+                          v.rangeEnd = 4;
+                      }));
+     },
+     0},
+    {"range: start 0 counts as 1",
+     [] {
+         return group(FOP_AND, 0, cond(PT_STRING, u"msg", u"he", 4, [](auto& v) {
+                          v.rangeStart = 0;
+                          v.rangeEnd = 2;
+                      }));
+     },
+     1},
+    {"range: only occurrences at or after the start count",
+     [] {
+         return group(FOP_AND, 0, cond(PT_STRING, u"msg", u"o", 4, [](auto& v) {
+                          v.rangeStart = 6;
+                          v.rangeEnd = 7;
+                      }));
+     },
+     0},
+    {"range: 'o' found again at 8",
+     [] {
+         return group(FOP_AND, 0, cond(PT_STRING, u"msg", u"o", 4, [](auto& v) {
+                          v.rangeStart = 6;
+                          v.rangeEnd = 8;
+                      }));
+     },
+     1},
+    {"range: start beyond the text",
+     [] {
+         return group(FOP_AND, 0, cond(PT_STRING, u"msg", u"", 4, [](auto& v) {
+                          v.rangeStart = 40;
+                          v.rangeEnd = 80;
+                      }));
+     },
+     0},
+    {"compare 2 is not supported for strings, AND takes -1 as true",
+     [] { return group(FOP_AND, 0, cond(PT_STRING, u"msg", u"x", 2)); }, 1},
+    {"template tests the first five characters",
+     [] { return group(FOP_AND, 0, cond(PT_STRING, u"%msg:1:5%", u"hello", 5)); }, 1},
+    {"template cut excludes the rest",
+     [] { return group(FOP_AND, 0, cond(PT_STRING, u"%msg:1:5%", u"world", 0)); }, 0},
+    {"PT_STRING lower-cases the name",
+     [] { return group(FOP_AND, 0, cond(PT_STRING, u"MSG", u"hello", 0)); }, 1},
+    {"type 8 keeps the name's case",
+     [] { return group(FOP_AND, 0, cond(PT_STRING_CASED, u"MSG", u"hello", 0)); }, 0},
+    {"ntservicename tests sourceproc",
+     [] { return group(FOP_AND, 0, cond(PT_STRING, u"NTServiceName", u"spooler", 5)); }, 1,
+     [](CInfoUnit& u) { u.setPropertyString(u"sourceproc", u"spooler"); }},
+
+    // Numbers and truth values.
+    {"PT_INT 12abc compares with 12",
+     [] { return group(FOP_AND, 0, cond(PT_INT, u"id", u"12abc", 0)); }, 1,
+     [](CInfoUnit& u) { u.setPropertyInt(u"id", 12); }},
+    {"PT_INT greater", [] { return group(FOP_AND, 0, cond(PT_INT, u"id", u"10", 2)); }, 1,
+     [](CInfoUnit& u) { u.setPropertyInt(u"id", 12); }},
+    {"PT_INT less", [] { return group(FOP_AND, 0, cond(PT_INT, u"id", u"10", 3)); }, 0,
+     [](CInfoUnit& u) { u.setPropertyInt(u"id", 12); }},
+    {"PT_INT unsupported compare in OR is true",
+     [] { return group(FOP_OR, 0, cond(PT_INT, u"id", u"10", 7)); }, 1,
+     [](CInfoUnit& u) { u.setPropertyInt(u"id", 12); }},
+    {"PT_BOOL non-zero equals flag 1",
+     [] { return group(FOP_AND, 0, cond(PT_BOOL, u"flag", u"1", 0)); }, 1,
+     [](CInfoUnit& u) { u.setPropertyInt(u"flag", 7); }},
+    {"PT_BOOL differs", [] { return group(FOP_AND, 0, cond(PT_BOOL, u"flag", u"1", 1)); }, 0,
+     [](CInfoUnit& u) { u.setPropertyInt(u"flag", 7); }},
+
+    // Unit types.
+    {"IsSyslog with flag 1 and compare 0",
+     [] { return group(FOP_AND, 0, cond(PT_ENUM_IUT, u"IsSyslog", u"1", 0)); }, 1},
+    {"IsSyslog with flag 0 and compare 0 is false even for syslog",
+     [] { return group(FOP_AND, 0, cond(PT_ENUM_IUT, u"IsSyslog", u"0", 0)); }, 0},
+    {"IsSyslog with flag 0 and compare 1",
+     [] { return group(FOP_AND, 0, cond(PT_ENUM_IUT, u"IsSyslog", u"0", 1)); }, 1},
+    {"IsFileMonitor on a syslog unit",
+     [] { return group(FOP_AND, 0, cond(PT_ENUM_IUT, u"IsFileMonitor", u"0", 1)); }, 0},
+    {"unknown kind name matches no type",
+     [] { return group(FOP_AND, 0, cond(PT_ENUM_IUT, u"IsSomething", u"0", 1)); }, 0},
+
+    // Disk space: 1000 available, 400 used.
+    {"disk space absolute",
+     [] {
+         return group(FOP_AND, 0,
+                      cond(PT_DISKSPACE, u"", u"600", 0, [](auto& v) { v.propertyValueType = 3; }));
+     },
+     1,
+     [](CInfoUnit& u) {
+         u.setPropertyInt(u"maxavailable", 1000), u.setPropertyInt(u"currusage", 400);
+     }},
+    {"disk space in units of 1024",
+     [] {
+         return group(FOP_AND, 0,
+                      cond(PT_DISKSPACE, u"", u"1", 3, [](auto& v) { v.propertyValueType = 4; }));
+     },
+     1,
+     [](CInfoUnit& u) {
+         u.setPropertyInt(u"maxavailable", 1000), u.setPropertyInt(u"currusage", 400);
+     }},
+    {"disk space percent",
+     [] {
+         return group(FOP_AND, 0,
+                      cond(PT_DISKSPACE, u"", u"60", 0, [](auto& v) { v.propertyValueType = 5; }));
+     },
+     1,
+     [](CInfoUnit& u) {
+         u.setPropertyInt(u"maxavailable", 1000), u.setPropertyInt(u"currusage", 400);
+     }},
+    {"disk space percent below 100 available is undetermined",
+     [] {
+         return group(FOP_AND, 0,
+                      cond(PT_DISKSPACE, u"", u"60", 0, [](auto& v) { v.propertyValueType = 5; }));
+     },
+     0,
+     [](CInfoUnit& u) {
+         u.setPropertyInt(u"maxavailable", 99), u.setPropertyInt(u"currusage", 9);
+     }},
+
+    // Time of day and weekday on Tuesday 10:00:00 UTC (settings select UTC).
+    {"time of day equal",
+     [] {
+         return group(FOP_AND, 0,
+                      cond(PT_TIME, u"IsTime", u"36000", 0, [](auto& v) { v.optionalValue = 4; }));
+     },
+     1, [](CInfoUnit& u) { u.setTimeGenerated(kTuesday10am); }},
+    {"time of day later than 09:59:59 (global UTC setting)",
+     [] { return group(FOP_AND, 0, cond(PT_TIME, u"IsTime", u"35999", 2)); }, 1,
+     [](CInfoUnit& u) { u.setTimeGenerated(kTuesday10am); }},
+    {"time of day with a wrong name",
+     [] { return group(FOP_AND, 1, cond(PT_TIME, u"Time", u"0", 2), isFalse()); }, 0},
+    {"weekday on the named day",
+     [] { return group(FOP_AND, 0, cond(PT_WDAY, u"TimeTuesday", u"1", 0)); }, 1,
+     [](CInfoUnit& u) { u.setTimeGenerated(kTuesday10am); }},
+    {"Monday on a Tuesday fails an AND",
+     [] { return group(FOP_AND, 0, cond(PT_WDAY, u"TimeMonday", u"1", 0)); }, 0,
+     [](CInfoUnit& u) { u.setTimeGenerated(kTuesday10am); }},
+    {"Monday on a Tuesday is ignored with nThreatNotFoundFilters",
+     [] { return group(FOP_AND, 1, cond(PT_WDAY, u"TimeMonday", u"1", 0)); }, 1,
+     [](CInfoUnit& u) { u.setTimeGenerated(kTuesday10am); }},
+
+    // Unknown property type.
+    {"unknown property type is undetermined",
+     [] { return group(FOP_AND, 0, cond(42, u"msg", u"hello", 0)); }, 0},
+};
+
+class FilterTableTest : public ::testing::TestWithParam<FilterCase> {};
+
+TEST_P(FilterTableTest, Evaluates) {
+    const FilterCase& c = GetParam();
+    auto settings = vt::test::makeSettings();
+    settings->timeMode = 1;  // UTC
+    auto unit = makeSyslogUnit(u"hello world");
+    if (c.prepare) c.prepare(*unit);
+    auto tree = c.tree();
+    EXPECT_EQ(tree->evaluate(*unit, settings.get()), c.expected) << c.what;
+}
+
+INSTANTIATE_TEST_SUITE_P(Cases, FilterTableTest, ::testing::ValuesIn(kCases));
+
+// Single entries give the raw codes that groups turn into true and false.
+TEST(FilterEntryTest, RawResultCodes) {
+    auto unit = makeSyslogUnit(u"hello world");
+    unit->setTimeGenerated(kTuesday10am);
+    auto settings = vt::test::makeSettings();
+    settings->timeMode = 1;
+    EXPECT_EQ(unknownProp()->evaluate(*unit, settings.get()), FILTER_UNDETERMINED);
+    EXPECT_EQ(cond(PT_WDAY, u"TimeMonday", u"1", 0)->evaluate(*unit, settings.get()),
+              FILTER_UNDETERMINED);
+    EXPECT_EQ(cond(PT_STRING, u"msg", u"x", 3)->evaluate(*unit, settings.get()),
+              FILTER_UNSUPPORTED);
+    EXPECT_EQ(cond(PT_TIME, u"IsTime", u"0", 1)->evaluate(*unit, settings.get()),
+              FILTER_UNSUPPORTED);
+    FilterEntryValues groupWithoutList;
+    groupWithoutList.operationType = FOP_AND;
+    EXPECT_EQ(CFilterListEntry(groupWithoutList, 0).evaluate(*unit, settings.get()), FILTER_EMPTY);
+}
+
+TEST(FilterEntryTest, SaveIntoPropertyOnlyOnMatch) {
+    auto unit = makeSyslogUnit(u"hello world");
+    auto saving = [](std::u16string value) {
+        return cond(PT_STRING, u"msg", std::move(value), 0, [](auto& v) {
+            v.saveIntoProperty = 1;
+            v.saveIntoPropertyName = u"matched";
+        });
+    };
+    EXPECT_EQ(saving(u"absent")->evaluate(*unit, nullptr), FILTER_FALSE);
+    EXPECT_EQ(unit->getPropertyStringObject(u"matched"), nullptr);
+    EXPECT_EQ(saving(u"world")->evaluate(*unit, nullptr), FILTER_TRUE);
+    ASSERT_NE(unit->getPropertyStringObject(u"matched"), nullptr);
+    EXPECT_EQ(unit->getPropertyStringObject(u"matched")->view(), u"world");
+    // A later condition sees the saved property.
+    EXPECT_EQ(cond(PT_STRING, u"matched", u"world", 5)->evaluate(*unit, nullptr), FILTER_TRUE);
+}
+
+TEST(FilterEntryTest, StatusVariableLookedUpThroughTemplate) {
+    vt::statusTable().clear();
+    auto unit = makeSyslogUnit(u"hello");
+    auto status = [] {
+        return cond(PT_STATUS, u"state_%iut%", u"on", 0, [](auto& v) {
+            v.saveIntoProperty = 1;
+            v.saveIntoPropertyName = u"seen";
+        });
+    };
+    EXPECT_EQ(status()->evaluate(*unit, nullptr), FILTER_UNDETERMINED);
+    vt::statusTable().setValue(u"state_1", u"switched on");
+    EXPECT_EQ(status()->evaluate(*unit, nullptr), FILTER_TRUE);
+    EXPECT_NE(unit->getPropertyStringObject(u"seen"), nullptr);
+    vt::statusTable().setValue(u"state_1", u"off");
+    EXPECT_EQ(status()->evaluate(*unit, nullptr), FILTER_FALSE);
+    vt::statusTable().clear();
+}
+
+// The tree as stored: "nFilterCount" and F1..Fn per level, a missing Fn skipped.
+TEST(FilterLoadTest, LoadsNestedTreeFromRegistry) {
+    vt::test::ScopedRegistry registry;
+    const std::u16string filters = registry.base() + u"\\Filters";
+    using vt::test::regSetDword;
+    using vt::test::regSetString;
+    regSetDword(filters, u"nFilterCount", 3);
+    // F1: msg contains "hello". F2 is missing. F3: an OR group of two conditions.
+    regSetDword(filters + u"\\F1", u"nOperationType", 4);
+    regSetDword(filters + u"\\F1", u"PropertyType", 1);
+    regSetString(filters + u"\\F1", u"PropertyName", u"Msg");
+    regSetString(filters + u"\\F1", u"PropertyValue", u"hello");
+    const std::u16string f3 = filters + u"\\F3";
+    regSetDword(f3, u"nOperationType", 1);
+    regSetDword(f3, u"nHasChildFilterList", 1);
+    regSetDword(f3, u"nFilterCount", 2);
+    for (int i = 1; i <= 2; ++i) {
+        const std::u16string leaf = f3 + u"\\F" + std::u16string(1, char16_t(u'0' + i));
+        regSetDword(leaf, u"nOperationType", 4);
+        regSetDword(leaf, u"PropertyType", 0);
+        regSetString(leaf, u"PropertyName", u"syslogpriority");
+        regSetString(leaf, u"PropertyValue", i == 1 ? u"3" : u"5");
+    }
+
+    CFilterList tree(FOP_AND, 0);
+    tree.load(CQuilletString(std::u16string_view(filters)));
+    EXPECT_EQ(tree.getCount(), 2);
+    auto unit = makeSyslogUnit(u"hello there");
+    unit->setSyslogPriority(5);
+    EXPECT_EQ(tree.evaluate(*unit, nullptr), FILTER_TRUE);
+    unit->setSyslogPriority(4);
+    EXPECT_EQ(tree.evaluate(*unit, nullptr), FILTER_FALSE);
+    unit->setSyslogPriority(3);
+    unit->setMsg(u"goodbye");
+    EXPECT_EQ(tree.evaluate(*unit, nullptr), FILTER_FALSE);
+}
+
+}  // namespace

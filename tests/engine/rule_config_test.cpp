@@ -1,0 +1,245 @@
+#include <gtest/gtest.h>
+
+#include "common/registry_fixture.h"
+#include "engine/que_man_list.h"
+#include "engine/rule_set_list.h"
+#include "engine_test_helper.h"
+#include "model/info_unit_types.h"
+#include "service/config_settings.h"
+#include "vtreg/reg_file.h"
+
+namespace {
+
+using namespace vt;
+using namespace vt::test;
+
+// Two rule sets. "Main": R1 logs "alert" messages, calls "Alerts" and logs again; R2 logs
+// "drop" messages and discards them before a third action; R3 has no filters and logs
+// everything that gets that far. "Alerts": R1 logs and discards units of priority below 4;
+// R2 logs the rest. Action type 9001 is the test's probe, which appends its "szTag".
+constexpr char kConfig[] = R"(Windows Registry Editor Version 5.00
+
+[HKEY_LOCAL_MACHINE\SOFTWARE\Quillet\Vantor\Agent\RuleSets]
+"nRuleSetsVersion"=dword:00000007
+"nRuleSetCount"=dword:00000002
+"szRSName1"="Main"
+"szRSName2"="Alerts"
+
+[HKEY_LOCAL_MACHINE\SOFTWARE\Quillet\Vantor\Agent\RuleSets\RS1]
+"nRuleSetNumber"=dword:00000001
+"nRuleCount"=dword:00000003
+"nRuleVersion"=dword:00000001
+
+[HKEY_LOCAL_MACHINE\SOFTWARE\Quillet\Vantor\Agent\RuleSets\RS1\R1]
+"nActionCount"=dword:00000003
+"nActionType1"=dword:00002329
+"szActionName1"="log main-r1"
+"nActionType2"=dword:000003f6
+"szActionName2"="call Alerts"
+"nActionType3"=dword:00002329
+"szActionName3"="log main-r1-after"
+
+[HKEY_LOCAL_MACHINE\SOFTWARE\Quillet\Vantor\Agent\RuleSets\RS1\R1\A1]
+"szTag"="main-r1"
+
+[HKEY_LOCAL_MACHINE\SOFTWARE\Quillet\Vantor\Agent\RuleSets\RS1\R1\A2]
+"szRuleSet"="Alerts"
+
+[HKEY_LOCAL_MACHINE\SOFTWARE\Quillet\Vantor\Agent\RuleSets\RS1\R1\A3]
+"szTag"="main-r1-after"
+
+[HKEY_LOCAL_MACHINE\SOFTWARE\Quillet\Vantor\Agent\RuleSets\RS1\R1\Filters]
+"nFilterCount"=dword:00000001
+
+[HKEY_LOCAL_MACHINE\SOFTWARE\Quillet\Vantor\Agent\RuleSets\RS1\R1\Filters\F1]
+"nOperationType"=dword:00000004
+"PropertyType"=dword:00000001
+"PropertyName"="msg"
+"PropertyValue"="alert"
+"CompareOperation"=dword:00000000
+
+[HKEY_LOCAL_MACHINE\SOFTWARE\Quillet\Vantor\Agent\RuleSets\RS1\R2]
+"nActionCount"=dword:00000003
+"nActionType1"=dword:00002329
+"nActionType2"=dword:00000001
+"nActionType3"=dword:00002329
+
+[HKEY_LOCAL_MACHINE\SOFTWARE\Quillet\Vantor\Agent\RuleSets\RS1\R2\A1]
+"szTag"="main-r2"
+
+[HKEY_LOCAL_MACHINE\SOFTWARE\Quillet\Vantor\Agent\RuleSets\RS1\R2\A3]
+"szTag"="never"
+
+[HKEY_LOCAL_MACHINE\SOFTWARE\Quillet\Vantor\Agent\RuleSets\RS1\R2\Filters]
+"nFilterCount"=dword:00000001
+
+[HKEY_LOCAL_MACHINE\SOFTWARE\Quillet\Vantor\Agent\RuleSets\RS1\R2\Filters\F1]
+"nOperationType"=dword:00000004
+"PropertyType"=dword:00000001
+"PropertyName"="msg"
+"PropertyValue"="drop"
+
+[HKEY_LOCAL_MACHINE\SOFTWARE\Quillet\Vantor\Agent\RuleSets\RS1\R3]
+"nActionCount"=dword:00000001
+"nActionType1"=dword:00002329
+
+[HKEY_LOCAL_MACHINE\SOFTWARE\Quillet\Vantor\Agent\RuleSets\RS1\R3\A1]
+"szTag"="main-r3"
+
+[HKEY_LOCAL_MACHINE\SOFTWARE\Quillet\Vantor\Agent\RuleSets\RS2]
+"nRuleSetNumber"=dword:00000002
+"nRuleCount"=dword:00000002
+
+[HKEY_LOCAL_MACHINE\SOFTWARE\Quillet\Vantor\Agent\RuleSets\RS2\R1]
+"nActionCount"=dword:00000002
+"nActionType1"=dword:00002329
+"nActionType2"=dword:00000001
+
+[HKEY_LOCAL_MACHINE\SOFTWARE\Quillet\Vantor\Agent\RuleSets\RS2\R1\A1]
+"szTag"="alerts-r1"
+
+[HKEY_LOCAL_MACHINE\SOFTWARE\Quillet\Vantor\Agent\RuleSets\RS2\R1\Filters]
+"nFilterCount"=dword:00000001
+
+[HKEY_LOCAL_MACHINE\SOFTWARE\Quillet\Vantor\Agent\RuleSets\RS2\R1\Filters\F1]
+"nOperationType"=dword:00000004
+"PropertyType"=dword:00000000
+"PropertyName"="SyslogPriority"
+"PropertyValue"="4"
+"CompareOperation"=dword:00000003
+
+[HKEY_LOCAL_MACHINE\SOFTWARE\Quillet\Vantor\Agent\RuleSets\RS2\R2]
+"nActionCount"=dword:00000001
+"nActionType1"=dword:00002329
+
+[HKEY_LOCAL_MACHINE\SOFTWARE\Quillet\Vantor\Agent\RuleSets\RS2\R2\A1]
+"szTag"="alerts-r2"
+)";
+
+class RuleConfigTest : public ::testing::Test {
+  protected:
+    void SetUp() override {
+        m_registry.alsoRemove(kRuleSetsKeyPath);
+        vtreg::RegFile file;
+        vtreg::RegParseError error;
+        ASSERT_TRUE(vtreg::parseRegFile(kConfig, file, error))
+            << "line " << error.line << ": " << error.reason;
+        std::string where;
+        ASSERT_EQ(vtreg::applyRegFile(file, where), kRegOk) << where;
+        processRuleSetList().unload();
+        ASSERT_EQ(loadAgentRuleSets(), 2u);
+        m_main = processRuleSetList().findRuleSet(u"Main");
+        ASSERT_NE(m_main, nullptr);
+    }
+    void TearDown() override { processRuleSetList().unload(); }
+
+    std::string route(std::u16string_view msg, int priority) {
+        auto unit = makeSyslogUnit(msg);
+        unit->setSyslogPriority(priority);
+        m_main->getRuleList().process(*unit, *m_settings);
+        return traceOf(*unit);
+    }
+
+    ScopedRegistry m_registry;
+    ProbeActionType m_probeType;
+    std::unique_ptr<CConfigSettings> m_settings = makeSettings();
+    CRuleSetListEntry* m_main = nullptr;
+};
+
+TEST_F(RuleConfigTest, LoadsBothRuleSets) {
+    CRuleSetList& list = processRuleSetList();
+    EXPECT_EQ(list.getLoadedVersion(), 7);
+    CRuleSetListEntry* alerts = list.findRuleSet(u"Alerts");
+    ASSERT_NE(alerts, nullptr);
+    EXPECT_EQ(list.findRuleSet(u"alerts"), nullptr);  // names compare as stored
+    EXPECT_EQ(m_main->getRuleCount(), 3);
+    EXPECT_EQ(m_main->getRuleList().getRuleCount(), 3);
+    EXPECT_EQ(alerts->getRuleSetNumber(), 2);
+    EXPECT_EQ(alerts->getRuleVersion(), -1);
+    // An unchanged version does not reload: the rule set objects stay the same.
+    EXPECT_EQ(loadAgentRuleSets(), 2u);
+    EXPECT_EQ(list.findRuleSet(u"Main"), m_main);
+}
+
+struct Route {
+    const char16_t* msg;
+    int priority;
+    const char* trace;
+};
+
+TEST_F(RuleConfigTest, RoutesUnitsThroughRulesAndCalledRuleSet) {
+    const Route routes[] = {
+        // The called rule set's discard ends only the called rule set.
+        {u"alert one", 5, "main-r1,alerts-r2,main-r1-after,main-r3"},
+        {u"alert two", 2, "main-r1,alerts-r1,main-r1-after,main-r3"},
+        // A discard stops the rest of its rule and every later rule.
+        {u"please drop", 5, "main-r2"},
+        {u"alert and drop", 5, "main-r1,alerts-r2,main-r1-after,main-r2"},
+        {u"other", 5, "main-r3"},
+    };
+    for (const Route& r : routes) {
+        SCOPED_TRACE(r.trace);
+        EXPECT_EQ(route(r.msg, r.priority), r.trace);
+    }
+}
+
+TEST_F(RuleConfigTest, RoutesThroughTheQueue) {
+    m_settings->workerThreads = 2;
+    CQueManList queue(m_settings.get());
+    std::vector<std::unique_ptr<CInfoUnitFileMonitor>> units;
+    for (const char16_t* msg : {u"alert x", u"drop y", u"z"}) {
+        auto unit = std::make_unique<CInfoUnitFileMonitor>();
+        unit->setMsg(msg);
+        bindRuleList(*unit, &m_main->getRuleList());
+        EXPECT_TRUE(queue.EnqueueAndWait(unit.get()));
+        units.push_back(std::move(unit));
+    }
+    EXPECT_EQ(traceOf(*units[0]), "main-r1,alerts-r2,main-r1-after,main-r3");
+    EXPECT_EQ(traceOf(*units[1]), "main-r2");
+    EXPECT_EQ(traceOf(*units[2]), "main-r3");
+}
+
+TEST_F(RuleConfigTest, CallToMissingRuleSetIsReportedUntilFound) {
+    const std::u16string key = m_registry.base() + u"\\R1\\A1";
+    regSetString(key, u"szRuleSet", u"Later");
+    CRuleSetList ruleSets;
+    CActionListEntry call(CQuilletString("call"), CQuilletString(std::u16string_view(key)), 1014,
+                          ActionLoadContext{&ruleSets});
+    auto unit = makeSyslogUnit(u"m");
+    {
+        DebugCapture capture;
+        EXPECT_TRUE(call.CallAction(*unit, *m_settings));
+        const std::string log = capture.text();
+        EXPECT_NE(log.find("CActionCallRuleSet - RuleSet was NOT found."), std::string::npos);
+        EXPECT_NE(log.find("Error Event 114 logged with data 'No RuleSet was found in Call RuleSet "
+                           "Action. DEBUG: "),
+                  std::string::npos)
+            << log;
+    }
+    ruleSets.add(std::make_unique<CRuleSetListEntry>(CQuilletString("Later")));
+    DebugCapture capture;
+    EXPECT_TRUE(call.CallAction(*unit, *m_settings));
+    EXPECT_EQ(capture.text().find("NOT found"), std::string::npos);
+}
+
+// A rule set that calls itself ends after a bounded depth instead of exhausting the stack.
+TEST_F(RuleConfigTest, SelfCallIsCutOff) {
+    const std::u16string key = m_registry.base() + u"\\R1\\A1";
+    regSetString(key, u"szRuleSet", u"Loop");
+    CRuleSetList ruleSets;
+    auto loop = std::make_unique<CRuleSetListEntry>(CQuilletString("Loop"));
+    CRuleSetListEntry* loopSet = loop.get();
+    ruleSets.add(std::move(loop));
+    regSetDword(m_registry.base() + u"\\R1", u"nActionCount", 1);
+    regSetDword(m_registry.base() + u"\\R1", u"nActionType1", 1014);
+    loopSet->getRuleList().add(std::make_unique<CRuleListEntry>(
+        RuleFiringSettings{}, nullptr,
+        std::make_unique<CActionList>(CQuilletString(m_registry.base() + u"\\R1"),
+                                      ActionLoadContext{&ruleSets})));
+    auto unit = makeSyslogUnit(u"m");
+    DebugCapture capture;
+    EXPECT_TRUE(loopSet->getRuleList().process(*unit, *m_settings));
+    EXPECT_NE(capture.text().find("calls nested deeper than"), std::string::npos);
+}
+
+}  // namespace
