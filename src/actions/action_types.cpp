@@ -5,6 +5,7 @@
 
 #include "actions/action_config.h"
 #include "actions/call_rule_set/action_call_rule_set.h"
+#include "actions/send_syslog/action_send_syslog.h"
 
 namespace vt {
 namespace {
@@ -18,6 +19,8 @@ namespace {
 //   1016 play sound, 1017 serial port, 1021 SNMP trap, 1022 control service,
 //   1023 compute variable, 1024 HTTP request, 1025 OLE DB, 1026 resolve host name.
 const ActionType kActionTypes[] = {
+    {1001, "SendSyslog", &makeActionConfig<CActionConfigSendSyslog>,
+     &makeAction<CActionConfigSendSyslog, CActionSendSyslog>},
     {1014, "CallRuleSet", &makeActionConfig<CActionConfigCallRuleSet>,
      &makeAction<CActionConfigCallRuleSet, CActionCallRuleSet>},
 };
