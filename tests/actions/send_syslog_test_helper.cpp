@@ -71,12 +71,12 @@ void StreamSink::readLoop(Connection* connection) {
     while (!m_stop) {
         {
             std::lock_guard lock(m_lock);
-            if (!connection->socket.valid()) return;
+            if (!connection->socket.valid() || connection->dropped) return;
         }
         // The socket is only closed by dropConnections under the lock after this thread has
         // been told to stop looking at it; the short wait keeps that prompt.
         const int ready = vt::net::waitSocketReady(connection->socket.handle(), false, 20);
-        if (ready != 1) continue;
+        if (ready == 0) continue;
         const int n = connection->socket.receive(buffer.data(), int(buffer.size()));
         std::lock_guard lock(m_lock);
         if (n <= 0) {
