@@ -1,0 +1,104 @@
+#include "service/service_fixture_helper.h"
+
+#include <atomic>
+#include <fstream>
+#include <random>
+#include <sstream>
+#include <utility>
+
+#ifndef _WIN32
+#include <sys/socket.h>
+#include <sys/un.h>
+#include <unistd.h>
+
+#include <cstdlib>
+#include <cstring>
+#endif
+
+namespace vt::test {
+
+TempDir::TempDir() {
+    static std::atomic<int> counter{0};
+    std::random_device random;
+    m_path = std::filesystem::temp_directory_path() /
+             ("vtsvc_" + std::to_string(random()) + "_" + std::to_string(counter++));
+    std::filesystem::create_directories(m_path);
+}
+
+TempDir::~TempDir() {
+    std::error_code ec;
+    std::filesystem::remove_all(m_path, ec);
+}
+
+std::string readFile(const std::string& path) {
+    std::ifstream in(path, std::ios::binary);
+    std::ostringstream out;
+    out << in.rdbuf();
+    return out.str();
+}
+
+std::vector<std::string> splitLines(const std::string& text) {
+    std::vector<std::string> lines;
+    size_t start = 0;
+    for (;;) {
+        const size_t end = text.find("\r\n", start);
+        if (end == std::string::npos) break;
+        lines.push_back(text.substr(start, end - start));
+        start = end + 2;
+    }
+    if (start < text.size()) lines.push_back(text.substr(start));
+    return lines;
+}
+
+DebugLogScope::DebugLogScope(const DebugLogSettings& settings) : m_previous(debugSettings()) {
+    debugConfigure(settings);
+}
+
+DebugLogScope::~DebugLogScope() {
+    debugConfigure(m_previous);
+}
+
+#ifndef _WIN32
+SyslogSink::SyslogSink(const std::string& socketPath) : m_path(socketPath) {
+    m_fd = ::socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0);
+    sockaddr_un address{};
+    address.sun_family = AF_UNIX;
+    std::strncpy(address.sun_path, socketPath.c_str(), sizeof address.sun_path - 1);
+    ::bind(m_fd, reinterpret_cast<const sockaddr*>(&address), sizeof address);
+    timeval tick{0, 50 * 1000};
+    ::setsockopt(m_fd, SOL_SOCKET, SO_RCVTIMEO, &tick, sizeof tick);
+    ::setenv("VTAGENT_EVENTLOG_SOCKET", socketPath.c_str(), 1);
+    m_receiver = std::thread([this] {
+        char buffer[65536];
+        while (!m_stop) {
+            const ssize_t n = ::recv(m_fd, buffer, sizeof buffer, 0);
+            if (n < 0) continue;
+            std::lock_guard lock(m_mutex);
+            m_datagrams.emplace_back(buffer, static_cast<size_t>(n));
+            m_arrived.notify_all();
+        }
+    });
+}
+
+SyslogSink::~SyslogSink() {
+    ::unsetenv("VTAGENT_EVENTLOG_SOCKET");
+    m_stop = true;
+    m_receiver.join();
+    ::close(m_fd);
+    ::unlink(m_path.c_str());
+}
+
+std::vector<std::string> SyslogSink::take(size_t count) {
+    std::unique_lock lock(m_mutex);
+    m_arrived.wait_for(lock, std::chrono::seconds(5), [&] { return m_datagrams.size() >= count; });
+    return std::exchange(m_datagrams, {});
+}
+#else
+SyslogSink::SyslogSink(const std::string& socketPath) : m_path(socketPath) {}
+SyslogSink::~SyslogSink() = default;
+std::vector<std::string> SyslogSink::take(size_t) {
+    return {};
+}
+#endif
+
+}  // namespace vt::test
