@@ -17,6 +17,7 @@
 
 namespace {
 using vt::test::DebugLogScope;
+using vt::test::fileIn;
 using vt::test::readFile;
 using vt::test::splitLines;
 using vt::test::TempDir;
@@ -61,7 +62,7 @@ TEST(DebugLogPrefix, NamesTheLevelAndCutsAt47Characters) {
 
 TEST(DebugLogLevels, WritesOnlyLevelsInTheMaskAndOnlyWhenEnabled) {
     TempDir dir;
-    const std::string file = dir.file("levels.txt");
+    const std::string file = fileIn(dir, "levels.txt");
     {
         DebugLogScope scope(settingsFor(file, vt::DBG_ERROR | vt::DBG_ULTRA));
         EXPECT_TRUE(vt::debugOn(vt::DBG_ERROR));
@@ -90,7 +91,7 @@ TEST(DebugLogLevels, WritesOnlyLevelsInTheMaskAndOnlyWhenEnabled) {
 
 TEST(DebugLogLines, AddsALineEndOnlyWhenTheTextHasNone) {
     TempDir dir;
-    const std::string file = dir.file("ends.txt");
+    const std::string file = fileIn(dir, "ends.txt");
     {
         DebugLogScope scope(settingsFor(file));
         vt::debugWrite(vt::DBG_ERROR, "plain");
@@ -118,7 +119,7 @@ TEST(DebugLogLines, AddsALineEndOnlyWhenTheTextHasNone) {
 
 TEST(DebugLogLines, LongFormattedLinesAreNotCut) {
     TempDir dir;
-    const std::string file = dir.file("long.txt");
+    const std::string file = fileIn(dir, "long.txt");
     const std::string longText(5000, 'x');
     {
         DebugLogScope scope(settingsFor(file));
@@ -141,7 +142,7 @@ TEST(DebugLogFile, CreatesMissingDirectories) {
 
 TEST(DebugLogFile, WriteAndCloseLevelReopensForTheNextLine) {
     TempDir dir;
-    const std::string file = dir.file("reopen.txt");
+    const std::string file = fileIn(dir, "reopen.txt");
     DebugLogScope scope(settingsFor(file));
     vt::debugWrite(vt::writeAndClose(vt::DBG_ERROR), "closed after this");
     // The file is closed, so it can be removed; the next line creates it anew.
@@ -173,7 +174,7 @@ size_t fileSize(const std::string& path) {
 // rotates after it; the index runs 1, 2, 3 and back to 1, deleting the file it moves to.
 TEST(DebugLogRotation, RotatesAtTheLimitAndCyclesThroughTheFiles) {
     TempDir dir;
-    const std::string base = dir.file("rot.txt");
+    const std::string base = fileIn(dir, "rot.txt");
     vt::DebugLogSettings s = settingsFor(base, 0xF8, true);
     s.maxFileSizeKb = 1;
     s.numberOfFiles = 3;
@@ -198,7 +199,7 @@ TEST(DebugLogRotation, RotatesAtTheLimitAndCyclesThroughTheFiles) {
 TEST(DebugLogRotation, FewerThanTwoFilesBehavesAsTwo) {
     for (uint32_t files : {0u, 1u}) {
         TempDir dir;
-        const std::string base = dir.file("two.txt");
+        const std::string base = fileIn(dir, "two.txt");
         vt::DebugLogSettings s = settingsFor(base, 0xF8, true);
         s.maxFileSizeKb = 1;
         s.numberOfFiles = files;
@@ -213,7 +214,7 @@ TEST(DebugLogRotation, FewerThanTwoFilesBehavesAsTwo) {
 // A restarted agent appends to the file it finds and counts its size towards the limit.
 TEST(DebugLogRotation, CountsTheSizeOfAnExistingFile) {
     TempDir dir;
-    const std::string base = dir.file("old.txt");
+    const std::string base = fileIn(dir, "old.txt");
     {
         std::FILE* f = std::fopen((base + "_1").c_str(), "wb");
         ASSERT_NE(f, nullptr);
@@ -233,7 +234,7 @@ TEST(DebugLogRotation, CountsTheSizeOfAnExistingFile) {
 // The out-of-memory writer shares the prefix and the rotation with the normal one.
 TEST(DebugLogRotation, NarrowWriterRotatesToo) {
     TempDir dir;
-    const std::string base = dir.file("oom.txt");
+    const std::string base = fileIn(dir, "oom.txt");
     vt::DebugLogSettings s = settingsFor(base, 0xF8, true);
     s.maxFileSizeKb = 1;
     DebugLogScope scope(s);
@@ -248,7 +249,7 @@ TEST(DebugLogRotation, NarrowWriterRotatesToo) {
 // each thread's lines keep their order.
 TEST(DebugLogThreads, LinesOfConcurrentWritersNeverInterleave) {
     TempDir dir;
-    const std::string file = dir.file("threads.txt");
+    const std::string file = fileIn(dir, "threads.txt");
     constexpr int kThreads = 8;
     constexpr int kLines = 2000;
     {

@@ -13,6 +13,7 @@ namespace {
 using vt::ClockMinute;
 using vt::EventThrottle;
 using vt::test::DebugLogScope;
+using vt::test::fileIn;
 using vt::test::readFile;
 using vt::test::SyslogSink;
 using vt::test::TempDir;
@@ -130,7 +131,7 @@ class ReporterTest : public ::testing::Test {
 
 // The wrapper's line goes to the debug log whatever happens to the event.
 TEST_F(ReporterTest, WrappersWriteTheirDebugLines) {
-    const std::string file = dir.file("wrappers.txt");
+    const std::string file = fileIn(dir, "wrappers.txt");
     {
         vt::DebugLogSettings s;
         s.enabled = true;
@@ -138,7 +139,7 @@ TEST_F(ReporterTest, WrappersWriteTheirDebugLines) {
         s.fileName = file;
         s.circular = false;
         DebugLogScope scope(s);
-        SyslogSink sink(dir.file("sock"));
+        SyslogSink sink(fileIn(dir, "sock"));
         vt::setEventlogWarningsSetting(0);
         vt::reportError(114, "Test::Error", "bad thing");
         vt::reportWarning(1044, "Test::Warning", "odd thing");
@@ -155,7 +156,7 @@ TEST_F(ReporterTest, WrappersWriteTheirDebugLines) {
 }
 
 TEST_F(ReporterTest, SystemExceptionReportWritesItsLinesAndAsksForTheHandler) {
-    const std::string file = dir.file("exception.txt");
+    const std::string file = fileIn(dir, "exception.txt");
     {
         vt::DebugLogSettings s;
         s.enabled = true;
@@ -199,7 +200,7 @@ std::string shapeOf(const std::string& datagram) {
 }
 
 TEST_F(ReporterTest, EventsReachTheSyslogSocketWithSeverityAndText) {
-    SyslogSink sink(dir.file("sock"));
+    SyslogSink sink(fileIn(dir, "sock"));
     vt::reportError(114, "T", "engine failed", "details here");
     vt::reportWarning(1036, "T", "input restarted");
     vt::reportInformation(100, "T", "QuilletVantoreAgent");
@@ -217,14 +218,14 @@ TEST_F(ReporterTest, EventsReachTheSyslogSocketWithSeverityAndText) {
 
 // 100 errors at 10:59: the 100th is followed by event 151, then nothing until 11:00.
 TEST_F(ReporterTest, BurstEndsWithEvent151AndSilenceUntilTheNextHour) {
-    const std::string file = dir.file("burst.txt");
+    const std::string file = fileIn(dir, "burst.txt");
     vt::DebugLogSettings s;
     s.enabled = true;
     s.mask = vt::DBG_ULTRA;
     s.fileName = file;
     s.circular = false;
     DebugLogScope scope(s);
-    SyslogSink sink(dir.file("sock"));
+    SyslogSink sink(fileIn(dir, "sock"));
     for (int i = 1; i <= 100; ++i) vt::reportError(114, "T", "event " + std::to_string(i));
     vt::reportError(114, "T", "dropped at 10:59");
     now = {11, 0};
@@ -244,14 +245,14 @@ TEST_F(ReporterTest, BurstEndsWithEvent151AndSilenceUntilTheNextHour) {
 }
 
 TEST_F(ReporterTest, UnreachableSocketIsAFailedRegistration) {
-    const std::string file = dir.file("nosocket.txt");
+    const std::string file = fileIn(dir, "nosocket.txt");
     vt::DebugLogSettings s;
     s.enabled = true;
     s.mask = vt::DBG_INFO;
     s.fileName = file;
     s.circular = false;
     DebugLogScope scope(s);
-    ::setenv("VTAGENT_EVENTLOG_SOCKET", dir.file("nobody-listens").c_str(), 1);
+    ::setenv("VTAGENT_EVENTLOG_SOCKET", fileIn(dir, "nobody-listens").c_str(), 1);
     vt::reportError(114, "T", "lost");
     ::unsetenv("VTAGENT_EVENTLOG_SOCKET");
     vt::debugClose();
@@ -259,7 +260,7 @@ TEST_F(ReporterTest, UnreachableSocketIsAFailedRegistration) {
 }
 
 TEST_F(ReporterTest, SystemExceptionWithAnEventIdReportsTheThreeLines) {
-    SyslogSink sink(dir.file("sock"));
+    SyslogSink sink(fileIn(dir, "sock"));
     vt::SystemExceptionDetails access;
     access.address = 0xABC;
     access.hasAccessDetails = true;

@@ -17,19 +17,6 @@
 
 namespace vt::test {
 
-TempDir::TempDir() {
-    static std::atomic<int> counter{0};
-    std::random_device random;
-    m_path = std::filesystem::temp_directory_path() /
-             ("vtsvc_" + std::to_string(random()) + "_" + std::to_string(counter++));
-    std::filesystem::create_directories(m_path);
-}
-
-TempDir::~TempDir() {
-    std::error_code ec;
-    std::filesystem::remove_all(m_path, ec);
-}
-
 std::string readFile(const std::string& path) {
     std::ifstream in(path, std::ios::binary);
     std::ostringstream out;

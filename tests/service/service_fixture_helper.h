@@ -7,23 +7,15 @@
 #include <thread>
 #include <vector>
 
+#include "common/registry_fixture.h"
 #include "service/debug_log.h"
 
 namespace vt::test {
 
-// A fresh directory below the system temp directory, removed with everything in it.
-class TempDir {
-  public:
-    TempDir();
-    ~TempDir();
-    TempDir(const TempDir&) = delete;
-    TempDir& operator=(const TempDir&) = delete;
-    const std::filesystem::path& path() const { return m_path; }
-    std::string file(const std::string& name) const { return (m_path / name).string(); }
-
-  private:
-    std::filesystem::path m_path;
-};
+// A file name inside a test's temporary directory.
+inline std::string fileIn(const TempDir& dir, const std::string& name) {
+    return (dir.path() / name).string();
+}
 
 std::string readFile(const std::string& path);
 std::vector<std::string> splitLines(const std::string& text);  // at "\r\n", last one kept

@@ -16,6 +16,7 @@
 #include <thread>
 
 #include "platform/process.h"
+#include "platform/registry.h"
 
 extern char** environ;
 
@@ -35,11 +36,11 @@ std::string unitPath(const char* name) {
     return unitDirectory() + "/" + name + ".service";
 }
 
+// The hive the installing process uses is the one the service will use.
 std::string registryPath() {
-    std::string path;
-    if (environmentVariable("VTAGENT_REGISTRY", path) && !path.empty())
-        return std::filesystem::absolute(path).string();
-    return "/var/lib/vtagent/registry.db";
+    std::error_code ec;
+    const std::filesystem::path absolute = std::filesystem::absolute(regHivePath(), ec);
+    return ec ? regHivePath() : absolute.string();
 }
 
 // Runs systemctl without a shell; a failure is only a warning for the caller.
