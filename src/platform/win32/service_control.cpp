@@ -3,6 +3,9 @@
 #include <windows.h>
 
 #include <atomic>
+#include <chrono>
+#include <condition_variable>
+#include <mutex>
 
 namespace vt {
 namespace {
@@ -11,8 +14,22 @@ ServiceMainRoutine g_serviceMain = nullptr;
 std::atomic<ServiceControlHandler> g_controlHandler{nullptr};
 std::atomic<ConsoleStopHandler> g_consoleHandler{nullptr};
 
+// The dispatcher returns as soon as the service reports "stopped", which the service thread
+// does a moment before it leaves its main routine; the process must not end (and destroy the
+// service object) under that thread, so the dispatcher waits for it.
+std::mutex g_mainMutex;
+std::condition_variable g_mainDone;
+int g_activeMains = 0;
+
 void WINAPI serviceMainTrampoline(DWORD argc, LPSTR* argv) {
+    {
+        std::lock_guard lock(g_mainMutex);
+        ++g_activeMains;
+    }
     if (g_serviceMain) g_serviceMain(argc, argv);
+    std::lock_guard lock(g_mainMutex);
+    --g_activeMains;
+    g_mainDone.notify_all();
 }
 
 void WINAPI controlHandlerTrampoline(DWORD control) {
@@ -85,7 +102,10 @@ bool runServiceDispatcher(const char* name, ServiceMainRoutine serviceMain) {
     g_serviceMain = serviceMain;
     SERVICE_TABLE_ENTRYA table[] = {{const_cast<char*>(name), serviceMainTrampoline},
                                     {nullptr, nullptr}};
-    return StartServiceCtrlDispatcherA(table) != FALSE;
+    if (!StartServiceCtrlDispatcherA(table)) return false;
+    std::unique_lock lock(g_mainMutex);
+    g_mainDone.wait_for(lock, std::chrono::seconds(5), [] { return g_activeMains == 0; });
+    return true;
 }
 
 ServiceStatusHandle registerServiceControlHandler(const char* name, ServiceControlHandler handler) {

@@ -1,0 +1,145 @@
+#include "service/nt_service.h"
+
+#include <gtest/gtest.h>
+
+#include <regex>
+#include <string>
+#include <vector>
+
+#include "service/error_reporter.h"
+#include "service/service_fixture_helper.h"
+
+namespace {
+using vt::test::DebugCapture;
+using vt::test::fileIn;
+using vt::test::SyslogSink;
+using vt::test::TempDir;
+
+// Records which step the host called; user control 200 is the only one it handles.
+class RecordingService : public CNTService {
+  public:
+    RecordingService()
+        : CNTService("RecordingServiceNameThatIsLongerThanSixtyThreeCharactersInTotal!") {}
+    std::vector<std::string> calls;
+    void OnStop() override { calls.push_back("OnStop"); }
+    void OnPause() override { calls.push_back("OnPause"); }
+    void OnContinue() override { calls.push_back("OnContinue"); }
+    void OnInterrogate() override { calls.push_back("OnInterrogate"); }
+    void OnShutdown() override { calls.push_back("OnShutdown"); }
+    bool OnUserControl(uint32_t control) override {
+        calls.push_back("OnUserControl(" + std::to_string(control) + ")");
+        return control == 200;
+    }
+};
+
+TEST(NTService, ServiceNameIsCutAt63Characters) {
+    RecordingService service;
+    EXPECT_EQ(std::string(service.serviceName()),
+              std::string("RecordingServiceNameThatIsLongerThanSixtyThreeCharactersInTotal!")
+                  .substr(0, 63));
+    EXPECT_EQ(service.status().currentState, 1u);
+    EXPECT_EQ(service.status().controlsAccepted, 1u);
+    EXPECT_EQ(service.status().serviceType, 16u);
+    EXPECT_EQ(CNTService::instance(), &service);
+}
+
+TEST(NTService, ControlCodesReachTheirHandlers) {
+    struct Case {
+        uint32_t code;
+        std::vector<std::string> calls;
+        uint32_t state;  // state after the code
+        bool running;
+    } cases[] = {
+        {1, {"OnStop"}, 3, false},
+        {2, {"OnPause"}, 4, true},
+        {3, {"OnContinue"}, 4, true},
+        {4, {"OnInterrogate"}, 4, true},
+        {5, {"OnShutdown"}, 4, true},
+        {127, {}, 4, true},
+        {128, {"OnUserControl(128)"}, 4, true},
+        {200, {"OnUserControl(200)"}, 4, true},
+    };
+    for (const Case& c : cases) {
+        RecordingService service;
+        service.setRunning(true);
+        service.SetStatus(4);
+        service.HandleControl(c.code);
+        EXPECT_EQ(service.calls, c.calls) << c.code;
+        EXPECT_EQ(service.status().currentState, c.state) << c.code;
+        EXPECT_EQ(service.isRunning(), c.running) << c.code;
+    }
+}
+
+TEST(NTService, StopSetsTheWaitHintAndCheckpointsCountUp) {
+    RecordingService service;
+    DebugCapture log(vt::DBG_INFO);
+    service.HandleControl(1);
+    EXPECT_EQ(service.status().checkPoint, 0u);
+    EXPECT_EQ(service.status().waitHint, 5000u);
+    service.StillInShutdown();
+    service.StillInShutdown();
+    EXPECT_EQ(service.status().checkPoint, 2u);
+    EXPECT_EQ(service.status().waitHint, 7000u);
+    const std::string text = log.text();
+    EXPECT_NE(text.find("CNTService| StillInShutdown: Status checkpoint: dwCheckPoint: 1, "
+                        "dwWaitHint: 6000, dwState: 3\r\n"),
+              std::string::npos)
+        << text;
+    EXPECT_NE(text.find("CNTService| StillInShutdown: Status checkpoint: dwCheckPoint: 2, "
+                        "dwWaitHint: 7000, dwState: 3\r\n"),
+              std::string::npos);
+}
+
+// Every host step leaves a trace line "[<name>](<thread id>): <step>" at the Info level.
+TEST(NTService, TraceLinesNameTheServiceAndThread) {
+    DebugCapture log(vt::DBG_INFO);
+    {
+        CNTService service("TraceService");
+        service.OnPause();
+        service.OnUserControl(0xAB);
+        EXPECT_TRUE(service.OnInit());
+        EXPECT_FALSE(service.OnUserControl(300));
+        service.SetStatus(3);
+    }
+    const std::string text = log.text();
+    for (const char* step :
+         {"CNTService::OnPause()", "CNTService::OnUserControl(000000ABH)", "CNTService::OnInit()",
+          "CNTService::SetStatus(0, 3)", "CNTService::~CNTService()"})
+        EXPECT_TRUE(std::regex_search(
+            text,
+            std::regex("\\[TraceService\\]\\(\\d+\\): " +
+                       std::regex_replace(step, std::regex(R"([()\[\]])"), R"(\$&)") + "\r\n")))
+            << step << "\n"
+            << text;
+}
+
+#ifndef _WIN32
+TEST(NTService, StopAndRefusedControlsAreReportedAsEvents) {
+    TempDir dir;
+    SyslogSink sink(fileIn(dir, "sock"));
+    RecordingService service;
+    service.HandleControl(127);
+    service.HandleControl(128);
+    service.HandleControl(200);
+    service.HandleControl(1);
+    const auto got = sink.take(3);
+    ASSERT_EQ(got.size(), 3u);
+    const std::string name = service.serviceName();
+    EXPECT_NE(got[0].find("<27>"), std::string::npos);
+    EXPECT_NE(got[0].find("]: [106] " + name), std::string::npos) << got[0];
+    EXPECT_NE(got[1].find("]: [106] " + name), std::string::npos) << got[1];
+    EXPECT_NE(got[2].find("<30>"), std::string::npos);
+    EXPECT_NE(got[2].find("]: [108] " + name), std::string::npos) << got[2];
+}
+#endif
+
+// A stop during start-up: Run sees the cleared flag at once and returns without its wait.
+TEST(NTService, RunReturnsAtOnceWhenStopCameFirst) {
+    RecordingService service;
+    service.setRunning(true);
+    service.HandleControl(1);
+    service.Run();
+    EXPECT_FALSE(service.isRunning());
+}
+
+}  // namespace
