@@ -79,6 +79,31 @@ case $removed in
 esac
 expect_output "$NAME Version 4.4\nThe service is not installed." -v
 
+# Console mode: Wine turns SIGINT into the console's Ctrl+C.
+wine "$EXE" -r >"$WORK/console.txt" 2>>"$TRACE" &
+console=$!
+for ((i = 0; i < 60; i++)); do
+    grep -q "Service Running" "$WORK/console.txt" && break
+    sleep 0.5
+done
+kill -INT "$console"
+for ((i = 0; i < 30; i++)); do
+    kill -0 "$console" 2>/dev/null || break
+    sleep 0.5
+done
+if kill -0 "$console" 2>/dev/null; then
+    fail "console mode did not stop within 15 s of SIGINT"
+    kill -KILL "$console"
+fi
+wait "$console"
+console_rc=$?
+[ "$console_rc" = 0 ] || fail "console mode ended with exit code $console_rc"
+console_out=$(tr -d '\r' <"$WORK/console.txt")
+[ "$console_out" = "$NAME: Initiating Console mode
+$NAME: Service Running
+$NAME: Initiating Shutdown, this can take up to 1 minute" ] ||
+    fail "console mode printed [$console_out]"
+
 # ReportEvent(handle, type, category, id, ...): 100 installed, 105 started, 108 stopped,
 # 101 removed, each of type 4 (information).
 for id in 64 69 6c 65; do
@@ -98,4 +123,4 @@ if ((failures)); then
     echo "wine_service_test: $failures failure(s)"
     exit 1
 fi
-echo "wine_service_test: install, SCM start and stop, remove and events 100/105/108/101 passed"
+echo "wine_service_test: command line, install, SCM start and stop, remove, console mode and events 100/105/108/101 passed"

@@ -32,6 +32,8 @@ class CErrorReport {
 class CWinSockError : public CErrorReport {
   public:
     CWinSockError(uint32_t code, const CQuilletString& message, uint32_t systemError);
+    // Takes the calling thread's last system error as it is now.
+    CWinSockError(uint32_t code, const CQuilletString& message);
     const char* getClassName() const override { return "CWinSockError"; }
     uint32_t getSystemError() const noexcept { return m_systemError; }
 

@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include <cstdlib>
 #include <regex>
 #include <string>
 #include <vector>
@@ -252,9 +253,10 @@ TEST_F(ReporterTest, UnreachableSocketIsAFailedRegistration) {
     s.fileName = file;
     s.circular = false;
     DebugLogScope scope(s);
+    const std::string previous = std::getenv("VTAGENT_EVENTLOG_SOCKET");
     ::setenv("VTAGENT_EVENTLOG_SOCKET", fileIn(dir, "nobody-listens").c_str(), 1);
     vt::reportError(114, "T", "lost");
-    ::unsetenv("VTAGENT_EVENTLOG_SOCKET");
+    ::setenv("VTAGENT_EVENTLOG_SOCKET", previous.c_str(), 1);
     vt::debugClose();
     EXPECT_NE(readFile(file).find("| Info\t| hEvtLog is NULL\r\n"), std::string::npos);
 }

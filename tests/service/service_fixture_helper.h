@@ -49,6 +49,7 @@ class SyslogSink {
   private:
     int m_fd = -1;
     std::string m_path;
+    std::string m_previousSocket;
     std::mutex m_mutex;
     std::condition_variable m_arrived;
     std::vector<std::string> m_datagrams;
