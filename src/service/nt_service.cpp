@@ -73,6 +73,11 @@ void CNTService::Trace(const char* format, ...) {
                     static_cast<unsigned long>(vt::currentThreadId()), message);
 }
 
+vt::ServiceStatus CNTService::status() const {
+    std::lock_guard lock(m_statusMutex);
+    return m_status;
+}
+
 // ---- command line -------------------------------------------------------------------------
 
 int CNTService::ProcessCommandLine(int argc, char** argv) {
@@ -126,7 +131,7 @@ int CNTService::ProcessCommandLine(int argc, char** argv) {
     Trace("Calling StartServiceCtrlDispatcher()");
     const bool dispatched = StartService();
     Trace("Returned from StartServiceCtrlDispatcher()");
-    return dispatched && m_status.win32ExitCode == 0 ? 0 : 1;
+    return dispatched && status().win32ExitCode == 0 ? 0 : 1;
 }
 
 // ---- install and remove -------------------------------------------------------------------
@@ -178,7 +183,7 @@ void CNTService::ServiceMain(uint32_t, char**) {
 
 void CNTService::ServiceMainBody() {
     Trace("Entering CNTService::ServiceMain()");
-    m_status.currentState = kStateStartPending;
+    updateStatus([](vt::ServiceStatus& s) { s.currentState = kStateStartPending; });
     m_statusHandle = vt::registerServiceControlHandler(m_serviceName, Handler);
     if (m_statusHandle == 0) {
         LogEvent(vt::EventType::error, kEventCtrlHandlerNotInstalled);
@@ -186,9 +191,7 @@ void CNTService::ServiceMainBody() {
     }
     setRunning(true);
     if (Initialize()) {
-        m_status.win32ExitCode = 0;
-        m_status.checkPoint = 0;
-        m_status.waitHint = 0;
+        updateStatus([](vt::ServiceStatus& s) { s.win32ExitCode = s.checkPoint = s.waitHint = 0; });
         Run();
     }
     OnShutdown();
@@ -201,9 +204,12 @@ bool CNTService::Initialize() {
     SetStatus(kStateStartPending);
     vt::setLastSystemError(0);
     const bool ok = OnInit();
-    m_status.win32ExitCode = ok ? 0 : vt::lastSystemError();
-    m_status.checkPoint = 0;
-    m_status.waitHint = 0;
+    const uint32_t error = ok ? 0 : vt::lastSystemError();
+    updateStatus([error](vt::ServiceStatus& s) {
+        s.win32ExitCode = error;
+        s.checkPoint = 0;
+        s.waitHint = 0;
+    });
     if (!ok) {
         LogEvent(vt::EventType::error, kEventFailedInit);
         SetStatus(kStateStopped);
@@ -218,8 +224,9 @@ bool CNTService::Initialize() {
 void CNTService::SetStatus(uint32_t state) {
     Trace("CNTService::SetStatus(%lu, %lu)", static_cast<unsigned long>(m_statusHandle),
           static_cast<unsigned long>(state));
-    m_status.currentState = state;
-    vt::sendServiceStatus(m_statusHandle, m_status);
+    const vt::ServiceStatus now =
+        updateStatus([state](vt::ServiceStatus& s) { s.currentState = state; });
+    vt::sendServiceStatus(m_statusHandle, now);
 }
 
 void CNTService::Handler(uint32_t control) {
@@ -230,8 +237,10 @@ void CNTService::HandleControl(uint32_t control) {
     Trace("CNTService::Handler(%lu)", static_cast<unsigned long>(control));
     switch (control) {
         case 1:
-            m_status.checkPoint = 0;
-            m_status.waitHint = kStopWaitHintMs;
+            updateStatus([](vt::ServiceStatus& s) {
+                s.checkPoint = 0;
+                s.waitHint = kStopWaitHintMs;
+            });
             SetStatus(kStateStopPending);
             OnStop();
             setRunning(false);
@@ -254,26 +263,29 @@ void CNTService::HandleControl(uint32_t control) {
                 LogEvent(vt::EventType::error, kEventBadRequest);
             break;
     }
+    const vt::ServiceStatus now = status();
     Trace("Updating status (%lu, %lu)", static_cast<unsigned long>(m_statusHandle),
-          static_cast<unsigned long>(m_status.currentState));
-    vt::sendServiceStatus(m_statusHandle, m_status);
+          static_cast<unsigned long>(now.currentState));
+    vt::sendServiceStatus(m_statusHandle, now);
 }
 
 void CNTService::StillInShutdown() {
-    m_status.checkPoint += 1;
-    m_status.waitHint += 1000;
+    const vt::ServiceStatus now = updateStatus([](vt::ServiceStatus& s) {
+        s.checkPoint += 1;
+        s.waitHint += 1000;
+    });
     if (vt::debugOn(vt::DBG_INFO))
         vt::debugPrintf(vt::DBG_INFO,
                         "CNTService| StillInShutdown: Status checkpoint: dwCheckPoint: %d, "
                         "dwWaitHint: %d, dwState: %d\r\n",
-                        static_cast<int>(m_status.checkPoint), static_cast<int>(m_status.waitHint),
-                        static_cast<int>(m_status.currentState));
+                        static_cast<int>(now.checkPoint), static_cast<int>(now.waitHint),
+                        static_cast<int>(now.currentState));
     if (m_consoleMode)
         say("%s: InShutdown|Checkpoint: %d, WaitHint: %d, dwState: %d\n", m_serviceName,
-            static_cast<int>(m_status.checkPoint), static_cast<int>(m_status.waitHint),
-            static_cast<int>(m_status.currentState));
+            static_cast<int>(now.checkPoint), static_cast<int>(now.waitHint),
+            static_cast<int>(now.currentState));
     else
-        vt::sendServiceStatus(m_statusHandle, m_status);
+        vt::sendServiceStatus(m_statusHandle, now);
 }
 
 // ---- console mode -------------------------------------------------------------------------
@@ -282,7 +294,7 @@ int CNTService::RunConsole() {
     m_consoleMode = true;
     say("%s: Initiating Console mode\n", m_serviceName);
     setRunning(true);
-    if (!OnInit()) return static_cast<int>(m_status.win32ExitCode);
+    if (!OnInit()) return static_cast<int>(status().win32ExitCode);
     vt::installConsoleStopHandler(ConsoleBreak);
     say("%s: Service Running\n", m_serviceName);
     Run();
@@ -297,8 +309,10 @@ void CNTService::ConsoleBreak() {
 
 void CNTService::HandleConsoleBreak() {
     say("%s: Initiating Shutdown, this can take up to 1 minute\n", m_serviceName);
-    m_status.checkPoint = 0;
-    m_status.waitHint = kStopWaitHintMs;
+    updateStatus([](vt::ServiceStatus& s) {
+        s.checkPoint = 0;
+        s.waitHint = kStopWaitHintMs;
+    });
     SetStatus(kStateStopPending);
     OnStop();
     setRunning(false);

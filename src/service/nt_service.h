@@ -1,6 +1,7 @@
 #pragma once
 #include <atomic>
 #include <cstdint>
+#include <mutex>
 
 #include "platform/event_log.h"
 #include "platform/service_control.h"
@@ -12,7 +13,7 @@
 //
 // Threads: the dispatcher thread runs Handler (console mode: the interrupt thread runs
 // ConsoleBreak), the service thread runs OnInit, Run and OnShutdown. They share only the
-// running flag and the status block; neither takes a lock.
+// running flag (polled, no lock) and the status block (see m_statusMutex).
 class CNTService {
   public:
     explicit CNTService(const char* serviceName);
@@ -59,7 +60,7 @@ class CNTService {
     bool isRunning() const noexcept { return m_running.load(std::memory_order_relaxed); }
     void setRunning(bool running) noexcept { m_running.store(running, std::memory_order_relaxed); }
     bool isConsoleMode() const noexcept { return m_consoleMode; }
-    const vt::ServiceStatus& status() const noexcept { return m_status; }
+    vt::ServiceStatus status() const;
 
     // The control handler's work for one control code (called by the static Handler).
     void HandleControl(uint32_t control);
@@ -68,6 +69,13 @@ class CNTService {
 
   protected:
     bool Initialize();
+    // Applies `change` to the status block under its mutex and returns the result.
+    template <typename Change>
+    vt::ServiceStatus updateStatus(Change change) {
+        std::lock_guard lock(m_statusMutex);
+        change(m_status);
+        return m_status;
+    }
     void ServiceMainBody();
 
     uint32_t m_buildNumber;
@@ -76,6 +84,9 @@ class CNTService {
     int32_t m_majorVersion;
     int32_t m_minorVersion;
     vt::ServiceStatusHandle m_statusHandle = 0;
+    // Written by the service thread and the control handler; the mutex only keeps each update
+    // whole (it is never held across a call into the service or the service manager).
+    mutable std::mutex m_statusMutex;
     vt::ServiceStatus m_status;
     // Polled by Run on the service thread, cleared by the control handler on another thread.
     std::atomic<bool> m_running{false};

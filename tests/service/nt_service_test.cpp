@@ -90,6 +90,22 @@ TEST(NTService, StopSetsTheWaitHintAndCheckpointsCountUp) {
               std::string::npos);
 }
 
+// In console mode the checkpoints go to standard output instead of the service manager.
+TEST(NTService, ConsoleCheckpointsArePrinted) {
+    struct ConsoleService : CNTService {
+        ConsoleService() : CNTService("ConsoleService") { m_consoleMode = true; }
+    } service;
+    testing::internal::CaptureStdout();
+    service.HandleConsoleBreak();
+    service.StillInShutdown();
+    std::string out = testing::internal::GetCapturedStdout();
+    std::erase(out, '\r');
+    EXPECT_EQ(out,
+              "ConsoleService: Initiating Shutdown, this can take up to 1 minute\n"
+              "ConsoleService: InShutdown|Checkpoint: 1, WaitHint: 6000, dwState: 3\n");
+    EXPECT_FALSE(service.isRunning());
+}
+
 // Every host step leaves a trace line "[<name>](<thread id>): <step>" at the Info level.
 TEST(NTService, TraceLinesNameTheServiceAndThread) {
     DebugCapture log(vt::DBG_INFO);
