@@ -117,6 +117,9 @@ uint32_t regRunAtomically(const std::function<uint32_t()>& body);
 // No effect on Windows.
 void regSetHivePath(std::string path);
 std::string regHivePath();
+// Closes the process's connection to the hive, folding its journal back into the file; the
+// next call reopens it. For orderly ends (vtreg, service stop); nothing to do on Windows.
+void regCloseHive();
 
 // Helpers for the raw form of typed values, identical on both platforms.
 std::vector<uint8_t> regStringBytes(std::u16string_view text);      // UTF-16LE plus terminator

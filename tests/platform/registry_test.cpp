@@ -117,6 +117,9 @@ TEST(Registry, MissingKeyOrValueIsNotFound) {
     EXPECT_FALSE(key.isOpen());
 #ifndef _WIN32
     EXPECT_FALSE(std::filesystem::exists(reg.hiveFile()));
+    createKey(sub(reg, u"First"));  // the first write creates it, readable by its owner only
+    EXPECT_EQ(std::filesystem::status(reg.hiveFile()).permissions(),
+              std::filesystem::perms::owner_read | std::filesystem::perms::owner_write);
 #endif
     EXPECT_EQ(vt::regDeleteTree(RegRoot::LocalMachine, sub(reg, u"Nope")), vt::kRegNotFound);
     key = createKey(sub(reg, u"Here"));

@@ -1,6 +1,16 @@
-#include <cstdio>
+#include <iostream>
+#include <string>
+#include <vector>
 
-int main() {
-    std::fputs("vtreg: not built yet\n", stderr);
-    return 2;
+#include "platform/console_io.h"
+#include "platform/registry.h"
+#include "vtreg/vtreg_cli.h"
+
+int main(int argc, char** argv) {
+    vt::setBinaryStdio();  // an export is written byte for byte, its CRLF included
+    const std::vector<std::string> args(argv + 1, argv + argc);
+    const int rc = vtreg::runVtreg(args, std::cout, std::cerr);
+    vt::regCloseHive();  // leaves no journal files behind
+    std::cout.flush();
+    return rc;
 }

@@ -15,8 +15,10 @@
 //
 // Threads: one connection per process, used under one recursive mutex (recursive so that a
 // batch run by regRunAtomically can call the ordinary operations inside its transaction).
+#include <fcntl.h>
 #include <sqlite3.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include <cerrno>
 #include <cstdlib>
@@ -147,6 +149,11 @@ class Hive {
         m_override = std::move(path);
     }
 
+    void close() {
+        std::lock_guard lock(mutex);
+        closeDatabase();
+    }
+
     std::string path() {
         std::lock_guard lock(mutex);
         return currentPath();
@@ -161,14 +168,18 @@ class Hive {
         if (::stat(file.c_str(), &st) != 0) {
             if (!create) return kRegNotFound;
             makeParentDirectories(file);
+            // The hive holds passwords: only its owner may read it. SQLite gives its WAL and
+            // shared-memory files the permissions of the database file.
+            const int fd = ::open(file.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0600);
+            if (fd >= 0) ::close(fd);
         }
         sqlite3* db = nullptr;
         int rc = sqlite3_open_v2(file.c_str(), &db,
                                  SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE | SQLITE_OPEN_NOMUTEX,
                                  nullptr);
         if (rc != SQLITE_OK) {
-            const uint32_t err =
-                (errno == EACCES || errno == EPERM) ? kRegAccessDenied : mapSqlite(rc);
+            const int sys = db ? sqlite3_system_errno(db) : 0;
+            const uint32_t err = (sys == EACCES || sys == EPERM) ? kRegAccessDenied : mapSqlite(rc);
             sqlite3_close(db);
             return err;
         }
@@ -520,6 +531,10 @@ void regSetHivePath(std::string path) {
 
 std::string regHivePath() {
     return hive().path();
+}
+
+void regCloseHive() {
+    hive().close();
 }
 
 }  // namespace vt

@@ -162,4 +162,6 @@ std::string regHivePath() {
     return "HKEY_LOCAL_MACHINE";
 }
 
+void regCloseHive() {}
+
 }  // namespace vt

@@ -1,1 +1,0 @@
-// Replaced by the .reg reader and writer.
