@@ -30,7 +30,9 @@ std::tm localTimeOf(int64_t seconds);
 std::string localTimeText(int64_t seconds);
 
 // Called first thing in main: on Linux blocks SIGINT and SIGTERM in every thread the process
-// will create, so that only the threads that wait for them see them.
+// will create, so that only the threads that wait for them see them. A blocked mask is
+// inherited across exec: whoever starts a program resets it in the child
+// (POSIX_SPAWN_SETSIGMASK with an empty set).
 void prepareProcessSignals();
 
 }  // namespace vt

@@ -9,6 +9,8 @@ import time
 import unittest
 
 VTAGENT = os.environ.get("VTAGENT_BIN", "vtagent")
+VTREG = os.environ.get("VTREG_BIN", "vtreg")
+GENERAL = r"HKLM\SOFTWARE\Quillet\Vantor\Agent\General"
 
 HELP = (
     "QuilletVantoreAgent Version 4.4 Build 334 (Final Release)\n"
@@ -65,6 +67,12 @@ class AgentTestCase(unittest.TestCase):
         return subprocess.run([VTAGENT, *args], env=self.env, capture_output=True, text=True,
                               timeout=60)
 
+    def vtreg(self, *args):
+        r = subprocess.run([VTREG, *args], env=self.env, capture_output=True, text=True,
+                           timeout=60)
+        self.assertEqual(r.returncode, 0, r.stderr)
+        return r.stdout
+
     def event_texts(self, count):
         """The "[id] text" parts of the first `count` events, with their syslog priority."""
         got = self.events.collect(lambda g: len(g) >= count, timeout=5)
@@ -113,6 +121,16 @@ class CommandLine(AgentTestCase):
 
         self.assertEqual(self.run_agent("-v").stdout,
                          version + "The service is currently installed.\n")
+        parameters = self.vtreg(
+            "export", r"HKLM\SYSTEM\CurrentControlSet\Services\QuilletVantoreAgent\Parameters")
+        for line in ('"nServiceMajor"=dword:00000004', '"nServiceMinor"=dword:00000004',
+                     '"nServiceBuildID"=dword:0000014e', '"bReplaceEventLogSource"=dword:00000000'):
+            self.assertIn(line, parameters)
+        source = self.vtreg(
+            "export",
+            r"HKLM\SYSTEM\CurrentControlSet\Services\EventLog\Application\QuilletVantoreAgent")
+        self.assertIn('"TypesSupported"=dword:00000007', source)
+        self.assertIn('"EventMessageFile"=hex(2):', source)
         r = self.run_agent("-i")
         self.assertEqual(r.stdout, "QuilletVantoreAgent is already installed\n")
 
@@ -159,6 +177,33 @@ class ConsoleMode(AgentTestCase):
 
     def test_stops_on_sigterm(self):
         self.run_until_signal(signal.SIGTERM)
+
+
+class StartupBanner(AgentTestCase):
+    def test_debug_log_holds_the_banner_and_last_version_is_written(self):
+        log = os.path.join(self.dir, "logs", "agent-debug.txt")
+        self.vtreg("set", GENERAL, "nEnableDebugOutput", "REG_DWORD", "1")
+        self.vtreg("set", GENERAL, "nDebugMini", "REG_DWORD", "1")
+        self.vtreg("set", GENERAL, "nCircularLogging", "REG_DWORD", "0")
+        self.vtreg("set", GENERAL, "szDebugFileName", "REG_SZ", log)
+        p = subprocess.Popen([VTAGENT, "-r"], env=self.env, stdout=subprocess.PIPE,
+                             stderr=subprocess.PIPE, text=True)
+        try:
+            self.assertEqual(p.stdout.readline(), "QuilletVantoreAgent: Initiating Console mode\n")
+            self.assertEqual(p.stdout.readline(), "QuilletVantoreAgent: Service Running\n")
+            p.send_signal(signal.SIGINT)
+            p.communicate(timeout=30)
+            self.assertEqual(p.returncode, 0)
+        finally:
+            if p.poll() is None:
+                p.kill()
+                p.wait()
+        with open(log, "rb") as f:
+            text = f.read().decode("utf-8")
+        self.assertRegex(text, r"\d+\t\| \d+ \| Minimum\t\| \r\n\r\nService STARTUP "
+                               r"\[V4\.4\(Final Release\)\]- the time is .+ \d{4}\r\n\r\n")
+        self.assertIn("| Minimum\t| Running Engine Version 4.4.334 ***\r\n", text)
+        self.assertEqual(self.vtreg("get", GENERAL, "LastVersionRun").strip(), "4.4.334")
 
 
 class ServiceMode(AgentTestCase):

@@ -50,9 +50,17 @@ void systemctl(const char* verb, const std::string& unit) {
     std::string unitText = unit;
     char* argv[] = {command.data(), verbText.data(), unit.empty() ? nullptr : unitText.data(),
                     nullptr};
+    // The agent keeps SIGINT and SIGTERM blocked in every thread; a child must not inherit that.
+    posix_spawnattr_t attr;
+    posix_spawnattr_init(&attr);
+    sigset_t none;
+    sigemptyset(&none);
+    posix_spawnattr_setsigmask(&attr, &none);
+    posix_spawnattr_setflags(&attr, POSIX_SPAWN_SETSIGMASK);
     pid_t pid = 0;
     int status = 0;
-    const int rc = ::posix_spawnp(&pid, "systemctl", nullptr, nullptr, argv, environ);
+    const int rc = ::posix_spawnp(&pid, "systemctl", nullptr, &attr, argv, environ);
+    posix_spawnattr_destroy(&attr);
     if (rc == 0) ::waitpid(pid, &status, 0);
     if (rc != 0 || !WIFEXITED(status) || WEXITSTATUS(status) != 0)
         std::fprintf(stderr, "Warning: 'systemctl %s%s%s' failed\n", verb, unit.empty() ? "" : " ",
