@@ -52,24 +52,25 @@ bool CKestrelSrvc::OnInit() {
     vt::debugWrite(vt::DBG_INFO, "STARTING MainThread\r\n");
     makeInstance();
     try {
-        // The settings object is built here, once: its general values decide the debug log
-        // before anything else is written.
-        CConfigSettings& settings = vt::ensureProcessSettings();
-        settings.readGeneralValues();
-        vt::debugConfigure(settings.debugLogSettings());
+        // The general values decide the debug log, so they are read before anything else; the
+        // process-wide settings object is built afterwards, with the log already open, and
+        // takes them over.
+        CConfigSettings general;
+        general.readGeneralValues();
+        vt::debugConfigure(general.debugLogSettings());
         if (vt::debugOn(vt::DBG_MINIMUM)) {
             const std::string now = vt::localTimeText(static_cast<int64_t>(std::time(nullptr)));
             vt::debugPrintf(vt::DBG_MINIMUM,
                             "\r\n\r\nService STARTUP [V%d.%d(%s)]- the time is %s\r\n\r\n",
                             vt::kVersionMajor, vt::kVersionMinor, vt::kReleaseText, now.c_str());
         }
-        if (!vt::setProcessPriority(settings.processPriority))
+        if (!vt::setProcessPriority(general.processPriority))
             vt::debugPrintf(vt::DBG_ERROR,
                             "CKestrelSrvc|OnInit: process priority %d could not be set, Error "
                             "'%d'\r\n",
-                            static_cast<int>(settings.processPriority),
+                            static_cast<int>(general.processPriority),
                             static_cast<int>(vt::lastSystemError()));
-        startEngine();
+        startEngine(general);
     } catch (CErrorReport* raw) {
         std::unique_ptr<CErrorReport> report(raw);
         vt::debugPrintf(
@@ -79,8 +80,9 @@ bool CKestrelSrvc::OnInit() {
     return true;
 }
 
-void CKestrelSrvc::startEngine() {
-    CConfigSettings& settings = *vt::processSettings();
+void CKestrelSrvc::startEngine(const CConfigSettings& general) {
+    CConfigSettings& settings = vt::ensureProcessSettings();
+    settings = general;
     settings.serviceName = CQuilletString(vt::kServiceNameW);
     settings.generalKeyPath = CQuilletString(kGeneralKey);
     settings.load();
@@ -103,9 +105,9 @@ void CKestrelSrvc::startEngine() {
     char version[32];
     std::snprintf(version, sizeof version, "%d.%d.%d", vt::kVersionMajor, vt::kVersionMinor,
                   vt::kBuildNumber);
-    CRegAccess general;
-    if (general.OpenKey(vt::RegRoot::LocalMachine, CQuilletString(kGeneralKey), vt::kKeyWrite))
-        general.SetStringValue(u"LastVersionRun", CQuilletString(version));
+    CRegAccess generalKey;
+    if (generalKey.OpenKey(vt::RegRoot::LocalMachine, CQuilletString(kGeneralKey), vt::kKeyWrite))
+        generalKey.SetStringValue(u"LastVersionRun", CQuilletString(version));
 
     vt::engineStartServices(settings, *this);
     vt::debugWrite(vt::DBG_ULTRA, "CKestrelSrvc| END services startup\r\n");

@@ -19,7 +19,7 @@ class CKestrelSrvc : public CNTService {
     void OnShutdown() override;
 
   private:
-    void startEngine();
+    void startEngine(const CConfigSettings& general);
 };
 
 namespace vt {

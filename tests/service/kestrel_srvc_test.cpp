@@ -63,6 +63,7 @@ TEST(KestrelSrvc, StartupWritesBannerAndLastVersionRun) {
         ASSERT_TRUE(general.SetStringValue(u"szDebugFileName", CQuilletString(logFile.c_str())));
     }
     DebugLogScope restore(vt::debugSettings());
+    const bool firstStart = vt::processSettings() == nullptr;
     CKestrelSrvc service;
     EXPECT_TRUE(service.OnInit());
     EXPECT_EQ(CNTService::instance(), &service);
@@ -78,6 +79,11 @@ TEST(KestrelSrvc, StartupWritesBannerAndLastVersionRun) {
                    "\\d{4}\r\n\r\n")))
         << text;
     EXPECT_NE(text.find("Running Engine Version 4.4.334 ***\r\n"), std::string::npos);
+    // The settings object is built (once per process) with the log open, so its heap line is
+    // there.
+    if (firstStart) {
+        EXPECT_NE(text.find("CConfigSettings|CConfigSettings: "), std::string::npos);
+    }
     EXPECT_TRUE(text.find("Current used Username: '") != std::string::npos ||
                 text.find("Failed to get current used Usernamen with code ") != std::string::npos);
     EXPECT_NE(text.find("rule sets are not loaded"), std::string::npos);
