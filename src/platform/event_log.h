@@ -3,6 +3,7 @@
 #include <ctime>
 #include <string>
 #include <string_view>
+#include <vector>
 
 // The agent's own events. Windows: the Application event log through an event source that is
 // registered for one report and deregistered again. Linux: one RFC 3164 datagram per event to
@@ -43,5 +44,11 @@ class EventSource {
 std::string syslogEventDatagram(const char* tag, EventType type, uint32_t eventId,
                                 std::string_view text, std::string_view secondText, bool hasSecond,
                                 const std::tm& localTime, uint32_t processId);
+
+// Windows: the text of message `eventId` in the message table of the module at `modulePath`,
+// with %1, %2, ... replaced by `strings` and the final line end removed. False when the module
+// or the message does not exist. Linux has no message tables: always false.
+bool eventMessageText(const std::string& modulePath, uint32_t eventId,
+                      const std::vector<std::string>& strings, std::string& text);
 
 }  // namespace vt

@@ -3,10 +3,12 @@
 #include <gtest/gtest.h>
 
 #include <cstdlib>
+#include <filesystem>
 #include <regex>
 #include <string>
 #include <vector>
 
+#include "platform/process.h"
 #include "service/debug_log.h"
 #include "service/service_fixture_helper.h"
 
@@ -285,3 +287,23 @@ TEST_F(ReporterTest, SystemExceptionWithAnEventIdReportsTheThreeLines) {
 #endif
 
 }  // namespace
+
+#ifdef _WIN32
+namespace {
+// vtagent.exe carries a text for every event id the agent reports; the first insertion string
+// appears in it. (The test program lives in tests/ below the directory of vtagent.exe.)
+TEST(MessageTable, HasATextForEveryEventId) {
+    const std::filesystem::path agent =
+        std::filesystem::path(vt::executablePath()).parent_path().parent_path() / "vtagent.exe";
+    ASSERT_TRUE(std::filesystem::exists(agent)) << agent.string();
+    for (uint32_t id : {100u, 101u, 102u, 103u, 104u, 105u, 106u, 107u, 108u, 114u, 130u, 150u,
+                        151u, 1036u, 1043u, 1044u, 1045u}) {
+        std::string text;
+        ASSERT_TRUE(vt::eventMessageText(agent.string(), id, {"INSERTED", "SECOND"}, text)) << id;
+        EXPECT_NE(text.find("INSERTED"), std::string::npos) << id << ": " << text;
+    }
+    std::string text;
+    EXPECT_FALSE(vt::eventMessageText(agent.string(), 109, {"x"}, text));
+}
+}  // namespace
+#endif

@@ -54,4 +54,8 @@ bool EventSource::report(EventType type, uint32_t eventId, std::string_view text
         ::send(static_cast<int>(m_handle), datagram.data(), datagram.size(), MSG_NOSIGNAL);
     return sent == static_cast<ssize_t>(datagram.size());
 }
+bool eventMessageText(const std::string&, uint32_t, const std::vector<std::string>&, std::string&) {
+    return false;
+}
+
 }  // namespace vt

@@ -26,4 +26,28 @@ bool EventSource::report(EventType type, uint32_t eventId, std::string_view text
                         nullptr) != FALSE;
 }
 
+bool eventMessageText(const std::string& modulePath, uint32_t eventId,
+                      const std::vector<std::string>& strings, std::string& text) {
+    HMODULE module = LoadLibraryExA(modulePath.c_str(), nullptr, LOAD_LIBRARY_AS_DATAFILE);
+    if (!module) return false;
+    std::vector<DWORD_PTR> arguments;
+    for (const std::string& s : strings)
+        arguments.push_back(reinterpret_cast<DWORD_PTR>(s.c_str()));
+    char* buffer = nullptr;
+    const DWORD n = FormatMessageA(FORMAT_MESSAGE_FROM_HMODULE | FORMAT_MESSAGE_ALLOCATE_BUFFER |
+                                       FORMAT_MESSAGE_ARGUMENT_ARRAY,
+                                   module, eventId, 0, reinterpret_cast<LPSTR>(&buffer), 0,
+                                   reinterpret_cast<va_list*>(arguments.data()));
+    const DWORD error = GetLastError();
+    FreeLibrary(module);
+    if (n == 0 || !buffer) {
+        SetLastError(error);
+        return false;
+    }
+    text.assign(buffer, n);
+    LocalFree(buffer);
+    while (!text.empty() && (text.back() == '\n' || text.back() == '\r')) text.pop_back();
+    return true;
+}
+
 }  // namespace vt
