@@ -6,6 +6,7 @@
 #include <string>
 #include <vector>
 
+#include "platform/system_error.h"
 #include "service/error_reporter.h"
 #include "service/service_fixture_helper.h"
 
@@ -148,6 +149,40 @@ TEST(NTService, StopAndRefusedControlsAreReportedAsEvents) {
     EXPECT_NE(got[2].find("]: [108] " + name), std::string::npos) << got[2];
 }
 #endif
+
+// Initialize: a failed OnInit leaves the service stopped with the system error as its exit
+// code and reports 104; a successful one reports 105 and runs with a clean status.
+TEST(NTService, InitializeReportsTheOutcomeOfOnInit) {
+    struct StartingService : CNTService {
+        explicit StartingService(bool succeed) : CNTService("StartingService"), ok(succeed) {}
+        bool ok;
+        bool OnInit() override {
+            vt::setLastSystemError(1455);
+            return ok;
+        }
+        bool start() { return Initialize(); }
+    };
+#ifndef _WIN32
+    TempDir dir;
+    SyslogSink sink(fileIn(dir, "sock"));
+#endif
+    StartingService failing(false);
+    EXPECT_FALSE(failing.start());
+    EXPECT_EQ(failing.status().currentState, 1u);
+    EXPECT_EQ(failing.status().win32ExitCode, 1455u);
+    StartingService starting(true);
+    EXPECT_TRUE(starting.start());
+    EXPECT_EQ(starting.status().currentState, 4u);
+    EXPECT_EQ(starting.status().win32ExitCode, 0u);
+#ifndef _WIN32
+    const auto got = sink.take(2);
+    ASSERT_EQ(got.size(), 2u);
+    EXPECT_NE(got[0].find("<27>"), std::string::npos);
+    EXPECT_NE(got[0].find("]: [104] StartingService"), std::string::npos) << got[0];
+    EXPECT_NE(got[1].find("<30>"), std::string::npos);
+    EXPECT_NE(got[1].find("]: [105] StartingService"), std::string::npos) << got[1];
+#endif
+}
 
 // A stop during start-up: Run sees the cleared flag at once and returns without its wait.
 TEST(NTService, RunReturnsAtOnceWhenStopCameFirst) {
