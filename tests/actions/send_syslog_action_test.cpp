@@ -51,6 +51,7 @@ class SendSyslogTest : public ::testing::Test {
         return v;
     }
 
+    EventLogRedirect m_events;
     ScopedRegistry m_registry;
     CConfigSettings m_settings;
     std::vector<std::unique_ptr<CActionListEntry>> m_entries;

@@ -3,6 +3,9 @@
 #include <gtest/gtest.h>
 #include <zlib.h>
 
+#include <cstdlib>
+#include <filesystem>
+
 #include "service/reg_access.h"
 
 namespace vt::test {
@@ -162,6 +165,28 @@ bool DatagramSink::receive(std::string& datagram, int timeoutMs) {
     if (n < 0) return false;
     datagram.assign(buffer.data(), size_t(n));
     return true;
+}
+
+EventLogRedirect::EventLogRedirect() {
+#ifndef _WIN32
+    if (const char* previous = std::getenv("VTAGENT_EVENTLOG_SOCKET")) {
+        m_previous = previous;
+        m_hadPrevious = true;
+    }
+    m_dir = (std::filesystem::temp_directory_path() /
+             ("vt_forward_events_" + std::to_string(reinterpret_cast<uintptr_t>(this))))
+                .string();
+    ::setenv("VTAGENT_EVENTLOG_SOCKET", (m_dir + "/eventlog.sock").c_str(), 1);
+#endif
+}
+
+EventLogRedirect::~EventLogRedirect() {
+#ifndef _WIN32
+    if (m_hadPrevious)
+        ::setenv("VTAGENT_EVENTLOG_SOCKET", m_previous.c_str(), 1);
+    else
+        ::unsetenv("VTAGENT_EVENTLOG_SOCKET");
+#endif
 }
 
 std::string inflateStream(std::string_view stream) {
