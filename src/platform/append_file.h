@@ -49,6 +49,8 @@ class AppendFile {
     std::u16string m_path;  // for the detachment check
 #ifndef _WIN32
     std::string m_narrowPath;
+    uint64_t m_device = 0;  // identity of the open file, taken when it was opened
+    uint64_t m_inode = 0;
 #endif
 };
 

@@ -13,26 +13,39 @@
 namespace vt {
 namespace {
 
-void appendAscii(std::u16string& out, const char* text, int length) {
-    for (int i = 0; i < length; ++i) out.push_back(static_cast<unsigned char>(text[i]));
+// printf's "%N.Nd" (at least N digits, zero-padded, sign first), without printf's cost: it
+// runs several times for every line written.
+void appendPadded(std::u16string& out, int64_t value, int width) {
+    char16_t digits[24];
+    int n = 0;
+    uint64_t v = value < 0 ? 0 - static_cast<uint64_t>(value) : static_cast<uint64_t>(value);
+    do {
+        digits[n++] = static_cast<char16_t>(u'0' + v % 10);
+        v /= 10;
+    } while (v != 0);
+    while (n < width) digits[n++] = u'0';
+    if (value < 0) out.push_back(u'-');
+    while (n > 0) out.push_back(digits[--n]);
 }
 
 void appendDate(std::u16string& out, const CivilTime& t) {
-    char buf[48];
-    const int n = std::snprintf(buf, sizeof buf, "%4.4d-%2.2d-%2.2d", t.year, t.month, t.day);
-    appendAscii(out, buf, n);
+    appendPadded(out, t.year, 4);
+    out.push_back(u'-');
+    appendPadded(out, t.month, 2);
+    out.push_back(u'-');
+    appendPadded(out, t.day, 2);
 }
 
 void appendClock(std::u16string& out, const CivilTime& t) {
-    char buf[48];
-    const int n = std::snprintf(buf, sizeof buf, "%2.2d:%2.2d:%2.2d", t.hour, t.minute, t.second);
-    appendAscii(out, buf, n);
+    appendPadded(out, t.hour, 2);
+    out.push_back(u':');
+    appendPadded(out, t.minute, 2);
+    out.push_back(u':');
+    appendPadded(out, t.second, 2);
 }
 
 void appendNumber(std::u16string& out, int64_t value) {
-    char buf[32];
-    const int n = std::snprintf(buf, sizeof buf, "%lld", static_cast<long long>(value));
-    appendAscii(out, buf, n);
+    appendPadded(out, value, 1);
 }
 
 std::u16string_view sourceOf(const CInfoUnit& unit) {

@@ -19,7 +19,15 @@ uint32_t AppendFile::open(std::u16string_view path) {
         fd = ::open(narrow.c_str(), O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, 0644);
     } while (fd < 0 && errno == EINTR);
     if (fd < 0) return static_cast<uint32_t>(errno);
+    struct stat st;
+    if (::fstat(fd, &st) != 0) {
+        const int e = errno;
+        ::close(fd);
+        return static_cast<uint32_t>(e);
+    }
     m_fd = fd;
+    m_device = static_cast<uint64_t>(st.st_dev);
+    m_inode = static_cast<uint64_t>(st.st_ino);
     m_path.assign(path);
     m_narrowPath = narrow;
     return 0;
@@ -77,12 +85,12 @@ bool AppendFile::seekEnd(uint32_t& error) noexcept {
 
 bool AppendFile::isDetached() const noexcept {
     if (m_fd < 0) return false;
-    struct stat open;
-    if (::fstat(m_fd, &open) != 0) return false;
-    if (open.st_nlink == 0) return true;  // deleted
+    // One look at the path per call: it runs for every line written. A deleted file has no
+    // path; a renamed one leaves the path empty or to another file.
     struct stat named;
-    if (::stat(m_narrowPath.c_str(), &named) != 0) return errno == ENOENT;
-    return named.st_ino != open.st_ino || named.st_dev != open.st_dev;  // renamed or replaced
+    if (::stat(m_narrowPath.c_str(), &named) != 0) return errno == ENOENT || errno == ENOTDIR;
+    return static_cast<uint64_t>(named.st_ino) != m_inode ||
+           static_cast<uint64_t>(named.st_dev) != m_device;
 }
 
 uint32_t createDirectories(std::u16string_view directory, bool& created) {
