@@ -37,6 +37,8 @@ windows() {
   (cd "$BUILD/windows" && ctest --output-on-failure -j 1)
   local rc=$?
   wineserver -k >/dev/null 2>&1 || true
+  # The agent as a real service under Wine's service control manager (own prefix, bounded).
+  timeout 900 bash scripts/wine_service_test.sh "$BUILD/windows" || rc=1
   return $rc
 }
 

@@ -1,5 +1,6 @@
 #include "service/error_report.h"
 
+#include "platform/system_error.h"
 #include "service/debug_log.h"
 
 CErrorReport::CErrorReport(uint32_t code, const CQuilletString& message, uint32_t secondaryCode)
@@ -16,3 +17,6 @@ void CErrorReport::setMessage(const CQuilletString& message) {
 
 CWinSockError::CWinSockError(uint32_t code, const CQuilletString& message, uint32_t systemError)
     : CErrorReport(code, message), m_systemError(systemError) {}
+
+CWinSockError::CWinSockError(uint32_t code, const CQuilletString& message)
+    : CWinSockError(code, message, vt::lastSystemError()) {}

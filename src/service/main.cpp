@@ -1,9 +1,5 @@
-#include <cstdio>
+#include "service/agent_main.h"
 
-#include "service/version.h"
-
-int main() {
-    std::printf("%s Version %d.%d Build %d (%s)\n", vt::kServiceName, vt::kVersionMajor,
-                vt::kVersionMinor, vt::kBuildNumber, vt::kReleaseText);
-    return 0;
+int main(int argc, char** argv) {
+    return vt::agentMain(argc, argv);
 }

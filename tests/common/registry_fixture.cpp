@@ -48,6 +48,7 @@ DebugCapture::DebugCapture(uint32_t mask)
     s.enabled = true;
     s.mask = mask;
     s.fileName = m_file;
+    s.circular = false;  // a circular log writes to "<name>_<index>"
     debugConfigure(s);
 }
 
@@ -55,11 +56,28 @@ DebugCapture::~DebugCapture() {
     debugConfigure(m_previous);
 }
 
+// The lines as their writers gave them: each line's "<thread>\t| <time> | <level>\t| " prefix
+// is cut off, so tests compare the texts alone.
 std::string DebugCapture::text() const {
     std::ifstream in(m_file, std::ios::binary);
     std::ostringstream out;
     out << in.rdbuf();
-    return out.str();
+    const std::string raw = out.str();
+    std::string bodies;
+    size_t start = 0;
+    while (start < raw.size()) {
+        size_t end = raw.find('\n', start);
+        end = end == std::string::npos ? raw.size() : end + 1;
+        size_t body = start;
+        for (int bar = 0; bar < 2; ++bar) {
+            const size_t at = raw.find("\t| ", body);
+            if (at == std::string::npos || at >= end) break;
+            body = at + 3;
+        }
+        bodies.append(raw, body, end - body);
+        start = end;
+    }
+    return bodies;
 }
 
 void DebugCapture::clear() {

@@ -3,5 +3,7 @@
 #include <unistd.h>
 
 namespace vt {
-uint32_t currentThreadId() noexcept { return static_cast<uint32_t>(gettid()); }
+uint32_t currentThreadId() noexcept {
+    return static_cast<uint32_t>(gettid());
+}
 }  // namespace vt

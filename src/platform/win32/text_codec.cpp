@@ -24,8 +24,8 @@ bool narrowToWide(std::string_view narrow, std::u16string& wide) {
         return true;
     }
     if (narrow.size() > INT_MAX) return false;
-    const int n = MultiByteToWideChar(CP_ACP, 0, narrow.data(), static_cast<int>(narrow.size()),
-                                      nullptr, 0);
+    const int n =
+        MultiByteToWideChar(CP_ACP, 0, narrow.data(), static_cast<int>(narrow.size()), nullptr, 0);
     if (n <= 0) return false;
     wide.resize(static_cast<size_t>(n));
     MultiByteToWideChar(CP_ACP, 0, narrow.data(), static_cast<int>(narrow.size()),

@@ -3,5 +3,7 @@
 #include <windows.h>
 
 namespace vt {
-uint32_t currentThreadId() noexcept { return static_cast<uint32_t>(GetCurrentThreadId()); }
+uint32_t currentThreadId() noexcept {
+    return static_cast<uint32_t>(GetCurrentThreadId());
+}
 }  // namespace vt

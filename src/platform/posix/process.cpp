@@ -1,0 +1,90 @@
+#include "platform/process.h"
+
+#include <pwd.h>
+#include <signal.h>
+#include <sys/resource.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <climits>
+#include <cstdlib>
+#include <cstring>
+#include <ctime>
+
+namespace vt {
+
+std::string executablePath() {
+    char buffer[PATH_MAX];
+    const ssize_t n = ::readlink("/proc/self/exe", buffer, sizeof buffer - 1);
+    if (n <= 0) return {};
+    return std::string(buffer, static_cast<size_t>(n));
+}
+
+std::string shortPathName(const std::string& path) {
+    return path;
+}
+
+bool setProcessPriority(uint32_t code) {
+    int niceValue = 0;
+    switch (code) {
+        case 1:
+            niceValue = 19;
+            break;
+        case 2:
+            niceValue = 10;
+            break;
+        case 4:
+            niceValue = -5;
+            break;
+        default:
+            return true;
+    }
+    return ::setpriority(PRIO_PROCESS, 0, niceValue) == 0;
+}
+
+bool environmentVariable(const char* name, std::string& value) {
+    const char* v = std::getenv(name);
+    if (!v) return false;
+    value = v;
+    return true;
+}
+
+bool currentUserName(std::string& name) {
+    const char* v = std::getenv("USERNAME");
+    if (!v || !*v) v = std::getenv("USER");
+    if (!v || !*v) {
+        const passwd* entry = ::getpwuid(::geteuid());
+        v = entry ? entry->pw_name : nullptr;
+    }
+    if (!v || !*v) {
+        errno = 203;
+        return false;
+    }
+    name.assign(v, std::min<size_t>(std::strlen(v), 255));
+    return true;
+}
+
+std::tm localTimeOf(int64_t seconds) {
+    const std::time_t t = static_cast<std::time_t>(seconds);
+    std::tm local{};
+    localtime_r(&t, &local);
+    return local;
+}
+
+std::string localTimeText(int64_t seconds) {
+    const std::tm local = localTimeOf(seconds);
+    char buffer[64];
+    if (std::strftime(buffer, sizeof buffer, "%a %b %d %H:%M:%S %Y", &local) == 0) return {};
+    return buffer;
+}
+
+void prepareProcessSignals() {
+    sigset_t set;
+    sigemptyset(&set);
+    sigaddset(&set, SIGINT);
+    sigaddset(&set, SIGTERM);
+    pthread_sigmask(SIG_BLOCK, &set, nullptr);
+}
+
+}  // namespace vt

@@ -1,0 +1,84 @@
+#include "platform/process.h"
+
+#include <windows.h>
+
+#include <ctime>
+#include <vector>
+
+namespace vt {
+
+std::string executablePath() {
+    std::vector<char> buffer(MAX_PATH);
+    for (;;) {
+        const DWORD n =
+            GetModuleFileNameA(nullptr, buffer.data(), static_cast<DWORD>(buffer.size()));
+        if (n == 0) return {};
+        if (n < buffer.size()) return std::string(buffer.data(), n);
+        buffer.resize(buffer.size() * 2);
+    }
+}
+
+std::string shortPathName(const std::string& path) {
+    const DWORD needed = GetShortPathNameA(path.c_str(), nullptr, 0);
+    if (needed == 0) return path;
+    std::string shortPath(needed, '\0');
+    const DWORD n = GetShortPathNameA(path.c_str(), shortPath.data(), needed);
+    if (n == 0 || n >= needed) return path;
+    shortPath.resize(n);
+    return shortPath;
+}
+
+bool setProcessPriority(uint32_t code) {
+    DWORD priorityClass = 0;
+    switch (code) {
+        case 1:
+            priorityClass = IDLE_PRIORITY_CLASS;
+            break;
+        case 2:
+            priorityClass = BELOW_NORMAL_PRIORITY_CLASS;
+            break;
+        case 4:
+            priorityClass = ABOVE_NORMAL_PRIORITY_CLASS;
+            break;
+        default:
+            return true;
+    }
+    return SetPriorityClass(GetCurrentProcess(), priorityClass) != FALSE;
+}
+
+bool environmentVariable(const char* name, std::string& value) {
+    const DWORD needed = GetEnvironmentVariableA(name, nullptr, 0);
+    if (needed == 0) return false;
+    std::string buffer(needed, '\0');
+    const DWORD n = GetEnvironmentVariableA(name, buffer.data(), needed);
+    if (n >= needed) return false;
+    buffer.resize(n);
+    value = buffer;
+    return true;
+}
+
+bool currentUserName(std::string& name) {
+    char buffer[256];
+    const DWORD n = GetEnvironmentVariableA("USERNAME", buffer, sizeof buffer);
+    if (n == 0) return false;
+    name.assign(buffer, n < sizeof buffer ? n : sizeof buffer - 1);
+    return true;
+}
+
+std::tm localTimeOf(int64_t seconds) {
+    const std::time_t t = static_cast<std::time_t>(seconds);
+    std::tm local{};
+    localtime_s(&local, &t);
+    return local;
+}
+
+std::string localTimeText(int64_t seconds) {
+    const std::tm local = localTimeOf(seconds);
+    char buffer[64];
+    if (std::strftime(buffer, sizeof buffer, "%a %b %d %H:%M:%S %Y", &local) == 0) return {};
+    return buffer;
+}
+
+void prepareProcessSignals() {}
+
+}  // namespace vt

@@ -1,0 +1,23 @@
+#include "service/agent_main.h"
+
+#include <memory>
+
+#include "platform/process.h"
+#include "service/debug_log.h"
+#include "service/engine_hooks.h"
+#include "service/kestrel_srvc.h"
+
+namespace vt {
+
+int agentMain(int argc, char** argv) {
+    // Before any thread exists, so that only the threads waiting for them see stop signals.
+    prepareProcessSignals();
+    auto service = std::make_unique<CKestrelSrvc>();
+    const int exitCode = service->ProcessCommandLine(argc, argv);
+    engineClearProcessState();
+    service.reset();
+    debugClose();
+    return exitCode;
+}
+
+}  // namespace vt

@@ -1,0 +1,123 @@
+#include "service/kestrel_srvc.h"
+
+#include <ctime>
+#include <memory>
+#include <string>
+
+#include "platform/process.h"
+#include "platform/registry.h"
+#include "platform/system_error.h"
+#include "service/config_settings.h"
+#include "service/debug_log.h"
+#include "service/engine_hooks.h"
+#include "service/error_report.h"
+#include "service/error_reporter.h"
+#include "service/reg_access.h"
+#include "service/version.h"
+
+namespace {
+constexpr const char16_t* kParametersKey =
+    u"SYSTEM\\CurrentControlSet\\Services\\QuilletVantoreAgent\\Parameters";
+constexpr const char16_t* kGeneralKey = u"SOFTWARE\\Quillet\\Vantor\\Agent\\General";
+
+std::unique_ptr<CConfigSettings> g_settings;
+}  // namespace
+
+namespace vt {
+CConfigSettings* processSettings() noexcept {
+    return g_settings.get();
+}
+
+CConfigSettings& ensureProcessSettings() {
+    if (!g_settings) g_settings = std::make_unique<CConfigSettings>();
+    return *g_settings;
+}
+}  // namespace vt
+
+CKestrelSrvc::CKestrelSrvc() : CNTService(vt::kServiceName) {}
+
+CKestrelSrvc::~CKestrelSrvc() = default;
+
+bool CKestrelSrvc::OnInstall() {
+    CRegAccess parameters;
+    if (!parameters.CreateKey(vt::RegRoot::LocalMachine, CQuilletString(kParametersKey)))
+        return false;
+    return parameters.SetDWORDValue(u"nServiceMajor", vt::kVersionMajor) &&
+           parameters.SetDWORDValue(u"nServiceMinor", vt::kVersionMinor) &&
+           parameters.SetDWORDValue(u"nServiceBuildID", vt::kBuildNumber) &&
+           parameters.SetDWORDValue(u"bReplaceEventLogSource", 0);
+}
+
+bool CKestrelSrvc::OnInit() {
+    vt::debugWrite(vt::DBG_INFO, "STARTING MainThread\r\n");
+    makeInstance();
+    try {
+        // The general values decide the debug log, so they are read before anything else; the
+        // process-wide settings object is built afterwards, with the log already open, and
+        // takes them over.
+        CConfigSettings general;
+        general.readGeneralValues();
+        vt::debugConfigure(general.debugLogSettings());
+        if (vt::debugOn(vt::DBG_MINIMUM)) {
+            const std::string now = vt::localTimeText(static_cast<int64_t>(std::time(nullptr)));
+            vt::debugPrintf(vt::DBG_MINIMUM,
+                            "\r\n\r\nService STARTUP [V%d.%d(%s)]- the time is %s\r\n\r\n",
+                            vt::kVersionMajor, vt::kVersionMinor, vt::kReleaseText, now.c_str());
+        }
+        if (!vt::setProcessPriority(general.processPriority))
+            vt::debugPrintf(vt::DBG_ERROR,
+                            "CKestrelSrvc|OnInit: process priority %d could not be set, Error "
+                            "'%d'\r\n",
+                            static_cast<int>(general.processPriority),
+                            static_cast<int>(vt::lastSystemError()));
+        startEngine(general);
+    } catch (CErrorReport* raw) {
+        std::unique_ptr<CErrorReport> report(raw);
+        vt::debugPrintf(
+            vt::DBG_MINIMUM, "CKestrelSrvc|OnInit: ***OnInit caught exception: '%s' (%d)\r\n",
+            report->getMessage().getStringA(), static_cast<int>(report->getErrorCode()));
+    }
+    return true;
+}
+
+void CKestrelSrvc::startEngine(const CConfigSettings& general) {
+    CConfigSettings& settings = vt::ensureProcessSettings();
+    settings = general;
+    settings.serviceName = CQuilletString(vt::kServiceNameW);
+    settings.generalKeyPath = CQuilletString(kGeneralKey);
+    settings.load();
+    vt::setEventlogWarningsSetting(settings.enableEventlogWarnings);
+
+    vt::engineLoadRuleSets(settings);
+
+    if (vt::debugOn(vt::DBG_MINIMUM)) {
+        vt::debugPrintf(vt::DBG_MINIMUM, "Running Engine Version %d.%d.%d ***\r\n",
+                        vt::kVersionMajor, vt::kVersionMinor, vt::kBuildNumber);
+        std::string user;
+        if (vt::currentUserName(user))
+            vt::debugPrintf(vt::DBG_MINIMUM, "Current used Username: '%s' ***\r\n", user.c_str());
+        else
+            vt::debugPrintf(vt::DBG_MINIMUM,
+                            "Failed to get current used Usernamen with code %d ***\r\n",
+                            static_cast<int>(vt::lastSystemError()));
+    }
+
+    char version[32];
+    std::snprintf(version, sizeof version, "%d.%d.%d", vt::kVersionMajor, vt::kVersionMinor,
+                  vt::kBuildNumber);
+    CRegAccess generalKey;
+    if (generalKey.OpenKey(vt::RegRoot::LocalMachine, CQuilletString(kGeneralKey), vt::kKeyWrite))
+        generalKey.SetStringValue(u"LastVersionRun", CQuilletString(version));
+
+    vt::engineStartServices(settings, *this);
+    vt::debugWrite(vt::DBG_ULTRA, "CKestrelSrvc| END services startup\r\n");
+}
+
+void CKestrelSrvc::OnStop() {
+    vt::debugWrite(vt::DBG_INFO, "OnStop\n\r");
+}
+
+void CKestrelSrvc::OnShutdown() {
+    Trace("CNTService::OnShutdown()");
+    vt::engineShutdownServices(*this);
+}

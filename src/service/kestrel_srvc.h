@@ -1,0 +1,30 @@
+#pragma once
+#include <memory>
+
+#include "service/nt_service.h"
+
+class CConfigSettings;
+
+// The agent's own service: its start-up reads the general settings, sets the debug log and the
+// process priority up and starts the engine (rule sets, then the inputs and workers); its
+// shutdown stops them again.
+class CKestrelSrvc : public CNTService {
+  public:
+    CKestrelSrvc();
+    ~CKestrelSrvc() override;
+
+    bool OnInstall() override;
+    bool OnInit() override;
+    void OnStop() override;
+    void OnShutdown() override;
+
+  private:
+    void startEngine(const CConfigSettings& general);
+};
+
+namespace vt {
+// The process-wide general settings: null until the service's start-up has read them.
+CConfigSettings* processSettings() noexcept;
+// Constructs them on first use (once per process).
+CConfigSettings& ensureProcessSettings();
+}  // namespace vt

@@ -1,0 +1,156 @@
+#include "service/kestrel_srvc.h"
+
+#include <gtest/gtest.h>
+
+#include <cstdlib>
+#include <filesystem>
+#include <regex>
+#include <string>
+#include <vector>
+
+#include "common/registry_fixture.h"
+#include "platform/registry.h"
+#include "platform/system_error.h"
+#include "service/config_settings.h"
+#include "service/reg_access.h"
+#include "service/service_fixture_helper.h"
+
+namespace {
+using vt::test::DebugLogScope;
+using vt::test::fileIn;
+using vt::test::readFile;
+using vt::test::ScopedRegistry;
+using vt::test::TempDir;
+
+constexpr const char16_t* kGeneral = u"SOFTWARE\\Quillet\\Vantor\\Agent\\General";
+constexpr const char16_t* kParameters =
+    u"SYSTEM\\CurrentControlSet\\Services\\QuilletVantoreAgent\\Parameters";
+
+TEST(KestrelSrvc, InstallWritesTheInstallationValues) {
+    ScopedRegistry registry;
+    registry.alsoRemove(kParameters);
+    CKestrelSrvc service;
+    ASSERT_TRUE(service.OnInstall());
+    CRegAccess key;
+    ASSERT_TRUE(key.OpenKey(vt::RegRoot::LocalMachine, CQuilletString(kParameters)));
+    struct Expected {
+        const char* name;
+        uint32_t value;
+    } values[] = {{"nServiceMajor", 4},
+                  {"nServiceMinor", 4},
+                  {"nServiceBuildID", 334},
+                  {"bReplaceEventLogSource", 0}};
+    for (const Expected& e : values) {
+        uint32_t got = 0xDEAD;
+        EXPECT_TRUE(key.ReadDWORDValue(CQuilletString(e.name), got)) << e.name;
+        EXPECT_EQ(got, e.value) << e.name;
+    }
+}
+
+// The start-up reads the General key: the debug log it describes gets the banner, the engine
+// version and the hook lines; "LastVersionRun" is written back.
+TEST(KestrelSrvc, StartupWritesBannerAndLastVersionRun) {
+    ScopedRegistry registry;
+    registry.alsoRemove(kGeneral);
+    TempDir dir;
+    const std::string logFile = fileIn(dir, "agent.txt");
+    {
+        CRegAccess general;
+        ASSERT_TRUE(general.CreateKey(vt::RegRoot::LocalMachine, CQuilletString(kGeneral)));
+        ASSERT_TRUE(general.SetDWORDValue(u"nEnableDebugOutput", 1));
+        ASSERT_TRUE(general.SetDWORDValue(u"nDebugMini", 1));
+        ASSERT_TRUE(general.SetDWORDValue(u"nCircularLogging", 0));
+        ASSERT_TRUE(general.SetStringValue(u"szDebugFileName", CQuilletString(logFile.c_str())));
+    }
+    DebugLogScope restore(vt::debugSettings());
+    const bool firstStart = vt::processSettings() == nullptr;
+    CKestrelSrvc service;
+    EXPECT_TRUE(service.OnInit());
+    EXPECT_EQ(CNTService::instance(), &service);
+    ASSERT_NE(vt::processSettings(), nullptr);
+    EXPECT_EQ(vt::processSettings()->serviceName.getStringA(), std::string("QuilletVantoreAgent"));
+    vt::debugClose();
+
+    const std::string text = readFile(logFile);
+    EXPECT_TRUE(std::regex_search(
+        text,
+        std::regex("\\| Minimum\t\\| \r\n\r\nService STARTUP \\[V4\\.4\\(Final Release\\)\\]- "
+                   "the time is [A-Z][a-z]{2} [A-Z][a-z]{2} \\d{2} \\d{2}:\\d{2}:\\d{2} "
+                   "\\d{4}\r\n\r\n")))
+        << text;
+    EXPECT_NE(text.find("Running Engine Version 4.4.334 ***\r\n"), std::string::npos);
+    // The settings object is built (once per process) with the log open, so its heap line is
+    // there.
+    if (firstStart) {
+        EXPECT_NE(text.find("CConfigSettings|CConfigSettings: "), std::string::npos);
+    }
+    EXPECT_TRUE(text.find("Current used Username: '") != std::string::npos ||
+                text.find("Failed to get current used Usernamen with code ") != std::string::npos);
+    EXPECT_NE(text.find("rule sets are not loaded"), std::string::npos);
+    EXPECT_NE(text.find("no services started"), std::string::npos);
+    EXPECT_EQ(text.find("STARTING MainThread"), std::string::npos) << "level 32 is off";
+
+    CRegAccess general;
+    ASSERT_TRUE(general.OpenKey(vt::RegRoot::LocalMachine, CQuilletString(kGeneral)));
+    CQuilletString lastVersion;
+    EXPECT_TRUE(general.ReadStringValue(u"LastVersionRun", lastVersion));
+    EXPECT_EQ(std::string(lastVersion.getStringA()), "4.4.334");
+}
+
+// Without a General key everything takes its default and the start-up still succeeds; the
+// debug log stays off (nEnableDebugOutput 0) and nothing is written back.
+TEST(KestrelSrvc, StartupOnAnEmptyRegistryUsesDefaults) {
+    ScopedRegistry registry;
+    registry.alsoRemove(kGeneral);
+    DebugLogScope restore(vt::debugSettings());
+    CKestrelSrvc service;
+    EXPECT_TRUE(service.OnInit());
+    EXPECT_FALSE(vt::debugOn(vt::DBG_ERROR));
+    EXPECT_EQ(vt::debugSettings().fileName, "VTAgentDebug.txt");
+    CRegAccess general;
+    EXPECT_FALSE(general.OpenKey(vt::RegRoot::LocalMachine, CQuilletString(kGeneral)));
+}
+
+#ifndef _WIN32
+// Linux install: the unit file, then the event source and the installation values in the hive;
+// remove deletes the unit and leaves the event source key in place.
+TEST(KestrelSrvc, InstallAndRemoveOnLinux) {
+    ScopedRegistry registry;
+    TempDir dir;
+    ::setenv("VTAGENT_SYSTEMD_DIR", dir.path().string().c_str(), 1);
+    CKestrelSrvc service;
+    EXPECT_FALSE(service.IsInstalled());
+    ASSERT_TRUE(service.Install());
+    EXPECT_TRUE(service.IsInstalled());
+    EXPECT_TRUE(std::filesystem::exists(fileIn(dir, "QuilletVantoreAgent.service")));
+
+    vt::RegKey source;
+    ASSERT_EQ(source.open(vt::RegRoot::LocalMachine,
+                          u"SYSTEM\\CurrentControlSet\\Services\\EventLog\\Application\\"
+                          u"QuilletVantoreAgent",
+                          vt::kKeyRead),
+              vt::kRegOk);
+    uint32_t type = 0;
+    std::vector<uint8_t> data;
+    ASSERT_EQ(source.queryValue(u"EventMessageFile", type, data), vt::kRegOk);
+    EXPECT_EQ(type, vt::kRegExpandSz);
+    EXPECT_FALSE(vt::regBytesToString(data).empty());
+    ASSERT_EQ(source.queryValue(u"TypesSupported", type, data), vt::kRegOk);
+    EXPECT_EQ(data, vt::regDwordBytes(7));
+    CRegAccess parameters;
+    uint32_t build = 0;
+    EXPECT_TRUE(parameters.OpenKey(vt::RegRoot::LocalMachine, CQuilletString(kParameters)));
+    EXPECT_TRUE(parameters.ReadDWORDValue(u"nServiceBuildID", build));
+    EXPECT_EQ(build, 334u);
+
+    ASSERT_TRUE(service.Uninstall());
+    EXPECT_FALSE(service.IsInstalled());
+    EXPECT_EQ(source.queryValue(u"TypesSupported", type, data), vt::kRegOk);
+    // Removing what is not there fails with the system's error.
+    EXPECT_FALSE(service.Uninstall());
+    EXPECT_EQ(vt::lastSystemError(), 2u);
+    ::unsetenv("VTAGENT_SYSTEMD_DIR");
+}
+#endif
+
+}  // namespace
