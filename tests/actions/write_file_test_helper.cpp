@@ -44,6 +44,17 @@ void ScopedFakeTime::set(int64_t now) {
     g_fakeNow = now;
 }
 
+ScopedEnv::ScopedEnv(const char* name, const std::string& value) : m_name(name) {
+    if (const char* old = std::getenv(name)) {
+        m_had = true;
+        m_previous = old;
+    }
+    putEnv(name, value.c_str());
+}
+ScopedEnv::~ScopedEnv() {
+    putEnv(m_name.c_str(), m_had ? m_previous.c_str() : nullptr);
+}
+
 ScopedTimeZone::ScopedTimeZone(const char* tz) {
     if (const char* old = std::getenv("TZ")) {
         m_had = true;

@@ -25,6 +25,20 @@ class ScopedFakeTime {
     ScopedFakeTime& operator=(const ScopedFakeTime&) = delete;
 };
 
+// Sets an environment variable for the scope's lifetime (on Linux, for instance, the event
+// socket, so that reports of a test do not reach the system's log).
+class ScopedEnv {
+  public:
+    ScopedEnv(const char* name, const std::string& value);
+    ~ScopedEnv();
+    ScopedEnv(const ScopedEnv&) = delete;
+    ScopedEnv& operator=(const ScopedEnv&) = delete;
+
+  private:
+    std::string m_name, m_previous;
+    bool m_had = false;
+};
+
 // Sets the TZ variable (and re-reads it) for the scope's lifetime.
 class ScopedTimeZone {
   public:
