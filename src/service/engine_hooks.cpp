@@ -1,15 +1,15 @@
 #include "service/engine_hooks.h"
 
+#include "engine/rule_set_list.h"
 #include "service/debug_log.h"
 
-// Nothing of the engine exists in this build yet: the rule engine and the service manager
-// replace these bodies. The lines say so in the debug log rather than pretend a start.
+// The service manager replaces the start and shutdown bodies; until then their lines say so in
+// the debug log rather than pretend a start.
 namespace vt {
 
 void engineLoadRuleSets(const CConfigSettings&) {
-    debugWrite(DBG_MINIMUM,
-               "CKestrelSrvc|OnInit: rule sets are not loaded - this build has no rule engine "
-               "yet\r\n");
+    const size_t loaded = loadAgentRuleSets();
+    debugPrintf(DBG_MINIMUM, "CKestrelSrvc|OnInit: %zu rule set(s) loaded\r\n", loaded);
 }
 
 void engineStartServices(const CConfigSettings&, CNTService&) {
@@ -24,6 +24,8 @@ void engineShutdownServices(CNTService&) {
                "manager yet\r\n");
 }
 
-void engineClearProcessState() {}
+void engineClearProcessState() {
+    processRuleSetList().unload();
+}
 
 }  // namespace vt

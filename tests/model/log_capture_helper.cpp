@@ -1,44 +1,14 @@
 #include "model/log_capture_helper.h"
 
-#include <atomic>
-#include <cstdio>
-#include <filesystem>
-#include <fstream>
-#include <random>
-#include <sstream>
+#include "common/registry_fixture.h"
 
-#include "service/debug_log.h"
+// The model's tests count lines in the shared debug capture.
+LogCapture::LogCapture(unsigned mask) : m_capture(std::make_unique<vt::test::DebugCapture>(mask)) {}
 
-namespace {
-vt::DebugLogSettings g_saved;
-std::atomic<int> g_counter{0};
-}  // namespace
-
-LogCapture::LogCapture(unsigned mask) {
-    g_saved = vt::debugSettings();
-    std::random_device rd;
-    const auto dir = std::filesystem::temp_directory_path();
-    m_path = (dir /
-              ("vt_model_log_" + std::to_string(rd()) + "_" + std::to_string(g_counter++) + ".txt"))
-                 .string();
-    std::remove(m_path.c_str());
-    vt::DebugLogSettings s;
-    s.enabled = true;
-    s.mask = mask;
-    s.fileName = m_path;
-    vt::debugConfigure(s);
-}
-
-LogCapture::~LogCapture() {
-    vt::debugConfigure(g_saved);
-    std::remove(m_path.c_str());
-}
+LogCapture::~LogCapture() = default;
 
 std::string LogCapture::text() const {
-    std::ifstream in(m_path, std::ios::binary);
-    std::ostringstream s;
-    s << in.rdbuf();
-    return s.str();
+    return m_capture->text();
 }
 
 size_t LogCapture::count(const std::string& needle) const {
@@ -50,5 +20,5 @@ size_t LogCapture::count(const std::string& needle) const {
 }
 
 void LogCapture::clear() {
-    std::remove(m_path.c_str());
+    m_capture->clear();
 }

@@ -1,5 +1,10 @@
 #pragma once
+#include <memory>
 #include <string>
+
+namespace vt::test {
+class DebugCapture;
+}
 
 // Routes the debug log into a temporary file with every level on, for tests that check what
 // the model writes there. Restores the previous settings when destroyed.
@@ -16,5 +21,5 @@ class LogCapture {
     void clear();
 
   private:
-    std::string m_path;
+    std::unique_ptr<vt::test::DebugCapture> m_capture;
 };

@@ -303,6 +303,7 @@ TEST(TcpServer, SilentConnectionIsDropped) {
     debug.enabled = true;
     debug.mask = vt::DBG_INFO | vt::DBG_ULTRA;
     debug.fileName = logFile;
+    debug.circular = false;
     vt::debugConfigure(debug);
 
     TcpServerSettings settings;
