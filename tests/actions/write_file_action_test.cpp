@@ -266,6 +266,7 @@ TEST(WriteFileActionTest, HostileSourceStaysInsideTheDirectory) {
 TEST(WriteFileActionTest, PropertyFileNamesAreExpandedAndSanitised) {
     ScopedTimeZone tz("UTC0");
     ScopedFakeTime time(kNoon);
+    TimerQueueScope timers;  // the file stays open: each unit's name must still be its own
     WriteFileRig rig;
     rig.setString(u"szFilePath", u16(rig.dir()) + u"/%syslogtag%");
     rig.setString(u"szFileBaseName", u"log-%source%");
@@ -376,6 +377,32 @@ TEST(WriteFileActionTest, WriteFailureIsLoggedAndTheNextUnitTriesAgain) {
     fs::remove(rig.dir() / "Vantor.log");
     EXPECT_EQ(rig.write(u"through"), 0);
     EXPECT_NE(readFileBytes(rig.dir() / "Vantor.log").find("through"), std::string::npos);
+}
+
+TEST(WriteFileActionTest, BurstCostsOneOpenAndSourcesKeepTheirFiles) {
+    ScopedTimeZone tz("UTC0");
+    ScopedFakeTime time(kNoon);
+    TimerQueueScope timers;
+    DebugCapture log;
+    WriteFileRig rig;
+    rig.setDword(u"nFileFormat", 3);
+    rig.setString(u"szLineFormat", u"%msg%%$CRLF%");
+    rig.setDword(u"nIncludeSourceInFilename", 1);
+    rig.load();
+    for (int i = 0; i < 100; ++i) rig.write(u16("a" + std::to_string(i)), u"alpha");
+    const std::string text = log.text();
+    size_t opens = 0;
+    for (size_t at = text.find("' open."); at != std::string::npos;
+         at = text.find("' open.", at + 1))
+        ++opens;
+    EXPECT_EQ(opens, 1u);
+    // The cached name belongs to one source: another source's unit must not reuse it.
+    rig.write(u"b0", u"beta");
+    rig.write(u"a100", u"alpha");
+    EXPECT_EQ(readFileBytes(rig.dir() / "Vantor-beta-2009-03-14.log"), "b0\r\n");
+    const auto alpha = linesOf(readFileBytes(rig.dir() / "Vantor-alpha-2009-03-14.log"));
+    ASSERT_EQ(alpha.size(), 101u);
+    EXPECT_EQ(alpha.back(), "a100");
 }
 
 TEST(WriteFileActionTest, IdleFileClosesThreeSecondsAfterTheLastUnit) {
