@@ -41,6 +41,9 @@ class AppendFile {
     bool isDetached() const noexcept;
 
   private:
+#ifndef _WIN32
+    void watchPath() noexcept;
+#endif
 #ifdef _WIN32
     void* m_handle = nullptr;
 #else
@@ -51,6 +54,7 @@ class AppendFile {
     std::string m_narrowPath;
     uint64_t m_device = 0;  // identity of the open file, taken when it was opened
     uint64_t m_inode = 0;
+    int m_notify = -1;  // inotify descriptor watching the file and its directory, or -1
 #endif
 };
 

@@ -335,6 +335,32 @@ TEST(WriteFileActionTest, RenamedFileIsReplacedOnTheNextUnit) {
     EXPECT_EQ(readFileBytes(file), "two\r\n");
 }
 
+// Windows refuses both while the action holds the file open, so there is nothing to notice.
+#ifndef _WIN32
+TEST(WriteFileActionTest, ReplacedFileOrMovedDirectoryIsNoticed) {
+    ScopedFakeTime time(kNoon);
+    TimerQueueScope timers;
+    WriteFileRig rig;
+    const fs::path sub = rig.dir() / "sub";
+    rig.setString(u"szFilePath", u16(sub));
+    rig.setDword(u"nUniqueFileName", 0);
+    rig.setDword(u"nFileFormat", 3);
+    rig.setString(u"szLineFormat", u"%msg%%$CRLF%");
+    rig.load();
+    rig.write(u"one");
+    // Another program puts a new file in its place.
+    std::ofstream(rig.dir() / "other.log", std::ios::binary) << "other\r\n";
+    fs::rename(rig.dir() / "other.log", sub / "Vantor.log");
+    rig.write(u"two");
+    EXPECT_EQ(readFileBytes(sub / "Vantor.log"), "other\r\ntwo\r\n");
+    // The whole directory is moved away: the configured path is made again.
+    fs::rename(sub, rig.dir() / "moved");
+    rig.write(u"three");
+    EXPECT_EQ(readFileBytes(rig.dir() / "moved" / "Vantor.log"), "other\r\ntwo\r\n");
+    EXPECT_EQ(readFileBytes(sub / "Vantor.log"), "three\r\n");
+}
+#endif
+
 TEST(WriteFileActionTest, DeletedFileIsReplacedOnTheNextUnit) {
 #ifdef _WIN32
     {
@@ -389,7 +415,11 @@ TEST(WriteFileActionTest, BurstCostsOneOpenAndSourcesKeepTheirFiles) {
     rig.setString(u"szLineFormat", u"%msg%%$CRLF%");
     rig.setDword(u"nIncludeSourceInFilename", 1);
     rig.load();
-    for (int i = 0; i < 100; ++i) rig.write(u16("a" + std::to_string(i)), u"alpha");
+    for (int i = 0; i < 100; ++i) {
+        std::u16string msg = u"a";
+        msg.append(u16(std::to_string(i)));
+        rig.write(msg, u"alpha");
+    }
     const std::string text = log.text();
     size_t opens = 0;
     for (size_t at = text.find("' open."); at != std::string::npos;
@@ -414,11 +444,11 @@ TEST(WriteFileActionTest, IdleFileClosesThreeSecondsAfterTheLastUnit) {
     ASSERT_TRUE(rig.config().isFileOpen());
     timers.queue().runDue(start + std::chrono::milliseconds(2900));
     EXPECT_TRUE(rig.config().isFileOpen());
-    // A second unit re-arms the timer from its own time.
-    const auto second = TimerQueue::Clock::now();
+    // A second unit re-arms the timer from its own time (armed before `armed` is read).
     rig.write(u"two");
+    const auto armed = TimerQueue::Clock::now();
     EXPECT_EQ(timers.queue().pending(), 1u);
-    timers.queue().runDue(second + std::chrono::milliseconds(3001));
+    timers.queue().runDue(armed + std::chrono::milliseconds(3000));
     EXPECT_FALSE(rig.config().isFileOpen());
     rig.write(u"three");  // opens again
     EXPECT_TRUE(rig.config().isFileOpen());

@@ -1,6 +1,7 @@
 #include "platform/append_file.h"
 
 #include <fcntl.h>
+#include <sys/inotify.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -30,7 +31,33 @@ uint32_t AppendFile::open(std::u16string_view path) {
     m_inode = static_cast<uint64_t>(st.st_ino);
     m_path.assign(path);
     m_narrowPath = narrow;
+    watchPath();
     return 0;
+}
+
+// The rename check runs before every line. Looking the path up each time costs about as much
+// as the write itself, so the kernel is asked to tell when the file is renamed, deleted (its
+// link count changes) or replaced, or its directory moved; only then is the path looked up.
+// Without inotify (no instance left) every check looks the path up.
+void AppendFile::watchPath() noexcept {
+    m_notify = ::inotify_init1(IN_NONBLOCK | IN_CLOEXEC);
+    if (m_notify < 0) return;
+    bool ok = ::inotify_add_watch(m_notify, m_narrowPath.c_str(),
+                                  IN_MOVE_SELF | IN_DELETE_SELF | IN_ATTRIB) >= 0;
+    const size_t slash = m_narrowPath.find_last_of('/');
+    if (ok && slash != std::string::npos && slash > 0)
+        ok = ::inotify_add_watch(m_notify, m_narrowPath.substr(0, slash).c_str(),
+                                 IN_MOVE_SELF | IN_DELETE_SELF) >= 0;
+    // The path may have changed between opening and watching: then the watch is of no use.
+    struct stat named;
+    if (ok && (::stat(m_narrowPath.c_str(), &named) != 0 ||
+               static_cast<uint64_t>(named.st_ino) != m_inode ||
+               static_cast<uint64_t>(named.st_dev) != m_device))
+        ok = false;
+    if (!ok) {
+        ::close(m_notify);
+        m_notify = -1;
+    }
 }
 
 bool AppendFile::isOpen() const noexcept {
@@ -40,6 +67,8 @@ bool AppendFile::isOpen() const noexcept {
 void AppendFile::close() noexcept {
     if (m_fd >= 0) ::close(m_fd);
     m_fd = -1;
+    if (m_notify >= 0) ::close(m_notify);
+    m_notify = -1;
 }
 
 bool AppendFile::write(const char* data, size_t size, size_t& written, uint32_t& error) noexcept {
@@ -85,8 +114,13 @@ bool AppendFile::seekEnd(uint32_t& error) noexcept {
 
 bool AppendFile::isDetached() const noexcept {
     if (m_fd < 0) return false;
-    // One look at the path per call: it runs for every line written. A deleted file has no
-    // path; a renamed one leaves the path empty or to another file.
+    if (m_notify >= 0) {
+        alignas(struct inotify_event) char events[4096];
+        const ssize_t n = ::read(m_notify, events, sizeof events);
+        if (n < 0 && errno == EAGAIN) return false;  // nothing happened to the file
+        // Something did (perhaps only a change of mode): the path decides.
+    }
+    // A deleted file has no path; a renamed one leaves the path empty or to another file.
     struct stat named;
     if (::stat(m_narrowPath.c_str(), &named) != 0) return errno == ENOENT || errno == ENOTDIR;
     return static_cast<uint64_t>(named.st_ino) != m_inode ||
