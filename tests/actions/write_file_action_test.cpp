@@ -390,7 +390,7 @@ TEST(WriteFileActionTest, DeletedFileIsReplacedOnTheNextUnit) {
     EXPECT_EQ(readFileBytes(file), "two\r\n");
 }
 
-TEST(WriteFileActionTest, WriteFailureIsLoggedAndTheNextUnitTriesAgain) {
+TEST(WriteFileActionTest, FailedOpenIsLoggedAndTheNextUnitTriesAgain) {
     DebugCapture log;
     ScopedFakeTime time(kNoon);
     WriteFileRig rig;
@@ -434,6 +434,29 @@ TEST(WriteFileActionTest, BurstCostsOneOpenAndSourcesKeepTheirFiles) {
     ASSERT_EQ(alpha.size(), 101u);
     EXPECT_EQ(alpha.back(), "a100");
 }
+
+#ifndef _WIN32
+// The file name leads to a device that refuses every write with "disk full".
+TEST(WriteFileActionTest, FailedWriteIsLoggedAndTheNextUnitWritesAgain) {
+    if (!fs::exists("/dev/full")) GTEST_SKIP() << "no /dev/full";
+    DebugCapture log;
+    ScopedFakeTime time(kNoon);
+    TimerQueueScope timers;
+    WriteFileRig rig;
+    rig.setDword(u"nUniqueFileName", 0);
+    rig.load();
+    fs::create_symlink("/dev/full", rig.dir() / "Vantor.log");
+    EXPECT_EQ(rig.write(u"refused"), 1);
+    EXPECT_NE(log.text().find("writeFileFormatRelaylog| WriteFile() failed in WriteFileAction"),
+              std::string::npos);
+    EXPECT_FALSE(rig.config().isFileOpen());  // closed, so the next unit opens again
+    fs::remove(rig.dir() / "Vantor.log");
+    EXPECT_EQ(rig.write(u"accepted"), 0);
+    const auto lines = linesOf(readFileBytes(rig.dir() / "Vantor.log"));
+    ASSERT_EQ(lines.size(), 1u);
+    EXPECT_NE(lines[0].find("accepted"), std::string::npos);
+}
+#endif
 
 TEST(WriteFileActionTest, IdleFileClosesThreeSecondsAfterTheLastUnit) {
     TimerQueueScope timers;

@@ -68,11 +68,12 @@ void CActionRelaylogV3FlatFile::doAction(CInfoUnit& unit, CConfigSettings& /*set
 bool CActionRelaylogV3FlatFile::writeFileFormatRelaylog(const std::string& line, size_t& written) {
     uint32_t error = 0;
     const bool ok = m_config.writeLine(line.data(), line.size(), written, error);
-    if (!ok)
-        vt::debugPrintf(vt::DBG_MINIMUM,
-                        "writeFileFormatRelaylog| WriteFile() failed in WriteFileAction (error "
-                        "%d)\r\n",
+    if (!ok) {
+        vt::debugWrite(vt::DBG_MINIMUM,
+                       "writeFileFormatRelaylog| WriteFile() failed in WriteFileAction\r\n");
+        vt::debugPrintf(vt::DBG_MINIMUM, "writeFileFormatRelaylog| system error %d.\r\n",
                         static_cast<int>(error));
+    }
     vt::debugPrintf(vt::DBG_ULTRA,
                     "writeFileFormatRelaylog| WriteFile wrote %d octets, %d requested.\r\n",
                     static_cast<int>(written), static_cast<int>(line.size()));
