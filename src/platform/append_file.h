@@ -46,6 +46,8 @@ class AppendFile {
 #endif
 #ifdef _WIN32
     void* m_handle = nullptr;
+    void* m_change = nullptr;  // change notification of the file's directory, or null
+    bool pathNamesOpenFile() const noexcept;
 #else
     int m_fd = -1;
 #endif

@@ -28,6 +28,22 @@ uint32_t AppendFile::open(std::u16string_view path) {
     if (h == INVALID_HANDLE_VALUE) return static_cast<uint32_t>(GetLastError());
     m_handle = h;
     m_path.assign(path);
+    // The rename check runs before every line; opening the path each time costs more than the
+    // write. The directory's change notification says when a name in it changed; only then is
+    // the path opened. Without one every check opens the path.
+    const size_t slash = wide.find_last_of(L"\\/");
+    if (slash != std::wstring::npos && slash > 0) {
+        HANDLE change = FindFirstChangeNotificationW(wide.substr(0, slash).c_str(), FALSE,
+                                                     FILE_NOTIFY_CHANGE_FILE_NAME);
+        if (change != INVALID_HANDLE_VALUE) {
+            m_change = change;
+            // The name may have changed between opening and watching.
+            if (!pathNamesOpenFile()) {
+                FindCloseChangeNotification(handleOf(m_change));
+                m_change = nullptr;
+            }
+        }
+    }
     return 0;
 }
 
@@ -36,6 +52,8 @@ bool AppendFile::isOpen() const noexcept {
 }
 
 void AppendFile::close() noexcept {
+    if (m_change) FindCloseChangeNotification(handleOf(m_change));
+    m_change = nullptr;
     if (m_handle) CloseHandle(handleOf(m_handle));
     m_handle = nullptr;
 }
@@ -91,8 +109,17 @@ bool AppendFile::isDetached() const noexcept {
                                      sizeof standard) &&
         (standard.DeletePending || standard.NumberOfLinks == 0))
         return true;
+    if (m_change) {
+        if (WaitForSingleObject(handleOf(m_change), 0) == WAIT_TIMEOUT) return false;
+        // A name in the directory changed: watch on, then let the path decide.
+        FindNextChangeNotification(handleOf(m_change));
+    }
+    return !pathNamesOpenFile();
+}
+
+bool AppendFile::pathNamesOpenFile() const noexcept {
     BY_HANDLE_FILE_INFORMATION open{};
-    if (!GetFileInformationByHandle(handleOf(m_handle), &open)) return false;
+    if (!GetFileInformationByHandle(handleOf(m_handle), &open)) return true;
     // What the path names now: gone, or another file (renamed away and maybe replaced).
     const std::wstring wide = toWide(m_path);
     HANDLE named = CreateFileW(wide.c_str(), FILE_READ_ATTRIBUTES,
@@ -100,14 +127,14 @@ bool AppendFile::isDetached() const noexcept {
                                OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL, nullptr);
     if (named == INVALID_HANDLE_VALUE) {
         const DWORD e = GetLastError();
-        return e == ERROR_FILE_NOT_FOUND || e == ERROR_PATH_NOT_FOUND;
+        return e != ERROR_FILE_NOT_FOUND && e != ERROR_PATH_NOT_FOUND;
     }
     BY_HANDLE_FILE_INFORMATION now{};
     const bool ok = GetFileInformationByHandle(named, &now) != 0;
     CloseHandle(named);
-    if (!ok) return false;
-    return now.dwVolumeSerialNumber != open.dwVolumeSerialNumber ||
-           now.nFileIndexHigh != open.nFileIndexHigh || now.nFileIndexLow != open.nFileIndexLow;
+    if (!ok) return true;
+    return now.dwVolumeSerialNumber == open.dwVolumeSerialNumber &&
+           now.nFileIndexHigh == open.nFileIndexHigh && now.nFileIndexLow == open.nFileIndexLow;
 }
 
 uint32_t createDirectories(std::u16string_view directory, bool& created) {
