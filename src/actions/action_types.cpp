@@ -6,6 +6,8 @@
 #include "actions/action_config.h"
 #include "actions/call_rule_set/action_call_rule_set.h"
 #include "actions/send_syslog/action_send_syslog.h"
+#include "actions/write_file/write_file_action.h"
+#include "actions/write_file/write_file_config.h"
 
 namespace vt {
 namespace {
@@ -21,6 +23,8 @@ namespace {
 const ActionType kActionTypes[] = {
     {1001, "SendSyslog", &makeActionConfig<CActionConfigSendSyslog>,
      &makeAction<CActionConfigSendSyslog, CActionSendSyslog>},
+    {1003, "WriteFile", &makeActionConfig<CActionConfigWriteFile>,
+     &makeAction<CActionConfigWriteFile, CActionRelaylogV3FlatFile>},
     {1014, "CallRuleSet", &makeActionConfig<CActionConfigCallRuleSet>,
      &makeAction<CActionConfigCallRuleSet, CActionCallRuleSet>},
 };

@@ -9,7 +9,8 @@ namespace vt {
 
 void engineLoadRuleSets(const CConfigSettings&) {
     const size_t loaded = loadAgentRuleSets();
-    debugPrintf(DBG_MINIMUM, "CKestrelSrvc|OnInit: %zu rule set(s) loaded\r\n", loaded);
+    debugPrintf(DBG_MINIMUM, "CKestrelSrvc|OnInit: %lu rule set(s) loaded\r\n",
+                static_cast<unsigned long>(loaded));
 }
 
 void engineStartServices(const CConfigSettings&, CNTService&) {
