@@ -96,15 +96,16 @@ void StreamSink::readLoop(Connection* connection) {
 void StreamSink::dropConnections() {
     std::vector<Connection*> open;
     {
+        // Shut both directions first, so the reader sees the end and leaves, then close. Under
+        // the lock: a reader that meets the end by itself closes its socket under it too.
         std::lock_guard lock(m_lock);
         for (auto& c : m_connections) {
             if (!c->socket.valid()) continue;
             c->dropped = true;
+            c->socket.interrupt();
             open.push_back(c.get());
         }
     }
-    // Shut both directions first, so the reader sees the end and leaves, then close.
-    for (Connection* c : open) c->socket.interrupt();
     for (Connection* c : open)
         if (c->reader.joinable()) c->reader.join();
     std::lock_guard lock(m_lock);
