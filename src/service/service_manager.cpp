@@ -245,8 +245,10 @@ void CServiceManager::startOne(uint32_t n, CRegAccess& services, const CConfigSe
     CInfoSource* running = source.get();
     m_services[n - 1] = std::move(source);
     auto thread = std::make_shared<ServiceThread>();
-    thread->thread = std::thread([this, running, thread] {
-        RunInfoSource(running);
+    // The thread keeps its own copies of the timing and hooks: a thread detached at shutdown
+    // may still be running when the manager is gone.
+    thread->thread = std::thread([running, thread, timing = m_timing, hooks = m_hooks] {
+        runSource(running, timing, hooks);
         {
             std::lock_guard lock(thread->lock);
             thread->ended = true;
@@ -260,6 +262,11 @@ void CServiceManager::startOne(uint32_t n, CRegAccess& services, const CConfigSe
 }
 
 void CServiceManager::RunInfoSource(CInfoSource* source) {
+    runSource(source, m_timing, m_hooks);
+}
+
+void CServiceManager::runSource(CInfoSource* source, const vt::ServiceManagerTiming& timing,
+                                const vt::ServiceManagerHooks& hooks) {
     const std::string name = source->getServiceName().getStringA();
     const int number = static_cast<int>(source->getServiceNumber());
     const unsigned address = addressForLog(source);
@@ -268,18 +275,25 @@ void CServiceManager::RunInfoSource(CInfoSource* source) {
                         "CServiceManager| Service (Number %d, Name '%s') 0x%8.8x running.\r\n",
                         number, name.c_str(), address);
 
+    // The first restart after a fault is immediate; a restart less than the window after the
+    // previous restart first waits for the back-off, so a source that keeps faulting runs at
+    // most once per back-off.
     bool retry = true;
-    int64_t lastStart = 0;
-    bool startedBefore = false;
+    bool restarting = false;
+    bool restartedBefore = false;
+    int64_t lastRestart = 0;
     while (retry) {
-        int64_t now = m_hooks.nowSeconds();
-        if (startedBefore && now - lastStart < m_timing.restartWindowSeconds) {
-            m_hooks.backOff(*source, m_timing.restartBackOff);
-            now = m_hooks.nowSeconds();
-            if (!source->keepRunning()) break;
+        if (restarting) {
+            int64_t now = hooks.nowSeconds();
+            if (restartedBefore && now - lastRestart < timing.restartWindowSeconds) {
+                hooks.backOff(*source, timing.restartBackOff);
+                now = hooks.nowSeconds();
+                if (!source->keepRunning()) break;
+            }
+            lastRestart = now;
+            restartedBefore = true;
         }
-        lastStart = now;
-        startedBefore = true;
+        restarting = true;
 
         bool faulted = false;
         std::string what;

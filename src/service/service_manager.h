@@ -99,6 +99,8 @@ class CServiceManager {
                   vt::RegRoot root, const CQuilletString& servicesKeyPath,
                   const CQuilletString& dataKeyPath, CRuleSetList* ruleSets, int32_t& started);
     void endThread(size_t slot, const vt::ServiceHostLink& host);
+    static void runSource(CInfoSource* source, const vt::ServiceManagerTiming& timing,
+                          const vt::ServiceManagerHooks& hooks);
 
     std::vector<std::shared_ptr<ServiceThread>> m_threads;  // one per service, null: none
     std::vector<std::unique_ptr<CInfoSource>> m_services;   // one per service, null: none
