@@ -390,6 +390,11 @@ bool CServiceManager::ShutdownServices(const vt::ServiceHostLink& host) {
     for (size_t slot = 0; slot < m_threads.size(); ++slot) endThread(slot, host);
 
     if (m_pQueue) {
+        // Idle workers end as soon as they see the shutdown event; a short look first keeps an
+        // ordinary stop free of passes that only measure how fast a thread wakes.
+        const auto settled = std::chrono::steady_clock::now() + m_timing.workerSettle;
+        while (m_pQueue->liveWorkers() > 0 && std::chrono::steady_clock::now() < settled)
+            std::this_thread::sleep_for(std::chrono::milliseconds(1));
         int passes = 0;
         while (m_pQueue->liveWorkers() > 0) {
             if (m_protectAgainstShutdown == 0 && passes >= m_timing.workerPasses) break;

@@ -27,6 +27,7 @@ namespace vt {
 struct ServiceManagerTiming {
     std::chrono::milliseconds stopGrace{2000};        // after the run flags are cleared
     std::chrono::milliseconds joinLimit{1000};        // per source thread, after its wake
+    std::chrono::milliseconds workerSettle{200};      // workers notice the shutdown event
     std::chrono::milliseconds workerStep{1000};       // one pass of the worker pool wait
     int workerPasses = 46;                            // unless "nProtectAgainstShutdown"
     std::chrono::milliseconds killDelay{5000};        // stop-processing before the process ends
