@@ -520,6 +520,11 @@ void expandSequence(std::u16string_view templ, const Sequence& seq, const CInfoU
 }  // namespace
 
 void replaceProperties(std::u16string_view templ, const CInfoUnit* unit, std::u16string& out) {
+    replaceProperties(templ, unit, out, nullptr);
+}
+
+void replaceProperties(std::u16string_view templ, const CInfoUnit* unit, std::u16string& out,
+                       const ExpansionHook& afterSequence) {
     size_t i = 0;
     while (i < templ.size()) {
         const size_t percent = templ.find(u'%', i);
@@ -536,7 +541,9 @@ void replaceProperties(std::u16string_view templ, const CInfoUnit* unit, std::u1
         }
         Sequence seq;
         SequenceParser(templ, i, seq).parse();
+        const size_t start = out.size();
         expandSequence(templ, seq, unit, out);
+        if (afterSequence) afterSequence(out, start);
     }
 }
 

@@ -147,7 +147,7 @@ TEST_F(ActionEntryTest, NopDiscardAndUnknownIds) {
     CActionListEntry discard(CQuilletString("d"), CQuilletString("k"), 1, ActionLoadContext{});
     CActionListEntry unassigned(CQuilletString("u"), CQuilletString("k"), 1005,
                                 ActionLoadContext{});
-    CActionListEntry notLanded(CQuilletString("w"), CQuilletString("k"), 1003, ActionLoadContext{});
+    CActionListEntry notLanded(CQuilletString("w"), CQuilletString("k"), 1025, ActionLoadContext{});
     const std::string log = capture.text();
     EXPECT_NE(log.find("Error Event 1025 logged with data 'We have a NOP action in our rule set - "
                        "is the config invalid?'"),
