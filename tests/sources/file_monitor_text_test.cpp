@@ -153,6 +153,9 @@ TEST(LineSplitting, LongLinesComeInPiecesWithoutSplittingCharacters) {
     EXPECT_EQ(cutAll("abcdefghij\n", TextEncoding::Utf8, 4, heldBack), "abcd+efgh+ij|");
     // A line of exactly the limit is one line, not a piece and an empty line.
     EXPECT_EQ(cutAll("abcd\nefgh\r\n", TextEncoding::Utf8, 4, heldBack), "abcd|efgh|");
+    // Exactly the limit without the next byte: it may be a line end, so wait.
+    EXPECT_EQ(cutAll("abcd", TextEncoding::Utf8, 4, heldBack), "");
+    EXPECT_EQ(heldBack, 4u);
     // Less than a piece without a line end is held back.
     EXPECT_EQ(cutAll("abcdefg", TextEncoding::Utf8, 4, heldBack), "abcd+");
     EXPECT_EQ(heldBack, 3u);

@@ -140,7 +140,8 @@ bool findLine(std::string_view bytes, TextEncoding encoding, size_t maxBytes, Li
             return true;
         }
     }
-    if (usable < maxBytes) return false;
+    // The character after the limit must be known: a line end there ends a whole line.
+    if (usable < maxBytes + step) return false;
     // No line end within the limit: hand on a piece, never splitting a character.
     size_t cut = maxBytes;
     if (step == 2) {
