@@ -187,7 +187,7 @@ void CInfoSourceFileMonitor::loadState(FileState& state) {
     state.known = haveLow;
 }
 
-void CInfoSourceFileMonitor::saveState(const FileState& state) {
+void CInfoSourceFileMonitor::saveState(const FileState& state, bool offsetOnly) {
     CRegAccess data;
     if (!data.OpenKey(m_root, state.statePath, vt::kKeyAllAccess) &&
         !data.CreateKey(m_root, state.statePath)) {
@@ -198,6 +198,14 @@ void CInfoSourceFileMonitor::saveState(const FileState& state) {
     }
     bool ok = data.SetDWORDValue(u"nLastPosLow", static_cast<uint32_t>(state.offset));
     ok = data.SetDWORDValue(u"nLastPosHigh", static_cast<uint32_t>(state.offset >> 32)) && ok;
+    if (offsetOnly) {
+        if (!ok)
+            vt::debugPrintf(vt::DBG_ERROR,
+                            "CInfoSourceFileMonitor| UpdateStateValues: writing the offset failed "
+                            "- error %u\r\n",
+                            data.GetLastError());
+        return;
+    }
     ok = data.SetStringValue(u"szW3CHeader", CQuilletString(u"#Fields:" + state.w3cHeader)) && ok;
     ok = data.SetStringValue(u"szLastFileName", CQuilletString(vt::utf8ToUtf16(state.name))) && ok;
     if (state.identityKnown) {
@@ -346,7 +354,8 @@ void CInfoSourceFileMonitor::processMultipleFiles(const std::string& pattern) {
             // is unique among the matches of one pattern.
             std::u16string keyName = vt::utf8ToUtf16(baseOf(name));
             std::replace(keyName.begin(), keyName.end(), u'\\', u'_');
-            state.statePath = CQuilletString(std::u16string(getStatePath().getString()) + u"\\Files\\" + keyName);
+            state.statePath =
+                CQuilletString(std::u16string(getStatePath().getString()) + u"\\Files\\" + keyName);
             loadState(state);
             state.name = name;
             m_multi.push_back(std::move(state));
@@ -481,7 +490,7 @@ bool CInfoSourceFileMonitor::processFile(FileState& state) {
         }
         pos += cut.consumed;
         state.offset = bufferStart + pos;
-        saveState(state);
+        saveState(state, true);
         if (m_nPreventOverrunDelay != 0 && !skipping)
             waitWhileRunning(std::chrono::milliseconds(m_nPreventOverrunDelay));
     }

@@ -80,7 +80,9 @@ class CInfoSourceFileMonitor : public CInfoSource {
     bool resolveWildcard(const std::string& pattern, std::vector<std::string>& matches);
     void migrateStateValues();
     void loadState(FileState& state);
-    void saveState(const FileState& state);
+    // The offset alone after each line; everything when the file, its identity or its W3C
+    // header changed.
+    void saveState(const FileState& state, bool offsetOnly = false);
     void reportNotFound(const std::string& name, uint32_t error, bool isDirectory);
 
     std::function<int64_t()> m_clock;
