@@ -3,9 +3,11 @@
 #include <gtest/gtest.h>
 
 #include <chrono>
+#include <new>
 #include <thread>
 
 #include "common/registry_fixture.h"
+#include "engine/memory_reserve.h"
 #include "engine/que_man_list.h"
 #include "engine/rule_set_list.h"
 #include "engine_test_helper.h"
@@ -48,6 +50,16 @@ class ServiceManagerTest : public ::testing::Test {
         timing.joinLimit = 5000ms;
         timing.workerStep = 5ms;
         timing.killDelay = 1ms;
+    }
+
+    // The start installs the process-wide out-of-memory handler and takes the reserve, and the
+    // shutdown clears the engine running flag (which ends every queue's workers); later tests
+    // of this program expect none of that.
+    ~ServiceManagerTest() override {
+        setEngineRunning(true);
+        std::set_new_handler(nullptr);
+        freeReserveMemory();
+        setLowMemory(false);
     }
 
     void configure(std::initializer_list<uint32_t> types) {
