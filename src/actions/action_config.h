@@ -35,6 +35,9 @@ class CActionConfig {
     void armTimer(vt::TimerRoutine routine, void* context, uint32_t milliseconds);
     void closeTimer();
     bool hasTimer() const noexcept { return m_timer != nullptr; }
+    // True while an expiry is registered (an idle routine can tell whether a later unit has
+    // armed the timer again after its own expiry was taken).
+    bool isTimerPending() const { return m_timer && m_timer->isPending(); }
 
     void enterLock() { m_lock.lock(); }
     void leaveLock() noexcept { m_lock.unlock(); }

@@ -5,6 +5,7 @@
 
 #include "actions/action_config.h"
 #include "actions/call_rule_set/action_call_rule_set.h"
+#include "actions/send_syslog/action_send_syslog.h"
 #include "actions/write_file/write_file_action.h"
 #include "actions/write_file/write_file_config.h"
 
@@ -20,6 +21,8 @@ namespace {
 //   1016 play sound, 1017 serial port, 1021 SNMP trap, 1022 control service,
 //   1023 compute variable, 1024 HTTP request, 1025 OLE DB, 1026 resolve host name.
 const ActionType kActionTypes[] = {
+    {1001, "SendSyslog", &makeActionConfig<CActionConfigSendSyslog>,
+     &makeAction<CActionConfigSendSyslog, CActionSendSyslog>},
     {1003, "WriteFile", &makeActionConfig<CActionConfigWriteFile>,
      &makeAction<CActionConfigWriteFile, CActionRelaylogV3FlatFile>},
     {1014, "CallRuleSet", &makeActionConfig<CActionConfigCallRuleSet>,

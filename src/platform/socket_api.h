@@ -43,6 +43,7 @@ enum SocketError : uint32_t {
     SOCKERR_INVAL = 10022,
     SOCKERR_MFILE = 10024,
     SOCKERR_WOULDBLOCK = 10035,
+    SOCKERR_INPROGRESS = 10036,
     SOCKERR_MSGSIZE = 10040,
     SOCKERR_ADDRINUSE = 10048,
     SOCKERR_ADDRNOTAVAIL = 10049,
@@ -74,6 +75,13 @@ bool setSocketDontLinger(SocketHandle s) noexcept;
 int shutdownSocket(SocketHandle s) noexcept;
 // True when the error of a non-blocking call only means "try again later".
 bool isWouldBlock(uint32_t socketError) noexcept;
+
+// Waits until one socket is readable (forWrite false) or writable (true), up to timeoutMs
+// (0: only look). 1 ready, 0 not ready in time, -1 failure (socketLastError() tells why).
+// Any descriptor number works (no select() limit on POSIX).
+int waitSocketReady(SocketHandle s, bool forWrite, int timeoutMs) noexcept;
+// The pending error of a socket (SO_ERROR) in Winsock numbering; 0 when there is none.
+uint32_t socketPendingError(SocketHandle s) noexcept;
 
 // Raises the soft limit of open descriptors to at least `wanted` (bounded by the hard limit);
 // returns the limit now in force. Windows has no such limit and returns `wanted`.

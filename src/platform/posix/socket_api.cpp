@@ -1,6 +1,7 @@
 #include "platform/socket_api.h"
 
 #include <fcntl.h>
+#include <poll.h>
 #include <sys/epoll.h>
 #include <sys/eventfd.h>
 #include <sys/resource.h>
@@ -24,6 +25,8 @@ uint32_t mapErrnoToSocketError(int e) noexcept {
             // Only reported to callers after SO_RCVTIMEO expired or on non-blocking sockets;
             // the wrappers distinguish the two, see CWinSock::receive.
             return SOCKERR_WOULDBLOCK;
+        case EINPROGRESS:
+            return SOCKERR_INPROGRESS;
         case ETIMEDOUT:
             return SOCKERR_TIMEDOUT;
         case ECONNREFUSED:
@@ -98,6 +101,24 @@ int shutdownSocket(SocketHandle s) noexcept {
 
 bool isWouldBlock(uint32_t e) noexcept {
     return e == SOCKERR_WOULDBLOCK || e == SOCKERR_INTR;
+}
+
+int waitSocketReady(SocketHandle s, bool forWrite, int timeoutMs) noexcept {
+    pollfd entry{};
+    entry.fd = s;
+    entry.events = forWrite ? POLLOUT : POLLIN;
+    for (;;) {
+        const int n = ::poll(&entry, 1, timeoutMs);
+        if (n >= 0) return n > 0 ? 1 : 0;
+        if (errno != EINTR) return -1;
+    }
+}
+
+uint32_t socketPendingError(SocketHandle s) noexcept {
+    int error = 0;
+    socklen_t length = sizeof error;
+    if (::getsockopt(s, SOL_SOCKET, SO_ERROR, &error, &length) != 0) return socketLastError();
+    return error == 0 ? 0 : mapErrnoToSocketError(error);
 }
 
 size_t raiseOpenSocketLimit(size_t wanted) noexcept {

@@ -54,6 +54,32 @@ bool isWouldBlock(uint32_t e) noexcept {
     return e == SOCKERR_WOULDBLOCK || e == SOCKERR_INTR;
 }
 
+int waitSocketReady(SocketHandle s, bool forWrite, int timeoutMs) noexcept {
+    // select() takes handles, not descriptor numbers, so it has no limit here; a failed
+    // non-blocking connect shows in the exception set.
+    fd_set ready;
+    fd_set failed;
+    FD_ZERO(&ready);
+    FD_ZERO(&failed);
+    FD_SET(s, &ready);
+    FD_SET(s, &failed);
+    timeval tv{};
+    tv.tv_sec = timeoutMs / 1000;
+    tv.tv_usec = (timeoutMs % 1000) * 1000;
+    const int n = ::select(0, forWrite ? nullptr : &ready, forWrite ? &ready : nullptr, &failed,
+                           timeoutMs < 0 ? nullptr : &tv);
+    if (n == SOCKET_ERROR) return -1;
+    return n > 0 ? 1 : 0;
+}
+
+uint32_t socketPendingError(SocketHandle s) noexcept {
+    int error = 0;
+    int length = sizeof error;
+    if (::getsockopt(s, SOL_SOCKET, SO_ERROR, reinterpret_cast<char*>(&error), &length) != 0)
+        return socketLastError();
+    return static_cast<uint32_t>(error);
+}
+
 size_t raiseOpenSocketLimit(size_t wanted) noexcept {
     return wanted;
 }
