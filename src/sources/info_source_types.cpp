@@ -1,5 +1,7 @@
 #include "sources/info_source_types.h"
 
+#include "sources/file_monitor/file_monitor.h"
+
 #include <map>
 #include <mutex>
 
@@ -14,7 +16,7 @@ const InfoSourceType kInfoSourceTypes[] = {
     {2, "CInfoSourceHeartbeat", nullptr},
     {3, "CInfoSourceNTEventReport", nullptr},
     {4, "CInfoSourceSNMPTrap", nullptr},
-    {5, "CInfoSourceFileMonitor", nullptr},
+    {5, "CInfoSourceFileMonitor", makeInfoSource<CInfoSourceFileMonitor>},
     {8, "CInfoSourcePingProbe", nullptr},
     {9, "CInfoSourcePortProbe", nullptr},
     {10, "CInfoSourceNTServiceMonitor", nullptr},

@@ -150,12 +150,12 @@ TEST_F(ServiceManagerTest, StartsKnownTypesAndSkipsUnknown) {
 // A known type whose input is not in this build is reported with its class and skipped.
 TEST_F(ServiceManagerTest, TypeNotInThisBuildIsReported) {
     TestSourceType one(1);
-    configure({5, 1});
+    configure({4, 1});
     auto manager = makeManager();
     start(*manager);
     EXPECT_EQ(manager->getService(0), nullptr);
     EXPECT_TRUE(manager->hasThread(1));
-    EXPECT_NE(debug.text().find("Service type 5 (CInfoSourceFileMonitor) is not available in "
+    EXPECT_NE(debug.text().find("Service type 4 (CInfoSourceSNMPTrap) is not available in "
                                 "this build - ignored!"),
               std::string::npos);
     EXPECT_TRUE(manager->ShutdownServices(host));

@@ -31,7 +31,7 @@ CONFIG = """Windows Registry Editor Version 5.00
 "szISName1"="Syslog"
 "nISType2"=dword:00000006
 "szISName2"="Nothing"
-"nISType3"=dword:00000005
+"nISType3"=dword:00000004
 "szISName3"="Files"
 
 [HKEY_LOCAL_MACHINE\\SOFTWARE\\Quillet\\Vantor\\Agent\\Services\\IS1]
@@ -72,7 +72,7 @@ class ConfiguredServices(AgentTestCase):
         self.assertIn("[114] Service type 1 (CInfoSourceSyslog) is not available in this build"
                       " - ignored!", events)
         self.assertIn("[114] Unknown Service ID 6 found - ignored!", events)
-        self.assertIn("[114] Service type 5 (CInfoSourceFileMonitor) is not available in this "
+        self.assertIn("[114] Service type 4 (CInfoSourceSNMPTrap) is not available in this "
                       "build - ignored!", events)
         self.assertIn("[114] No InfoSource service could successfully be started - the service "
                       "will now be stopped!", events)

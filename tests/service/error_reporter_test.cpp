@@ -297,7 +297,7 @@ TEST(MessageTable, HasATextForEveryEventId) {
         std::filesystem::path(vt::executablePath()).parent_path().parent_path() / "vtagent.exe";
     ASSERT_TRUE(std::filesystem::exists(agent)) << agent.string();
     for (uint32_t id : {100u, 101u, 102u, 103u, 104u, 105u, 106u, 107u, 108u, 114u, 130u, 150u,
-                        151u, 1036u, 1043u, 1044u, 1045u}) {
+                        151u, 1036u, 1043u, 1044u, 1045u, 1050u, 1051u}) {
         std::string text;
         ASSERT_TRUE(vt::eventMessageText(agent.string(), id, {"INSERTED", "SECOND"}, text)) << id;
         EXPECT_NE(text.find("INSERTED"), std::string::npos) << id << ": " << text;
