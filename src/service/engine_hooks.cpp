@@ -1,10 +1,11 @@
 #include "service/engine_hooks.h"
 
 #include "engine/rule_set_list.h"
+#include "service/config_settings.h"
 #include "service/debug_log.h"
+#include "service/service_manager.h"
+#include "sources/info_source.h"
 
-// The service manager replaces the start and shutdown bodies; until then their lines say so in
-// the debug log rather than pretend a start.
 namespace vt {
 
 void engineLoadRuleSets(const CConfigSettings&) {
@@ -13,19 +14,24 @@ void engineLoadRuleSets(const CConfigSettings&) {
                 static_cast<unsigned long>(loaded));
 }
 
-void engineStartServices(const CConfigSettings&, CNTService&) {
-    debugWrite(DBG_MINIMUM,
-               "CKestrelSrvc|OnInit: no services started - this build has no service manager "
-               "yet\r\n");
+void engineStartServices(const CConfigSettings& settings, CNTService& host) {
+    CServiceManager& manager = createProcessServiceManager();
+    manager.StartupServices(settings, RegRoot::LocalMachine, CQuilletString(kServicesKeyPath),
+                            CQuilletString(kAgentDataKeyPath), &processRuleSetList(), host);
 }
 
-void engineShutdownServices(CNTService&) {
-    debugWrite(DBG_MINIMUM,
-               "CKestrelSrvc|OnShutdown: no services to shut down - this build has no service "
-               "manager yet\r\n");
+void engineShutdownServices(CNTService& host) {
+    CServiceManager* manager = processServiceManager();
+    if (!manager) {
+        debugWrite(DBG_MINIMUM, "CKestrelSrvc|OnShutdown: no service manager was started\r\n");
+        return;
+    }
+    manager->ShutdownServices(host);
 }
 
 void engineClearProcessState() {
+    // The sources and the queue go before the rule sets their units are bound to.
+    clearProcessServiceState();
     processRuleSetList().unload();
 }
 

@@ -224,8 +224,11 @@ class ServiceMode(AgentTestCase):
             self.assertIn("EXTEND_TIMEOUT_USEC=5000000", stopping[0])
             self.assertIn("STATUS=Start pending", got[0])
             self.assertIn("STATUS=Stopped", got[-1])
-            self.assertEqual(self.event_texts(2),
-                             [(30, "[105] QuilletVantoreAgent"), (30, "[108] QuilletVantoreAgent")])
+            # The hive holds no services: the service manager says so, the service runs idle.
+            self.assertEqual(self.event_texts(3),
+                             [(27, "[114] No InfoSource service configured at all - the NT "
+                                   "service runs but does not perform any useful work!"),
+                              (30, "[105] QuilletVantoreAgent"), (30, "[108] QuilletVantoreAgent")])
         finally:
             if p.poll() is None:
                 p.kill()

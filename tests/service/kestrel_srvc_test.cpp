@@ -87,7 +87,7 @@ TEST(KestrelSrvc, StartupWritesBannerAndLastVersionRun) {
     EXPECT_TRUE(text.find("Current used Username: '") != std::string::npos ||
                 text.find("Failed to get current used Usernamen with code ") != std::string::npos);
     EXPECT_NE(text.find("rule set(s) loaded"), std::string::npos);
-    EXPECT_NE(text.find("no services started"), std::string::npos);
+    EXPECT_NE(text.find("No InfoSource service configured at all"), std::string::npos);
     EXPECT_EQ(text.find("STARTING MainThread"), std::string::npos) << "level 32 is off";
 
     CRegAccess general;
