@@ -183,7 +183,13 @@ run_case() {  # label proto count extra
   rp=$(free_port); start_rsyslog "$T/$label-rs" "$proto" "$rp"
   echo "== $label: $count messages of $SIZE bytes ($mode, $extra $([ "$mode" = tcp ] && echo connection\(s\) || echo msg/s))"
   local vr rr
+  local perfpid=""
+  if [ -n "${PERF_OUT:-}" ]; then  # profile vtagent: perf report -i $PERF_OUT.<label>
+    perf record -g -o "$PERF_OUT.$label" -p "$VT_PID" 2>/dev/null & perfpid=$!
+    sleep 0.5
+  fi
   vr=$(measure vtagent "$VT_PID" "$T/$label-vt/out.log" "$count" "$mode" "$vp" "$count" "$SIZE" "$extra" 3>&1 >&4)
+  [ -n "$perfpid" ] && { kill -INT "$perfpid"; wait "$perfpid" || true; }
   rr=$(measure rsyslog "$RS_PID" "$T/$label-rs/out.log" "$count" "$mode" "$rp" "$count" "$SIZE" "$extra" 3>&1 >&4)
   python3 -c "import sys; v,r=float(sys.argv[1]),float(sys.argv[2]); print('   ratio vtagent/rsyslog msg/s: %.2f' % (v/r if r else 0))" "$vr" "$rr"
   kill -INT "$VT_PID" 2>/dev/null || true
@@ -193,6 +199,10 @@ run_case() {  # label proto count extra
 }
 
 echo "rsyslogd: $("$RSYSLOGD" -v | head -1)"
-run_case tcp-1 1 "$TCP_COUNT" 1
-run_case tcp-8 1 "$TCP_COUNT" 8
-run_case udp 0 "$UDP_COUNT" "$UDP_RATE"
+for c in ${CASES:-tcp-1 tcp-8 udp}; do
+  case $c in
+    tcp-1) run_case tcp-1 1 "$TCP_COUNT" 1 ;;
+    tcp-8) run_case tcp-8 1 "$TCP_COUNT" 8 ;;
+    udp) run_case udp 0 "$UDP_COUNT" "$UDP_RATE" ;;
+  esac
+done
