@@ -63,6 +63,7 @@ Windows Registry Editor Version 5.00
 "nDebugErrors"=dword:00000001
 "nDebugMini"=dword:00000001
 "nCircularLogging"=dword:00000000
+"nWorkerThreads"=dword:${VT_WORKERS:-5}
 "szDebugFileName"="$dir/debug.txt"
 
 [HKEY_LOCAL_MACHINE\\SOFTWARE\\Quillet\\Vantor\\Agent\\RuleSets]
