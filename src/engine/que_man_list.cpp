@@ -107,9 +107,8 @@ void CQueManList::Add(CQueManEntry* entry) {
                             threshold, m_length.load());
             // Up to a second, as always, but a worker that takes a unit ends the wait, so a
             // fast consumer is not left idle while the producer sleeps.
-            std::unique_lock lock(m_roomLock);
             m_roomWaiters.fetch_add(1);
-            vt::engineClock().waitMs(1000, m_roomCondition, lock,
+            vt::engineClock().waitMs(1000, m_roomCondition, m_roomLock,
                                      [&] { return m_length.load() <= threshold; });
             m_roomWaiters.fetch_sub(1);
         }
