@@ -17,6 +17,11 @@ class SystemClock final : public EngineClock {
     void sleepMs(uint32_t milliseconds) override {
         std::this_thread::sleep_for(std::chrono::milliseconds(milliseconds));
     }
+    void waitMs(uint32_t milliseconds, std::condition_variable& condition, std::mutex& lock,
+                const std::function<bool()>& done) override {
+        std::unique_lock held(lock);
+        condition.wait_for(held, std::chrono::milliseconds(milliseconds), done);
+    }
 };
 
 SystemClock g_systemClock;

@@ -105,7 +105,12 @@ void CQueManList::Add(CQueManEntry* entry) {
                             "CQueManList|Add: Queue limit reached (max %d, curr %d) - waiting to "
                             "go below threshold.\r\n",
                             threshold, m_length.load());
-            vt::engineClock().sleepMs(1000);
+            // Up to a second, as always, but a worker that takes a unit ends the wait, so a
+            // fast consumer is not left idle while the producer sleeps.
+            m_roomWaiters.fetch_add(1);
+            vt::engineClock().waitMs(1000, m_roomCondition, m_roomLock,
+                                     [&] { return m_length.load() <= threshold; });
+            m_roomWaiters.fetch_sub(1);
         }
     }
     m_length.fetch_add(1);
@@ -149,6 +154,10 @@ CInfoUnit* CQueManList::Remove() {
         first->m_pUnit = nullptr;
         removeFirst();
         length = m_length.fetch_sub(1) - 1;
+    }
+    if (m_roomWaiters.load() > 0) {
+        std::lock_guard lock(m_roomLock);
+        m_roomCondition.notify_all();
     }
     vt::debugPrintf(vt::DBG_ULTRA, "Removed %x from queue, current length %d.\r\n",
                     addressForLog(unit), length);

@@ -91,6 +91,10 @@ class CQueManList : public CThreadSafeLinkedList {
     std::condition_variable m_eventCondition;
     bool m_workSignalled = false;      // guarded by m_eventLock
     bool m_shutdownSignalled = false;  // guarded by m_eventLock
+    // A producer held at the limit waits here; Remove wakes it when the queue got shorter.
+    std::mutex m_roomLock;
+    std::condition_variable m_roomCondition;
+    std::atomic<int32_t> m_roomWaiters{0};
 
     std::vector<std::thread> m_workers;  // touched only by the constructing/destroying thread
 };

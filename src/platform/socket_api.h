@@ -72,6 +72,9 @@ bool setSocketTimeouts(SocketHandle s, uint32_t milliseconds) noexcept;
 // Closing returns at once and leaves unsent data to the system.
 bool setSocketDontLinger(SocketHandle s) noexcept;
 // Ends both directions: a receive blocked in another thread returns.
+// Asks for a receive buffer of `bytes`; on Linux beyond the system maximum when the process
+// may (root). Returns the size the system granted (0 when it cannot tell).
+int setSocketReceiveBuffer(SocketHandle s, int bytes) noexcept;
 int shutdownSocket(SocketHandle s) noexcept;
 // True when the error of a non-blocking call only means "try again later".
 bool isWouldBlock(uint32_t socketError) noexcept;

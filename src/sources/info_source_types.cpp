@@ -5,6 +5,8 @@
 #include <map>
 #include <mutex>
 
+#include "sources/syslog/info_source_syslog.h"
+
 namespace vt {
 namespace {
 
@@ -12,7 +14,7 @@ namespace {
 // factory into its row (makeInfoSource<CInfoSource...>); a row without one is an input this
 // build does not have yet.
 const InfoSourceType kInfoSourceTypes[] = {
-    {1, "CInfoSourceSyslog", nullptr},
+    {1, "CInfoSourceSyslog", makeInfoSource<CInfoSourceSyslog>},
     {2, "CInfoSourceHeartbeat", nullptr},
     {3, "CInfoSourceNTEventReport", nullptr},
     {4, "CInfoSourceSNMPTrap", nullptr},

@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include <atomic>
 #include <chrono>
 #include <condition_variable>
 #include <thread>
@@ -94,6 +95,32 @@ TEST_F(QueueLimitTest, LimitTenLetsTheEleventhInAndHoldsTheTwelfth) {
     EXPECT_EQ(m_clock.sleepCount(), 1);
     EXPECT_EQ(m_clock.sleepDurations().front(), 1000u);
     EXPECT_EQ(queue->getLength(), 11);
+}
+
+// With the system clock a producer held at the limit goes on as soon as a worker takes a
+// unit, not only after its one-second wait: otherwise a fast consumer idles behind a full queue.
+TEST(QueueLimitWakeTest, RemoveEndsTheProducersWaitEarly) {
+    setLowMemory(false);
+    auto settings = makeSettings();
+    settings->queueLimit = 10;
+    CQueManList queue(settings.get(), CQueManList::StartWorkers::Later);
+    for (int i = 0; i < 11; ++i) queue.Enqueue(new CInfoUnit);
+    std::atomic<bool> added{false};
+    std::thread producer([&] {
+        queue.Enqueue(new CInfoUnit);
+        added = true;
+    });
+    // Let the producer reach its wait (it cannot get past the limit before a Remove).
+    while (queue.getLength() < 11) std::this_thread::yield();
+    std::this_thread::sleep_for(std::chrono::milliseconds(50));
+    EXPECT_FALSE(added.load());
+    const auto removed = std::chrono::steady_clock::now();
+    delete queue.Remove();
+    producer.join();
+    const auto waited = std::chrono::steady_clock::now() - removed;
+    EXPECT_TRUE(added.load());
+    EXPECT_LT(waited, std::chrono::milliseconds(700));
+    EXPECT_EQ(queue.getLength(), 11);
 }
 
 struct LowMemoryCase {

@@ -27,8 +27,8 @@ CONFIG = """Windows Registry Editor Version 5.00
 [HKEY_LOCAL_MACHINE\\SOFTWARE\\Quillet\\Vantor\\Agent\\Services]
 "nConfigVersion"=dword:00000001
 "nInfoSourceCount"=dword:00000003
-"nISType1"=dword:00000001
-"szISName1"="Syslog"
+"nISType1"=dword:00000002
+"szISName1"="Heartbeat"
 "nISType2"=dword:00000006
 "szISName2"="Nothing"
 "nISType3"=dword:00000004
@@ -69,7 +69,7 @@ class ConfiguredServices(AgentTestCase):
                 p.wait()
         self.assertIn("QuilletVantoreAgent: Service Running\n", out)
         events = [text for _, text in self.event_texts(4)]
-        self.assertIn("[114] Service type 1 (CInfoSourceSyslog) is not available in this build"
+        self.assertIn("[114] Service type 2 (CInfoSourceHeartbeat) is not available in this build"
                       " - ignored!", events)
         self.assertIn("[114] Unknown Service ID 6 found - ignored!", events)
         self.assertIn("[114] Service type 4 (CInfoSourceSNMPTrap) is not available in this "

@@ -95,6 +95,15 @@ bool setSocketDontLinger(SocketHandle s) noexcept {
     return ::setsockopt(s, SOL_SOCKET, SO_LINGER, &l, sizeof l) == 0;
 }
 
+int setSocketReceiveBuffer(SocketHandle s, int bytes) noexcept {
+    if (::setsockopt(s, SOL_SOCKET, SO_RCVBUFFORCE, &bytes, sizeof bytes) != 0)
+        ::setsockopt(s, SOL_SOCKET, SO_RCVBUF, &bytes, sizeof bytes);
+    int granted = 0;
+    socklen_t length = sizeof granted;
+    if (::getsockopt(s, SOL_SOCKET, SO_RCVBUF, &granted, &length) != 0) return 0;
+    return granted;
+}
+
 int shutdownSocket(SocketHandle s) noexcept {
     return ::shutdown(s, SHUT_RDWR);
 }

@@ -46,6 +46,15 @@ bool setSocketDontLinger(SocketHandle s) noexcept {
                         sizeof on) == 0;
 }
 
+int setSocketReceiveBuffer(SocketHandle s, int bytes) noexcept {
+    ::setsockopt(s, SOL_SOCKET, SO_RCVBUF, reinterpret_cast<const char*>(&bytes), sizeof bytes);
+    int granted = 0;
+    int length = sizeof granted;
+    if (::getsockopt(s, SOL_SOCKET, SO_RCVBUF, reinterpret_cast<char*>(&granted), &length) != 0)
+        return 0;
+    return granted;
+}
+
 int shutdownSocket(SocketHandle s) noexcept {
     return ::shutdown(s, SD_BOTH);
 }

@@ -9,6 +9,10 @@ CUDPServer::CUDPServer() : m_buffer(kBufferSize) {}
 void CUDPServer::open(std::string_view address, uint16_t port) {
     bindSocket(address, port, SOCK_DGRAM);
     m_socket.setNonBlocking(true);
+    // Bursts arrive faster than one thread turns datagrams into units for a few
+    // milliseconds at a time; the system's default buffer holds only a few hundred of them.
+    const int granted = vt::net::setSocketReceiveBuffer(m_socket.handle(), kReceiveBufferBytes);
+    vt::debugPrintf(vt::DBG_INFO, "CUDPServer|open: receive buffer %d bytes\r\n", granted);
     if (!m_poller.add(m_socket.handle(), this))
         vt::debugPrintf(vt::DBG_ERROR, "CUDPServer|open: can't watch the socket, error %u\r\n",
                         static_cast<unsigned>(vt::net::socketLastError()));

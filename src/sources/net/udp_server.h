@@ -15,6 +15,8 @@
 class CUDPServer : public CIP {
   public:
     static constexpr size_t kBufferSize = 32768;  // one byte stays free for the terminator
+    // The socket's receive buffer in the system: about a second of 100,000 small datagrams.
+    static constexpr int kReceiveBufferBytes = 64 * 1024 * 1024;
 
     enum class Result {
         Message,  // `message` and `sender` are filled

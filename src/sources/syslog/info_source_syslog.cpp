@@ -1,0 +1,198 @@
+#include "sources/syslog/info_source_syslog.h"
+
+#include <memory>
+
+#include "model/info_unit_types.h"
+#include "platform/utf_codec.h"
+#include "service/debug_log.h"
+#include "service/error_report.h"
+#include "service/error_reporter.h"
+#include "service/reg_access.h"
+#include "service/service_manager.h"
+#include "sources/net/dns_cache_list.h"
+#include "sources/syslog/syslog_splitter.h"
+
+namespace {
+constexpr char kBindFailed[] =
+    "Can't bind to socket - please make sure no other service is listening on the same "
+    "port/protocol.";
+constexpr uint32_t kSourceErrorEvent = 114;
+}  // namespace
+
+CInfoSourceSyslog::CInfoSourceSyslog(const vt::InfoSourceContext& context) : CInfoSource(context) {}
+
+CInfoSourceSyslog::~CInfoSourceSyslog() = default;
+
+bool CInfoSourceSyslog::LoadConfig() {
+    CRegAccess reg;
+    const int32_t version = OpenConfig(reg, vt::kKeyRead);
+    if (version != m_nLoadedConfigVersion) {
+        vt::debugWrite(vt::DBG_INFO, "CInfoSourceSyslog: Loading config!\r\n");
+        uint32_t port = 0;
+        reg.ReadDWORDValue(u"nListenPort", port, 0);
+        m_nListenPort = vt::syslogListenPort(port, m_nListenPort);
+        reg.ReadDWORDValue(u"bServiceEnabled", m_bServiceEnabled, 1);
+        reg.ReadDWORDValue(u"nProtocolType", m_nProtocolType, kProtocolUdp);
+        reg.ReadDWORDValue(u"nParseSyslogDate", m_nParseSyslogDate, 0);
+        reg.ReadDWORDValue(u"nTakeSourceSysFromSyslogMsg", m_nTakeSourceSysFromSyslogMsg, 0);
+        reg.ReadDWORDValue(u"nResolveNames", m_nResolveNames, 0);
+        reg.ReadDWORDValue(u"nRFC3164Parsing", m_nRFC3164Parsing, 1);
+        reg.ReadDWORDValue(u"nEscapeControlCharacters", m_nEscapeControlCharacters, 0);
+        reg.ReadDWORDValue(u"nEnableTCPMsgSep", m_nEnableTCPMsgSep, 0);
+        reg.ReadDWORDValue(u"nTimeOutMsg", m_nTimeOutMsg, 15000);
+        reg.ReadDWORDValue(u"nTimeOutSession", m_nTimeOutSession, 900000);
+        reg.ReadStringValue(u"szTCPMsgSep", m_szTCPMsgSep, CQuilletString());
+        reg.ReadStringValue(u"szMyIPAddress", m_szMyIPAddress, CQuilletString(u"0.0.0.0"));
+        // The values every source has (default facility and priority, resource, tag).
+        readCommonValues(reg);
+        m_nLoadedConfigVersion = version;
+    }
+    reg.CloseKey();
+    return isEnabled();
+}
+
+void CInfoSourceSyslog::OnBeforeRun() {
+    m_boundPort.store(0, std::memory_order_release);
+}
+
+void CInfoSourceSyslog::wake() {
+    CInfoSource::wake();
+    // Both servers end a blocked wait at once, also one that starts after this call.
+    m_udp.stop();
+    CTCPServer::stop();
+}
+
+void CInfoSourceSyslog::Run() {
+    // A stop left over from an earlier run would end this one at once; a shutdown that comes
+    // after these lines clears the run flag before it stops the servers, so it is not lost.
+    m_udp.clearStop();
+    CTCPServer::clearStop();
+    if (!keepRunning()) return;
+
+    switch (m_nProtocolType) {
+        case kProtocolUdp:
+            runUdp();
+            break;
+        case kProtocolTcp:
+            runTcp();
+            break;
+        case kProtocolRfc3195:
+            vt::debugWrite(vt::DBG_ERROR,
+                           "CInfoSourceSyslog::Error, can't initialize RFC3195 lib.\r\n");
+            vt::reportError(kSourceErrorEvent, "CInfoSourceSyslog",
+                            "CInfoSourceSyslog::Error, can't initialize RFC3195 lib.",
+                            "RFC 3195 reception is not part of this build.");
+            break;
+        default:
+            vt::debugPrintf(vt::DBG_ERROR,
+                            "CInfoSourceSyslog::Run: unknown protocol type %u - source not "
+                            "started\r\n",
+                            m_nProtocolType);
+            vt::reportError(kSourceErrorEvent, "CInfoSourceSyslog",
+                            "CInfoSourceSyslog: unknown protocol type (nProtocolType) - the "
+                            "source does not run.");
+            break;
+    }
+}
+
+void CInfoSourceSyslog::runUdp() {
+    m_udp.setRFC3164Parsing(m_nRFC3164Parsing == 1);
+    m_udp.setEscapeControlCharacters(m_nEscapeControlCharacters == 1);
+    try {
+        m_udp.open(m_szMyIPAddress.getStringA(), m_nListenPort);
+    } catch (CErrorReport* raw) {
+        std::unique_ptr<CErrorReport> report(raw);
+        vt::debugPrintf(vt::DBG_ERROR, "CInfoSourceSyslog::Run: %s (%s)\r\n", kBindFailed,
+                        report->getMessage().getStringA());
+        vt::reportError(kSourceErrorEvent, "CInfoSourceSyslog", kBindFailed,
+                        report->getMessage().getStringA());
+        return;
+    }
+    m_boundPort.store(m_udp.localPort(), std::memory_order_release);
+    vt::debugPrintf(vt::DBG_MINIMUM, "CInfoSourceSyslog: listening on UDP %s port %u\r\n",
+                    m_szMyIPAddress.getStringA(), unsigned(m_udp.localPort()));
+
+    std::string message;
+    CIPAddress sender;
+    while (keepRunning()) {
+        const CUDPServer::Result result = m_udp.receiveMessage(message, sender, -1);
+        if (result == CUDPServer::Result::Stopped) break;
+        if (result != CUDPServer::Result::Message) continue;
+        vt::debugWrite(vt::DBG_ULTRA, "InfoSourceSyslog: UDP syslog message received.\r\n");
+        try {
+            deliverMessage(message, senderText(sender, std::string()));
+        } catch (CErrorReport* raw) {
+            std::unique_ptr<CErrorReport> report(raw);
+            vt::debugPrintf(vt::DBG_ERROR, "CInfoSourceSyslog| UDP message not delivered: %s\r\n",
+                            report->getMessage().getStringA());
+        }
+    }
+    m_udp.close();
+}
+
+void CInfoSourceSyslog::runTcp() {
+    TcpServerSettings settings;
+    settings.silence.msgTimeoutMs = m_nTimeOutMsg;
+    settings.silence.sessionTimeoutMs = m_nTimeOutSession;
+    settings.framing = vt::TcpFramingSettings::fromConfig(
+        m_nEnableTCPMsgSep == 1, m_szTCPMsgSep.view(), m_nEscapeControlCharacters == 1);
+    setSettings(settings);
+    try {
+        listen(m_szMyIPAddress.getStringA(), m_nListenPort);
+    } catch (CErrorReport* raw) {
+        std::unique_ptr<CErrorReport> report(raw);
+        vt::debugPrintf(vt::DBG_ERROR, "CInfoSourceSyslog::Run: %s (%s)\r\n", kBindFailed,
+                        report->getMessage().getStringA());
+        vt::reportError(kSourceErrorEvent, "CInfoSourceSyslog", kBindFailed,
+                        report->getMessage().getStringA());
+        return;
+    }
+    m_boundPort.store(localPort(), std::memory_order_release);
+    vt::debugPrintf(vt::DBG_MINIMUM, "CInfoSourceSyslog: listening on TCP %s port %u\r\n",
+                    m_szMyIPAddress.getStringA(), unsigned(localPort()));
+    if (!run())
+        vt::debugWrite(vt::DBG_ERROR, "CInfoSourceSyslog::Run: the TCP listener could not run\r\n");
+    m_socket.close();
+}
+
+void CInfoSourceSyslog::OnReceive(const CTcpConnection& connection, std::string_view message) {
+    vt::debugWrite(vt::DBG_ULTRA, "CInfoSourceSyslog| ENTER OnReceive\r\n");
+    deliverMessage(message, senderText(connection.peer(), connection.peerText()));
+    vt::debugWrite(vt::DBG_ULTRA, "CInfoSourceSyslog| EXIT OnReceive\r\n");
+}
+
+std::string CInfoSourceSyslog::senderText(const CIPAddress& address,
+                                          const std::string& numeric) const {
+    if (m_nResolveNames == 1) {
+        if (CDNSCacheList* cache = vt::processDNSCache()) return cache->hostName(address);
+    }
+    return numeric.empty() ? address.toText() : numeric;
+}
+
+std::unique_ptr<CInfoUnitSyslog> CInfoSourceSyslog::buildUnit(std::string_view bytes,
+                                                              const std::string& peerText) const {
+    // Received bytes are taken as UTF-8; invalid sequences become replacement characters.
+    std::u16string text;
+    vt::utf8ToUtf16(bytes, text);
+    vt::debugPrintf(vt::DBG_ULTRA, "CSyslogServer|splitSyslogMsg: Received InBuf '%.*s'\r\n",
+                    static_cast<int>(bytes.size()), bytes.data());
+    const vt::SyslogParts parts = vt::splitSyslogMsg(text, m_nRFC3164Parsing == 1);
+
+    auto unit = std::make_unique<CInfoUnitSyslog>();
+    setCommonInfoUnitSettings(*unit);
+    unit->setMsgString(parts.msg);
+    unit->setRawMsg(parts.raw.view());
+    unit->setSyslogFacility(static_cast<int32_t>(parts.facility));
+    unit->setSyslogPriority(static_cast<int32_t>(parts.severity));
+    unit->setPropertyString(u"syslogtag", parts.tag);
+    if (m_nTakeSourceSysFromSyslogMsg == 1 && parts.hostParsed && !parts.host.empty())
+        unit->setPropertyString(u"source", parts.host);
+    else
+        unit->setPropertyStringA(u"source", peerText);
+    if (m_nParseSyslogDate == 1) unit->setPropertyTime(u"timereported", parts.timestamp);
+    return unit;
+}
+
+void CInfoSourceSyslog::deliverMessage(std::string_view bytes, const std::string& peerText) {
+    Enqueue(buildUnit(bytes, peerText));
+}

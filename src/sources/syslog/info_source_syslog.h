@@ -1,0 +1,65 @@
+#pragma once
+#include <cstdint>
+#include <string>
+#include <string_view>
+
+#include "sources/info_source.h"
+#include "sources/net/tcp_server.h"
+#include "sources/syslog/syslog_server.h"
+
+class CInfoUnitSyslog;
+class CIPAddress;
+
+// The syslog receiver: one source listens on one port with one transport and turns every
+// message into a CInfoUnitSyslog for its rule set. UDP datagrams are received by the
+// CSyslogServer member, TCP streams by the CTCPServer base (one event loop for all
+// connections); both run on the source's own thread.
+class CInfoSourceSyslog : public CInfoSource, public CTCPServer {
+  public:
+    enum Protocol : uint32_t { kProtocolUdp = 0, kProtocolTcp = 1, kProtocolRfc3195 = 3 };
+
+    explicit CInfoSourceSyslog(const vt::InfoSourceContext& context);
+    ~CInfoSourceSyslog() override;
+
+    bool LoadConfig() override;
+    void Run() override;
+    void OnBeforeRun() override;
+    void wake() override;
+
+    // Builds the unit of one message received from `peerText` and hands it to the queue.
+    // Safe to call from several threads at once.
+    void deliverMessage(std::string_view bytes, const std::string& peerText);
+    // The unit one message makes, filled but not yet handed over.
+    std::unique_ptr<CInfoUnitSyslog> buildUnit(std::string_view bytes,
+                                               const std::string& peerText) const;
+
+    uint16_t getListenPort() const noexcept { return m_nListenPort; }
+    uint32_t getProtocolType() const noexcept { return m_nProtocolType; }
+    // The port bound by the running listener (0 before it is bound): for port 0 in tests.
+    uint16_t boundPort() const noexcept { return m_boundPort.load(std::memory_order_acquire); }
+
+  protected:
+    void OnReceive(const CTcpConnection& connection, std::string_view message) override;
+
+  private:
+    void runUdp();
+    void runTcp();
+    // The sender's text: its resolved name with "nResolveNames" 1, else its address.
+    std::string senderText(const CIPAddress& address, const std::string& numeric) const;
+
+    uint16_t m_nListenPort = 514;
+    uint32_t m_nProtocolType = kProtocolUdp;
+    uint32_t m_nParseSyslogDate = 0;
+    uint32_t m_nTakeSourceSysFromSyslogMsg = 0;
+    uint32_t m_nResolveNames = 0;
+    uint32_t m_nRFC3164Parsing = 1;
+    uint32_t m_nEscapeControlCharacters = 0;
+    uint32_t m_nEnableTCPMsgSep = 0;
+    uint32_t m_nTimeOutMsg = 15000;
+    uint32_t m_nTimeOutSession = 900000;
+    CQuilletString m_szTCPMsgSep;
+    CQuilletString m_szMyIPAddress = u"0.0.0.0";
+
+    CSyslogServer m_udp;
+    std::atomic<uint16_t> m_boundPort{0};
+};

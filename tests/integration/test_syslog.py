@@ -1,0 +1,281 @@
+"""The syslog receiver end to end: vtagent -r with a syslog source and a write-file rule set,
+fed by real senders (logger, rsyslog forwarding compressed datagrams, raw sockets)."""
+import glob
+import os
+import random
+import shutil
+import signal
+import socket
+import subprocess
+import tempfile
+import threading
+import time
+import unittest
+
+from test_service_host import AgentTestCase, VTAGENT
+
+ROOT = r"HKEY_LOCAL_MACHINE\SOFTWARE\Quillet\Vantor\Agent"
+
+
+def free_port():
+    """A port free for both UDP and TCP on loopback right now."""
+    for _ in range(50):
+        t = socket.socket(socket.AF_INET, socket.SOCK_STREAM)
+        t.bind(("127.0.0.1", 0))
+        port = t.getsockname()[1]
+        u = socket.socket(socket.AF_INET, socket.SOCK_DGRAM)
+        try:
+            u.bind(("127.0.0.1", port))
+            return port
+        except OSError:
+            continue
+        finally:
+            u.close()
+            t.close()
+    raise RuntimeError("no free port")
+
+
+def reg_value(name, value):
+    if isinstance(value, int):
+        return '"%s"=dword:%08x\n' % (name, value)
+    return '"%s"="%s"\n' % (name, value.replace("\\", "\\\\").replace('"', '\\"'))
+
+
+class SyslogAgent(AgentTestCase):
+    def start(self, sources, general=None, line_format="%msg%%$CRLF%", wait=True):
+        """Imports a configuration with the given sources (dicts of values) and one rule set
+        that writes every message with `line_format`, then runs the agent until every source
+        listens."""
+        self.out = os.path.join(self.dir, "out")
+        self.log = os.path.join(self.dir, "debug.txt")
+        gen = {"nEnableDebugOutput": 1, "nDebugMini": 1, "nDebugErrors": 1,
+               "nCircularLogging": 0, "szDebugFileName": self.log, "nWorkerThreads": 3}
+        gen.update(general or {})
+        text = "Windows Registry Editor Version 5.00\n\n[%s\\General]\n" % ROOT
+        text += "".join(reg_value(k, v) for k, v in gen.items())
+        text += ("\n[%s\\RuleSets]\n" % ROOT + reg_value("nRuleSetsVersion", 1) +
+                 reg_value("nRuleSetCount", 1) + reg_value("szRSName1", "All"))
+        text += "\n[%s\\RuleSets\\RS1]\n" % ROOT + reg_value("nRuleCount", 1)
+        text += ("\n[%s\\RuleSets\\RS1\\R1]\n" % ROOT + reg_value("nActionCount", 1) +
+                 reg_value("nActionType1", 1003) + reg_value("szActionName1", "file"))
+        text += ("\n[%s\\RuleSets\\RS1\\R1\\A1]\n" % ROOT + reg_value("szFilePath", self.out) +
+                 reg_value("szFileBaseName", "out") + reg_value("nUniqueFileName", 0) +
+                 reg_value("nFileFormat", 3) + reg_value("szLineFormat", line_format))
+        text += ("\n[%s\\Services]\n" % ROOT + reg_value("nConfigVersion", 1) +
+                 reg_value("nInfoSourceCount", len(sources)))
+        for n, source in enumerate(sources, 1):
+            text += reg_value("nISType%d" % n, 1) + reg_value("szISName%d" % n, "syslog%d" % n)
+        for n, source in enumerate(sources, 1):
+            text += "\n[%s\\Services\\IS%d]\n" % (ROOT, n)
+            values = {"nConfigVersion": 1, "szRuleSetName": "All", "szMyIPAddress": "127.0.0.1"}
+            values.update(source)
+            text += "".join(reg_value(k, v) for k, v in values.items())
+        reg = os.path.join(self.dir, "config.reg")
+        with open(reg, "w", encoding="utf-8") as f:
+            f.write(text)
+        self.vtreg("import", reg)
+        self.agent = subprocess.Popen([VTAGENT, "-r"], env=self.env, cwd=self.dir,
+                                      stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL)
+        self.addCleanup(self.stop_agent)
+        if not wait:
+            return
+        listening = lambda: self.log_text().count("CInfoSourceSyslog: listening on")
+        self.wait_for(lambda: listening() >= len(sources), "the sources to listen")
+
+    def stop_agent(self):
+        if self.agent.poll() is None:
+            self.agent.send_signal(signal.SIGINT)
+            try:
+                self.agent.wait(timeout=30)
+            except subprocess.TimeoutExpired:
+                self.agent.kill()
+                self.agent.wait()
+                self.fail("the agent did not stop on SIGINT")
+
+    def log_text(self):
+        try:
+            with open(self.log, "rb") as f:
+                return f.read().decode("utf-8", "replace")
+        except FileNotFoundError:
+            return ""
+
+    def wait_for(self, condition, what, timeout=60.0):
+        deadline = time.monotonic() + timeout
+        while time.monotonic() < deadline:
+            if condition():
+                return
+            self.assertIsNone(self.agent.poll(), "the agent ended while waiting for " + what)
+            time.sleep(0.05)
+        self.fail("timed out waiting for %s\n%s" % (what, self.log_text()[-3000:]))
+
+    def lines(self):
+        path = os.path.join(self.out, "out.log")
+        try:
+            with open(path, "rb") as f:
+                data = f.read()
+        except FileNotFoundError:
+            return []
+        return [l.rstrip(b"\r") for l in data.split(b"\n")[:-1]]
+
+    def wait_lines(self, count, timeout=120.0):
+        self.wait_for(lambda: len(self.lines()) >= count, "%d lines" % count, timeout)
+        return self.lines()
+
+
+class RealSenders(SyslogAgent):
+    def test_logger_over_udp_and_tcp(self):
+        port = free_port()
+        self.start([{"nListenPort": port, "nProtocolType": 0},
+                    {"nListenPort": port, "nProtocolType": 1, "nEnableTCPMsgSep": 1,
+                     "szTCPMsgSep": "\\n"}],
+                   line_format="%source%|%syslogtag%|%syslogpriority%|%msg%%$CRLF%")
+        for proto, word in (("-d", "over-udp"), ("-T", "over-tcp")):
+            subprocess.run(["logger", "-n", "127.0.0.1", "-P", str(port), proto, "--rfc3164",
+                            "-t", "mytag", "-p", "user.warning", "hello " + word], check=True,
+                           timeout=30)
+        # The TCP message keeps its line feed, so its line is followed by an empty one.
+        self.wait_for(lambda: len([l for l in self.lines() if l]) >= 2, "both messages")
+        got = sorted(l for l in self.lines() if l)
+        self.assertEqual(len(got), 2, got)
+        for line, word in zip(got, (b"over-tcp", b"over-udp")):
+            source, tag, severity, msg = line.split(b"|", 3)
+            self.assertEqual(source, b"127.0.0.1")
+            self.assertEqual(tag, b"mytag")
+            self.assertEqual(severity, b"4")
+            self.assertTrue(msg.startswith(b"mytag"), msg)
+            self.assertTrue(msg.endswith(b": hello " + word), msg)
+
+    @unittest.skipUnless(os.path.exists("/usr/sbin/rsyslogd"), "no rsyslogd to send with")
+    def test_rsyslog_forwards_compressed_datagrams(self):
+        port = free_port()
+        self.start([{"nListenPort": port, "nProtocolType": 0}])
+        work = tempfile.mkdtemp(prefix="rsys-", dir=self.dir)
+        inport = free_port()
+        conf = os.path.join(work, "rsyslog.conf")
+        with open(conf, "w") as f:
+            f.write('global(workDirectory="%s")\n'
+                    'module(load="imudp")\n'
+                    'input(type="imudp" address="127.0.0.1" port="%d")\n'
+                    'action(type="omfwd" target="127.0.0.1" port="%d" protocol="udp" '
+                    'ziplevel="9" compression.mode="single")\n' % (work, inport, port))
+        rsys = subprocess.Popen(["/usr/sbin/rsyslogd", "-n", "-f", conf, "-i",
+                                 os.path.join(work, "pid")],
+                                stdout=subprocess.DEVNULL, stderr=subprocess.PIPE)
+        try:
+            time.sleep(1.0)
+            self.assertIsNone(rsys.poll(), rsys.stderr.read() if rsys.poll() is not None else "")
+            payload = "compress me " + "abcdefgh" * 40
+            s = socket.socket(socket.AF_INET, socket.SOCK_DGRAM)
+            for n in range(3):
+                s.sendto(("<13>Jan  5 10:20:30 host1 app: %d %s" % (n, payload)).encode(),
+                         ("127.0.0.1", inport))
+            s.close()
+            got = self.wait_lines(3, timeout=30)
+        finally:
+            rsys.terminate()
+            rsys.wait(timeout=10)
+        self.assertEqual(sorted(l.split(b" ", 2)[1] for l in got), [b"0", b"1", b"2"])
+        for line in got:
+            self.assertTrue(line.endswith(payload.encode()), line)
+        # The datagrams were really compressed: the receiver logs each inflation failure,
+        # and a plain receiver would have written the "z" and zlib bytes instead.
+        self.assertFalse(any(b"\x78" in l[:2] for l in got))
+
+
+class HostileInput(SyslogAgent):
+    def test_random_datagrams_and_invalid_utf8_do_not_stop_the_receiver(self):
+        port = free_port()
+        self.start([{"nListenPort": port, "nProtocolType": 0, "nEscapeControlCharacters": 1},
+                    {"nListenPort": port, "nProtocolType": 1}])
+        rnd = random.Random(8)
+        u = socket.socket(socket.AF_INET, socket.SOCK_DGRAM)
+        for n in range(2000):
+            size = rnd.choice([0, 1, 2, 17, 200, 1400, 32767, 40000])
+            data = bytes(rnd.getrandbits(8) for _ in range(min(size, 300))) * (size // 300 + 1)
+            if n % 3 == 0:
+                data = b"z" + data  # claims to be compressed
+            u.sendto(data[:size] if size <= 65000 else data[:65000], ("127.0.0.1", port))
+        t = socket.create_connection(("127.0.0.1", port))
+        for _ in range(200):
+            t.sendall(bytes(rnd.getrandbits(8) for _ in range(rnd.randrange(1, 5000))))
+        t.sendall(b"<13>bad \xff\xfe\xc3( utf8\n")
+        t.close()
+        u.sendto(b"<13>after the storm", ("127.0.0.1", port))
+        self.wait_for(lambda: any(l.endswith(b"after the storm") for l in self.lines()),
+                      "the last datagram", timeout=120)
+        self.assertIsNone(self.agent.poll())
+        self.assertTrue(any(b"bad \xef\xbf\xbd" in l for l in self.lines()))
+
+
+class Sessions(SyslogAgent):
+    def test_silent_connection_is_dropped_after_the_session_time_out(self):
+        port = free_port()
+        self.start([{"nListenPort": port, "nProtocolType": 1, "nTimeOutMsg": 200,
+                     "nTimeOutSession": 600}])
+        t = socket.create_connection(("127.0.0.1", port))
+        t.settimeout(30)
+        began = time.monotonic()
+        self.assertEqual(t.recv(10), b"")  # the agent closed it
+        self.assertGreaterEqual(time.monotonic() - began, 0.6)
+        t.close()
+        # A live connection is served as before.
+        t = socket.create_connection(("127.0.0.1", port))
+        t.sendall(b"<13>still here")
+        t.close()
+        self.assertEqual(self.wait_lines(1), [b"still here"])
+
+    def test_rfc3195_reports_an_error_and_does_not_run(self):
+        port = free_port()
+        self.start([{"nListenPort": port, "nProtocolType": 3}], wait=False)
+        self.wait_for(lambda: "can't initialize RFC3195 lib." in self.log_text(), "the error")
+        self.assertNotIn("CInfoSourceSyslog: listening on", self.log_text())
+        s = socket.socket(socket.AF_INET, socket.SOCK_STREAM)
+        self.assertNotEqual(s.connect_ex(("127.0.0.1", port)), 0)
+        s.close()
+
+
+def send_numbered(port, first, count, connections):
+    """Sends messages first..first+count-1, spread round-robin over TCP connections."""
+    socks = [socket.create_connection(("127.0.0.1", port)) for _ in range(connections)]
+    chunks = [[] for _ in socks]
+    for n in range(first, first + count):
+        chunks[n % connections].append(b"<13>msg %08d\n" % n)
+    threads = [threading.Thread(target=lambda s=s, c=c: s.sendall(b"".join(c)))
+               for s, c in zip(socks, chunks)]
+    for th in threads:
+        th.start()
+    for th in threads:
+        th.join()
+    for s in socks:
+        s.close()
+
+
+class Volume(SyslogAgent):
+    COUNT = 100000
+
+    def run_numbered(self, general, connections):
+        port = free_port()
+        self.start([{"nListenPort": port, "nProtocolType": 1, "nEnableTCPMsgSep": 1,
+                     "szTCPMsgSep": "\\n"}], general=general, line_format="%msg%")
+        send_numbered(port, 0, self.COUNT, connections)
+        got = self.wait_lines(self.COUNT, timeout=300)
+        time.sleep(0.5)
+        got = self.lines()
+        self.assertEqual(len(got), self.COUNT)
+        numbers = [int(l.split(b" ")[1]) for l in got]
+        self.assertEqual(sorted(numbers), list(range(self.COUNT)))
+        return numbers
+
+    def test_every_message_once(self):
+        self.run_numbered({}, 4)
+
+    def test_small_queue_slows_senders_and_drops_nothing(self):
+        self.run_numbered({"nQueueLimit": 1000}, 4)
+
+    def test_one_worker_keeps_the_order(self):
+        numbers = self.run_numbered({"nWorkerThreads": 1}, 1)
+        self.assertEqual(numbers, list(range(self.COUNT)))
+
+
+if __name__ == "__main__":
+    unittest.main()

@@ -1,0 +1,287 @@
+#include "sources/syslog/info_source_syslog.h"
+
+#include <gtest/gtest.h>
+
+#include <chrono>
+#include <memory>
+#include <thread>
+
+#include "common/registry_fixture.h"
+#include "engine/que_man_list.h"
+#include "model/info_unit_types.h"
+#include "platform/socket_api.h"
+#include "platform/utf_codec.h"
+#include "service/config_settings.h"
+#include "service/reg_access.h"
+#include "sources/info_source_types.h"
+#include "sources/net/win_sock.h"
+#include "sources/syslog/syslog_splitter.h"
+
+namespace {
+
+using namespace vt;
+using namespace vt::test;
+using namespace std::chrono_literals;
+
+struct SyslogSourceRig {
+    ScopedRegistry registry;
+    std::u16string services = registry.base() + u"\\Services";
+    CConfigSettings settings;
+    std::unique_ptr<CQueManList> queue;
+
+    SyslogSourceRig() {
+        settings.queueLimit = 0;
+        queue = std::make_unique<CQueManList>(&settings, CQueManList::StartWorkers::Later);
+    }
+    std::u16string key() const { return services + u"\\IS1"; }
+    void setDword(std::u16string_view name, uint32_t value) {
+        CRegAccess reg;
+        ASSERT_TRUE(reg.CreateKey(RegRoot::LocalMachine, CQuilletString(key())));
+        ASSERT_TRUE(reg.SetDWORDValue(CQuilletString(name), value));
+    }
+    void setString(std::u16string_view name, std::u16string_view value) {
+        CRegAccess reg;
+        ASSERT_TRUE(reg.CreateKey(RegRoot::LocalMachine, CQuilletString(key())));
+        ASSERT_TRUE(reg.SetStringValue(CQuilletString(name), CQuilletString(value)));
+    }
+    std::unique_ptr<CInfoSourceSyslog> make() {
+        InfoSourceContext context;
+        context.serviceName = CQuilletString(u"syslog");
+        context.serviceId = 1;
+        context.queue = queue.get();
+        context.servicesKeyPath = CQuilletString(std::u16string_view(services));
+        context.settings = &settings;
+        auto source = std::make_unique<CInfoSourceSyslog>(context);
+        source->setServiceNumber(1);
+        return source;
+    }
+    std::unique_ptr<CInfoUnit> take() { return std::unique_ptr<CInfoUnit>(queue->Remove()); }
+    // Waits (bounded) for the next unit the running source hands over.
+    std::unique_ptr<CInfoUnit> waitForUnit() {
+        for (int i = 0; i < 2000; ++i) {
+            if (auto unit = take()) return unit;
+            std::this_thread::sleep_for(5ms);
+        }
+        return nullptr;
+    }
+};
+
+std::string prop(const CInfoUnit& unit, std::u16string_view name) {
+    return utf16ToUtf8(unit.getPropertyString(name));
+}
+
+TEST(InfoSourceSyslogTest, TypeOneMakesASyslogSource) {
+    const InfoSourceType* type = findInfoSourceType(1);
+    ASSERT_NE(type, nullptr);
+    ASSERT_NE(type->create, nullptr);
+    SyslogSourceRig rig;
+    InfoSourceContext context;
+    context.servicesKeyPath = CQuilletString(std::u16string_view(rig.services));
+    auto source = type->create(context);
+    EXPECT_NE(dynamic_cast<CInfoSourceSyslog*>(source.get()), nullptr);
+}
+
+TEST(InfoSourceSyslogTest, LoadConfigReadsOnVersionChangeAndKeepsAnInvalidPort) {
+    SyslogSourceRig rig;
+    rig.setDword(u"nConfigVersion", 1);
+    rig.setDword(u"nListenPort", 0);
+    rig.setDword(u"nProtocolType", 1);
+    auto source = rig.make();
+    ASSERT_TRUE(source->LoadConfig());
+    EXPECT_EQ(source->getListenPort(), 514);  // the services database's syslog port
+    EXPECT_EQ(source->getProtocolType(), 1u);
+
+    rig.setDword(u"nListenPort", 70000);
+    rig.setDword(u"nProtocolType", 0);
+    ASSERT_TRUE(source->LoadConfig());  // same version: nothing is read again
+    EXPECT_EQ(source->getProtocolType(), 1u);
+
+    rig.setDword(u"nConfigVersion", 2);
+    rig.setDword(u"bServiceEnabled", 0);
+    EXPECT_FALSE(source->LoadConfig());
+    EXPECT_EQ(source->getListenPort(), 514);  // 70000 is ignored, the previous port kept
+    EXPECT_EQ(source->getProtocolType(), 0u);
+}
+
+// How the settings shape the unit of one message.
+TEST(InfoSourceSyslogTest, UnitPropertiesFollowTheSettings) {
+    struct Case {
+        const char* name;
+        uint32_t takeSource, parseDate, rfc3164;
+        const char* message;
+        const char *source, *msg, *tag;
+        int facility, severity;
+        int timeIsParsed;  // 1 parsed time, 0 not the parsed time, -1 not checked
+    };
+    const Case cases[] = {
+        {"peer address", 0, 0, 1, "<13>Jan  5 10:20:30 host1 app[12]: hello", "10.1.2.3",
+         "app[12]: hello", "app", 1, 5, 0},
+        {"host from message", 1, 1, 1, "<13>Jan  5 10:20:30 host1 app[12]: hello", "host1",
+         "app[12]: hello", "app", 1, 5, 1},
+        {"no host parsed keeps the peer", 1, 0, 1, "<14>%LINK-3-UPDOWN: Interface down", "10.1.2.3",
+         "%LINK-3-UPDOWN: Interface down", "LINK-3-UPDOWN", 1, 6, -1},
+        {"parsing off takes only the PRI", 1, 0, 0, "<34>Jan  5 10:20:30 host1 x", "10.1.2.3",
+         "Jan  5 10:20:30 host1 x", "", 4, 2, 0},
+        {"no PRI", 0, 0, 1, "plain text", "10.1.2.3", "plain text", "", 1, 5, -1},
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.name);
+        SyslogSourceRig rig;
+        rig.setDword(u"nConfigVersion", 1);
+        rig.setDword(u"nTakeSourceSysFromSyslogMsg", c.takeSource);
+        rig.setDword(u"nParseSyslogDate", c.parseDate);
+        rig.setDword(u"nRFC3164Parsing", c.rfc3164);
+        rig.setString(u"szResource", u"res");
+        auto source = rig.make();
+        source->LoadConfig();
+        auto unit = source->buildUnit(c.message, "10.1.2.3");
+        EXPECT_EQ(prop(*unit, u"source"), c.source);
+        EXPECT_EQ(utf16ToUtf8(unit->getMsgText()), c.msg);
+        EXPECT_EQ(prop(*unit, u"syslogtag"), c.tag);
+        EXPECT_EQ(utf16ToUtf8(unit->getRawMsgText()), c.message);
+        EXPECT_EQ(unit->getSyslogFacility(), c.facility);
+        EXPECT_EQ(unit->getSyslogPriority(), c.severity);
+        EXPECT_EQ(prop(*unit, u"resource"), "res");
+        if (c.timeIsParsed >= 0) {
+            const int64_t parsed =
+                splitSyslogMsg(utf8ToUtf16(c.message + std::string()), true).timestamp;
+            EXPECT_EQ(unit->getPropertyTime(u"timereported") == parsed, c.timeIsParsed == 1);
+        }
+    }
+}
+
+TEST(InfoSourceSyslogTest, InvalidUtf8BecomesReplacementCharacters) {
+    SyslogSourceRig rig;
+    auto source = rig.make();
+    source->LoadConfig();
+    auto unit = source->buildUnit("<13>a\xff\xc3(b", "p");
+    EXPECT_EQ(utf16ToUtf8(unit->getMsgText()), "a\xef\xbf\xbd\xef\xbf\xbd(b");
+}
+
+class RunningSource {
+  public:
+    explicit RunningSource(CInfoSourceSyslog& source) : m_source(source) {
+        m_thread = std::thread([this] {
+            m_source.OnBeforeRun();
+            m_source.Run();
+        });
+    }
+    ~RunningSource() { stop(); }
+    uint16_t waitForPort() {
+        for (int i = 0; i < 2000 && !m_source.boundPort(); ++i) std::this_thread::sleep_for(5ms);
+        return m_source.boundPort();
+    }
+    void stop() {
+        if (!m_thread.joinable()) return;
+        m_source.setRun(false);
+        m_source.wake();
+        m_thread.join();
+    }
+
+  private:
+    CInfoSourceSyslog& m_source;
+    std::thread m_thread;
+};
+
+CIPAddress loopback(uint16_t port) {
+    CIPAddress address;
+    EXPECT_TRUE(CIPAddress::fromText("127.0.0.1", port, address));
+    return address;
+}
+
+// Datagrams become units (NUL and, with escaping on, control characters escaped), and the
+// shutdown ends the blocked receive.
+TEST(InfoSourceSyslogTest, UdpDatagramsBecomeUnitsAndShutdownEndsTheReceive) {
+    SyslogSourceRig rig;
+    rig.setDword(u"nConfigVersion", 1);
+    rig.setDword(u"nListenPort", 0);  // replaced below: port 0 means 514 here
+    rig.setString(u"szMyIPAddress", u"127.0.0.1");
+    rig.setDword(u"nEscapeControlCharacters", 1);
+    auto source = rig.make();
+    ASSERT_TRUE(source->LoadConfig());
+    // Bind a free port: take one from the system, then configure it.
+    uint16_t port = 0;
+    {
+        CWinSock probe = CWinSock::create(AF_INET, SOCK_DGRAM);
+        probe.bind(loopback(0));
+        port = probe.localAddress().port();
+    }
+    rig.setDword(u"nConfigVersion", 2);
+    rig.setDword(u"nListenPort", port);
+    ASSERT_TRUE(source->LoadConfig());
+
+    RunningSource running(*source);
+    ASSERT_EQ(running.waitForPort(), port);
+    CWinSock sender = CWinSock::create(AF_INET, SOCK_DGRAM);
+    const char datagram[] = "<13>a\0b\tc";
+    ASSERT_GT(sender.sendTo(datagram, int(sizeof datagram - 1), loopback(port)), 0);
+    auto unit = rig.waitForUnit();
+    ASSERT_NE(unit, nullptr);
+    EXPECT_EQ(utf16ToUtf8(unit->getMsgText()), "a<000>b<009>c");
+    EXPECT_EQ(prop(*unit, u"source"), "127.0.0.1");
+    running.stop();  // returns only when Run has ended
+}
+
+TEST(InfoSourceSyslogTest, TcpMessagesBecomeUnitsAndShutdownEndsTheLoop) {
+    SyslogSourceRig rig;
+    rig.setDword(u"nConfigVersion", 1);
+    rig.setDword(u"nProtocolType", 1);
+    rig.setDword(u"nListenPort", 0);
+    rig.setString(u"szMyIPAddress", u"127.0.0.1");
+    rig.setDword(u"nEnableTCPMsgSep", 1);
+    rig.setString(u"szTCPMsgSep", u"\\n");
+    auto source = rig.make();
+    ASSERT_TRUE(source->LoadConfig());
+    uint16_t port = 0;
+    {
+        CWinSock probe = CWinSock::create(AF_INET, SOCK_STREAM);
+        probe.bind(loopback(0));
+        port = probe.localAddress().port();
+    }
+    rig.setDword(u"nConfigVersion", 2);
+    rig.setDword(u"nListenPort", port);
+    ASSERT_TRUE(source->LoadConfig());
+
+    RunningSource running(*source);
+    ASSERT_EQ(running.waitForPort(), port);
+    CWinSock client = CWinSock::create(AF_INET, SOCK_STREAM);
+    ASSERT_TRUE(client.connect(loopback(port)));
+    ASSERT_TRUE(client.sendAll("<13>one\n<14>two\n"));
+    auto first = rig.waitForUnit();
+    auto second = rig.waitForUnit();
+    ASSERT_NE(first, nullptr);
+    ASSERT_NE(second, nullptr);
+    EXPECT_EQ(utf16ToUtf8(first->getMsgText()), "one\n");
+    EXPECT_EQ(utf16ToUtf8(second->getMsgText()), "two\n");
+    EXPECT_EQ(second->getSyslogPriority(), 6);
+    running.stop();
+}
+
+TEST(InfoSourceSyslogTest, BoundPortTakenReportsAndReturns) {
+    CWinSock holder = CWinSock::create(AF_INET, SOCK_DGRAM);
+    holder.bind(loopback(0));
+    SyslogSourceRig rig;
+    rig.setDword(u"nConfigVersion", 1);
+    rig.setDword(u"nListenPort", holder.localAddress().port());
+    rig.setString(u"szMyIPAddress", u"127.0.0.1");
+    auto source = rig.make();
+    ASSERT_TRUE(source->LoadConfig());
+    DebugCapture capture;
+    source->Run();  // returns at once: nothing to listen on
+    EXPECT_EQ(source->boundPort(), 0);
+    EXPECT_NE(capture.text().find("Can't bind to socket"), std::string::npos);
+}
+
+TEST(InfoSourceSyslogTest, Rfc3195IsReportedAndDoesNotRun) {
+    SyslogSourceRig rig;
+    rig.setDword(u"nConfigVersion", 1);
+    rig.setDword(u"nProtocolType", 3);
+    auto source = rig.make();
+    ASSERT_TRUE(source->LoadConfig());
+    DebugCapture capture;
+    source->Run();
+    EXPECT_EQ(source->boundPort(), 0);
+    EXPECT_NE(capture.text().find("can't initialize RFC3195 lib."), std::string::npos);
+}
+
+}  // namespace
