@@ -23,9 +23,6 @@ bool environmentVariable(const char* name, std::string& value);
 // (203, "environment variable not found", on both builds) when there is none.
 bool currentUserName(std::string& name);
 
-// Broken-down local time of the given seconds since 1970 (thread-safe).
-std::tm localTimeOf(int64_t seconds);
-
 // Local clock time of the given seconds since 1970 ("%a %b %d %H:%M:%S %Y").
 std::string localTimeText(int64_t seconds);
 

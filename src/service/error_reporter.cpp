@@ -6,6 +6,7 @@
 #include <mutex>
 #include <string>
 
+#include "platform/local_clock.h"
 #include "platform/process.h"
 #include "platform/system_error.h"
 #include "service/debug_log.h"
@@ -25,7 +26,8 @@ std::mutex g_clockMutex;
 ReporterClock g_clock;
 
 ClockMinute wallClock() {
-    const std::tm local = localTimeOf(static_cast<int64_t>(std::time(nullptr)));
+    std::tm local{};
+    localCalendar(static_cast<int64_t>(std::time(nullptr)), local);
     return {local.tm_hour, local.tm_min};
 }
 

@@ -65,20 +65,6 @@ bool currentUserName(std::string& name) {
     return true;
 }
 
-std::tm localTimeOf(int64_t seconds) {
-    const std::time_t t = static_cast<std::time_t>(seconds);
-    std::tm local{};
-    localtime_s(&local, &t);
-    return local;
-}
-
-std::string localTimeText(int64_t seconds) {
-    const std::tm local = localTimeOf(seconds);
-    char buffer[64];
-    if (std::strftime(buffer, sizeof buffer, "%a %b %d %H:%M:%S %Y", &local) == 0) return {};
-    return buffer;
-}
-
 void prepareProcessSignals() {}
 
 }  // namespace vt
