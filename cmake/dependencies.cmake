@@ -19,4 +19,12 @@ else()
   find_package(GTest REQUIRED)
   set(VT_GTEST_LIBS GTest::gtest GTest::gmock)
   set(VT_GTEST_MAIN GTest::gtest_main)
+  # The agent allocates every event on an input's thread and frees it on a worker. The C
+  # library's allocator serialises such frees on the allocating thread's arena lock, which cost
+  # more than all the rest of the syslog path; jemalloc hands them back without contention.
+  # Sanitizer builds keep their own allocator.
+  if(NOT VT_FUZZ AND NOT VT_TSAN)
+    find_library(JEMALLOC_LIB NAMES jemalloc REQUIRED)
+    set(VT_ALLOCATOR_LIBS ${JEMALLOC_LIB})
+  endif()
 endif()

@@ -23,7 +23,7 @@ if(WIN32)
 endif()
 
 add_executable(vtagent ${CMAKE_SOURCE_DIR}/src/service/main.cpp)
-target_link_libraries(vtagent PRIVATE vtcore)
+target_link_libraries(vtagent PRIVATE vtcore ${VT_ALLOCATOR_LIBS})
 if(WIN32 AND EXISTS ${CMAKE_SOURCE_DIR}/src/platform/win32/resources/messages.mc)
   include(cmake/message_table.cmake)
 endif()

@@ -5,7 +5,7 @@ set -euo pipefail
 PACKAGES=(
   cmake ninja-build ccache g++ clang libclang-rt-14-dev pkg-config
   libgtest-dev libgmock-dev googletest libbenchmark-dev
-  zlib1g-dev libsqlite3-dev libsystemd-dev
+  zlib1g-dev libsqlite3-dev libsystemd-dev libjemalloc-dev
   g++-mingw-w64-x86-64-posix mingw-w64-tools binutils-mingw-w64-x86-64 libz-mingw-w64-dev
   wine wine64
   python3 bsdutils rsyslog

@@ -113,9 +113,19 @@ void CQueManList::Add(CQueManEntry* entry) {
             m_roomWaiters.fetch_sub(1);
         }
     }
-    m_length.fetch_add(1);
-    append(entry);
+    int32_t length;
+    {
+        // Counted under the list's lock, so that the length never runs ahead of the list: a
+        // worker that sees a unit counted also finds it.
+        std::lock_guard guard(*this);
+        append(entry);
+        length = m_length.fetch_add(1) + 1;
+    }
     if (vt::lowMemory() && vt::allocateReserveMemory()) vt::setLowMemory(false);
+    // A worker that is draining takes this unit too, so another one is woken only when the
+    // queue grows beyond what the busy ones keep up with. Waking a worker per unit would have
+    // the workers take turns at the same action's lock instead of working.
+    if (m_draining.load() > 0 && length <= kBehind) return;
     vt::debugWrite(vt::DBG_INFO, "Waking up worker thread.\r\n");
     setWorkEvent();
 }
@@ -223,11 +233,29 @@ void CQueManList::workerLoop() {
 }
 
 void CQueManList::drain() {
-    while (!isStopProcessing()) {
-        CInfoUnit* unit = Remove();
-        if (!unit) break;
-        processUnit(unit);
+    m_draining.fetch_add(1);
+    for (;;) {
+        while (!isStopProcessing()) {
+            CInfoUnit* unit = Remove();
+            if (!unit) break;
+            processUnit(unit);
+        }
+        // A producer that saw this worker draining did not wake anyone: before leaving, give
+        // the next unit a moment to arrive (under load it does, and a sleep and a wake-up per
+        // unit are saved), then look once more after no longer counting as draining.
+        if (!isStopProcessing() && awaitNextUnit()) continue;
+        m_draining.fetch_sub(1);
+        if (isStopProcessing() || m_length.load() == 0) return;
+        m_draining.fetch_add(1);
     }
+}
+
+bool CQueManList::awaitNextUnit() const {
+    for (int i = 0; i < kPollsBeforeSleep; ++i) {
+        if (m_length.load(std::memory_order_relaxed) > 0) return true;
+        std::this_thread::yield();
+    }
+    return false;
 }
 
 void CQueManList::runRules(CInfoUnit& unit) {

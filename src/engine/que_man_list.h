@@ -79,13 +79,21 @@ class CQueManList : public CThreadSafeLinkedList {
     void workerLoop();
     WaitResult waitForWork(vt::TimerQueue& timers);
     void drain();
+    bool awaitNextUnit() const;
     void setWorkEvent();
+
+    // Queue length from which a producer wakes a further worker although one is draining.
+    static constexpr int32_t kBehind = 64;
+    // How often a worker whose queue ran empty looks again (yielding in between) before it
+    // waits for the work event.
+    static constexpr int kPollsBeforeSleep = 64;
 
     CConfigSettings* m_settings;
     int32_t m_limit;
     std::atomic<int32_t> m_length{0};
     std::atomic<bool> m_stopProcessing{false};
     std::atomic<int32_t> m_liveWorkers{0};
+    std::atomic<int32_t> m_draining{0};  // workers inside the drain loop
 
     std::mutex m_eventLock;
     std::condition_variable m_eventCondition;

@@ -18,8 +18,8 @@ namespace {
 std::atomic<int32_t> g_customerId{0};
 std::atomic<int32_t> g_systemId{0};
 
-// The computer name is read once; a failed read is retried by the next unit.
-bool computerName(std::u16string& out) {
+// The computer name is read once; a failed read is retried by the next unit. Null until read.
+const std::u16string* computerName() {
     static std::mutex mutex;
     static std::u16string name;
     static std::atomic<bool> known{false};
@@ -27,13 +27,12 @@ bool computerName(std::u16string& out) {
         std::lock_guard guard(mutex);
         if (!known.load(std::memory_order_relaxed)) {
             std::u16string n;
-            if (!localComputerName(n)) return false;
+            if (!localComputerName(n)) return nullptr;
             name = std::move(n);
             known.store(true, std::memory_order_release);
         }
     }
-    out = name;
-    return true;
+    return &name;
 }
 }  // namespace
 
@@ -44,24 +43,25 @@ void setInfoUnitIds(int32_t customerId, int32_t systemId) noexcept {
 }  // namespace vt
 
 CInfoUnit::CInfoUnit() : m_properties(std::make_unique<CNameValueTree>()) {
-    setPropertyInt(u"iut", 0);
+    // The store is empty, so every name is appended without a look-up; the order is the one
+    // the XML form of a unit shows. "importance" ends as 5 although 128 was its first value.
+    CNameValueTree& p = *m_properties;
+    p.addInt(u"iut", 0);
     const int64_t now = vt::currentTime();
-    setPropertyTime(u"timegenerated", now);
-    setPropertyTime(u"timereported", now);
-    setPropertyInt(u"importance", 128);
-    setPropertyInt(u"importance", 5);
-    setPropertyInt(u"syslogpriority", 5);
-    setPropertyInt(u"syslogfacility", 128);
-    setPropertyString(u"resource", std::u16string_view());
-    setPropertyString(u"syslogtag", u"Vantor");
-    setPropertyInt(u"iuvers", 2);
-    std::u16string source;
-    if (vt::computerName(source))
-        setPropertyString(u"source", source);
+    p.addTime(u"timegenerated", now);
+    p.addTime(u"timereported", now);
+    p.addInt(u"importance", 5);
+    p.addInt(u"syslogpriority", 5);
+    p.addInt(u"syslogfacility", 128);
+    p.addString(u"resource", std::u16string_view());
+    p.addString(u"syslogtag", u"Vantor");
+    p.addInt(u"iuvers", 2);
+    if (const std::u16string* source = vt::computerName())
+        p.addString(u"source", *source);
     else
         vt::debugWrite(vt::DBG_ERROR, "GetComputerName failed!\r\n");
-    setPropertyInt(u"CustomerID", vt::g_customerId.load(std::memory_order_relaxed));
-    setPropertyInt(u"SystemID", vt::g_systemId.load(std::memory_order_relaxed));
+    p.addInt(u"CustomerID", vt::g_customerId.load(std::memory_order_relaxed));
+    p.addInt(u"SystemID", vt::g_systemId.load(std::memory_order_relaxed));
 }
 
 CInfoUnit::~CInfoUnit() = default;
@@ -155,6 +155,10 @@ void CInfoUnit::setPropertyString(std::u16string_view name, std::u16string_view 
 
 void CInfoUnit::setPropertyString(std::u16string_view name, const CQuilletString& value) {
     m_properties->setString(name, value);
+}
+
+void CInfoUnit::takePropertyString(std::u16string_view name, std::u16string&& value) {
+    m_properties->takeString(name, std::move(value));
 }
 
 void CInfoUnit::setPropertyStringA(std::u16string_view name, std::string_view narrow) {

@@ -79,6 +79,8 @@ class CInfoUnit {
     virtual uint32_t getRawMsgLengthA() const { return getMsgLengthA(); }
     // Called by the worker when rule processing of the unit has ended.
     virtual void signalProcessed() {}
+    // True for a unit whose producer waits for the end of its processing.
+    virtual bool awaitsProcessing() const { return false; }
     virtual void setIUVersion(int32_t version);
     virtual int32_t getIUVersion() const;  // -1 when absent
 
@@ -90,6 +92,8 @@ class CInfoUnit {
     void setPropertyString(std::u16string_view name, const char16_t* value) {
         setPropertyString(name, std::u16string_view(value ? value : u""));
     }
+    // Moves the text in (no copy of a long message).
+    void takePropertyString(std::u16string_view name, std::u16string&& value);
     void setPropertyStringA(std::u16string_view name, std::string_view narrow);
     void setPropertyFormatted(std::u16string_view name, const char* format, ...)
         __attribute__((format(printf, 3, 4)));
@@ -153,6 +157,7 @@ class CWaitableInfoUnit : public CInfoUnit {
     ~CWaitableInfoUnit() override;
 
     void signalProcessed() override;
+    bool awaitsProcessing() const override { return true; }
     // True when signalled within `timeout` (the signal is consumed).
     bool waitProcessed(std::chrono::milliseconds timeout);
     // Waits without a limit.

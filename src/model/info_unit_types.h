@@ -16,6 +16,7 @@ class CInfoUnitSyslog : public CInfoUnit {
     uint32_t getRawMsgLengthA() const override;
     void setRawMsg(std::u16string_view raw) { setPropertyString(u"rawsyslogmsg", raw); }
     void setRawMsgA(std::string_view raw) { setPropertyStringA(u"rawsyslogmsg", raw); }
+    void takeRawMsg(std::u16string&& raw) { takePropertyString(u"rawsyslogmsg", std::move(raw)); }
 };
 
 class CInfoUnitHeartbeat : public CInfoUnit {

@@ -92,12 +92,84 @@ void CThreadSafeLinkedList::removeFirst() noexcept {
     removeFirstUnlocked();
 }
 
+namespace {
+// Length and three characters: property names differ in these almost always, and it costs
+// no loop over the name.
+size_t nameSlot(std::u16string_view name, size_t slots) noexcept {
+    if (name.empty()) return 0;
+    const size_t n = name.size();
+    const uint32_t h = static_cast<uint32_t>(n) * 0x9E3779B1u ^ name[0] * 0x85EBCA77u ^
+                       name[n - 1] * 0xC2B2AE3Du ^ name[n / 2] * 0x27D4EB2Fu;
+    return (h ^ (h >> 15)) & (slots - 1);
+}
+}  // namespace
+
 CSearchableLinkedListEntry* CSearchableLinkedList::find(std::u16string_view name) const noexcept {
+    for (size_t i = nameSlot(name, kSlots);; i = (i + 1) & (kSlots - 1)) {
+        CSearchableLinkedListEntry* e = m_slots[i];
+        if (!e) break;
+        if (e->getName().view() == name) return e;
+    }
+    return m_overflow ? findLinear(name) : nullptr;
+}
+
+CSearchableLinkedListEntry* CSearchableLinkedList::findLinear(
+    std::u16string_view name) const noexcept {
     for (auto* e = getFirst(); e; e = e->getNext()) {
         auto* s = static_cast<CSearchableLinkedListEntry*>(e);
         if (s->getName().view() == name) return s;
     }
     return nullptr;
+}
+
+void CSearchableLinkedList::index(CSearchableLinkedListEntry* entry) noexcept {
+    if (m_overflow) return;
+    const std::u16string_view name = entry->getName().view();
+    size_t i = nameSlot(name, kSlots);
+    for (; m_slots[i]; i = (i + 1) & (kSlots - 1))
+        if (m_slots[i]->getName().view() == name) return;  // an earlier entry of the name wins
+    if (m_indexed == kMaxIndexed) {
+        m_overflow = true;
+        return;
+    }
+    m_slots[i] = entry;
+    ++m_indexed;
+}
+
+void CSearchableLinkedList::rebuildIndex() noexcept {
+    m_slots.fill(nullptr);
+    m_indexed = 0;
+    m_overflow = false;
+    for (auto* e = getFirst(); e; e = e->getNext())
+        index(static_cast<CSearchableLinkedListEntry*>(e));
+}
+
+void CSearchableLinkedList::append(CLinkedListEntry* entry) noexcept {
+    if (!entry) return;
+    CLinkedList::append(entry);
+    index(static_cast<CSearchableLinkedListEntry*>(entry));
+}
+
+void CSearchableLinkedList::clear() noexcept {
+    CLinkedList::clear();
+    rebuildIndex();
+}
+
+void CSearchableLinkedList::removeFirst() noexcept {
+    CLinkedList::removeFirst();
+    rebuildIndex();
+}
+
+void CSearchableLinkedList::removeAfter(CLinkedListEntry* predecessor,
+                                        CLinkedListEntry* entry) noexcept {
+    CLinkedList::removeAfter(predecessor, entry);
+    rebuildIndex();
+}
+
+void CSearchableLinkedList::detachAfter(CLinkedListEntry* predecessor,
+                                        CLinkedListEntry* entry) noexcept {
+    CLinkedList::detachAfter(predecessor, entry);
+    rebuildIndex();
 }
 
 CThreadSafeSearchableLinkedListEntry* CThreadSafeSearchableLinkedList::find(

@@ -1,5 +1,7 @@
 #pragma once
+#include <array>
 #include <cstddef>
+#include <cstdint>
 #include <mutex>
 #include <string_view>
 
@@ -48,7 +50,7 @@ class CLinkedList {
     size_t count() const noexcept;
 
     // Unlinks `entry` without deleting it; the caller owns it afterwards.
-    void detachAfter(CLinkedListEntry* predecessor, CLinkedListEntry* entry) noexcept;
+    virtual void detachAfter(CLinkedListEntry* predecessor, CLinkedListEntry* entry) noexcept;
 
   protected:
     void appendUnlocked(CLinkedListEntry* entry) noexcept;
@@ -76,19 +78,22 @@ class CThreadSafeLinkedList : public CLinkedList {
     mutable std::recursive_mutex m_lock;
 };
 
-// An entry with a name, compared case-sensitively.
+// An entry with a name, compared case-sensitively. The name is fixed at construction: the list
+// indexes its entries by name.
 class CSearchableLinkedListEntry : public CLinkedListEntry {
   public:
     CSearchableLinkedListEntry() = default;
     explicit CSearchableLinkedListEntry(std::u16string_view name) : m_name(name) {}
 
     const CQuilletString& getName() const noexcept { return m_name; }
-    void setName(std::u16string_view name) { m_name.setString(name); }
 
   private:
     CQuilletString m_name;
 };
 
+// Every property read and write of an info unit is a look-up by name, a few dozen per unit, so
+// the list keeps a small hash index of the first entry of each name next to the chain. A list
+// with more distinct names than the index holds well falls back to walking the chain.
 class CSearchableLinkedList : public CLinkedList {
   public:
     // The first entry whose name has exactly these characters, or null.
@@ -96,6 +101,24 @@ class CSearchableLinkedList : public CLinkedList {
     CSearchableLinkedListEntry* find(const char16_t* name, size_t length) const noexcept {
         return find(std::u16string_view(name, length));
     }
+
+    void append(CLinkedListEntry* entry) noexcept override;
+    void clear() noexcept override;
+    void removeFirst() noexcept override;
+    void removeAfter(CLinkedListEntry* predecessor, CLinkedListEntry* entry) noexcept override;
+    void detachAfter(CLinkedListEntry* predecessor, CLinkedListEntry* entry) noexcept override;
+
+  private:
+    static constexpr size_t kSlots = 32;
+    static constexpr size_t kMaxIndexed = 24;  // three quarters full keeps probe runs short
+
+    CSearchableLinkedListEntry* findLinear(std::u16string_view name) const noexcept;
+    void index(CSearchableLinkedListEntry* entry) noexcept;
+    void rebuildIndex() noexcept;
+
+    std::array<CSearchableLinkedListEntry*, kSlots> m_slots{};
+    uint32_t m_indexed = 0;
+    bool m_overflow = false;  // a name is missing from the index: search the chain
 };
 
 class CThreadSafeSearchableLinkedListEntry : public CLinkedListEntry {
@@ -104,7 +127,6 @@ class CThreadSafeSearchableLinkedListEntry : public CLinkedListEntry {
     explicit CThreadSafeSearchableLinkedListEntry(std::u16string_view name) : m_name(name) {}
 
     const CQuilletString& getName() const noexcept { return m_name; }
-    void setName(std::u16string_view name) { m_name.setString(name); }
 
   private:
     CQuilletString m_name;

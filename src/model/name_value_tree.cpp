@@ -127,12 +127,27 @@ void BasicNameValueTreeEntry<EntryBase, Tree>::setInt(int32_t value) {
 
 template <class EntryBase, class Tree>
 void BasicNameValueTreeEntry<EntryBase, Tree>::setTime(int64_t seconds) {
-    std::u16string text;
-    appendTimeText(seconds, text);
-    setValue(std::move(text));
-    int64_t parsed = 0;
-    // The cache holds what a read of the text would yield, so a time before 1970 still reads 0.
-    m_timeValue = parseTimeText(m_value.view(), parsed) ? parsed : 0;
+    // Every new unit is stamped twice with the current second, so the text of the last second
+    // seen and what a read of it yields are kept per thread.
+    struct LastTime {
+        int64_t seconds = 0;
+        bool valid = false;
+        std::u16string text;
+        int64_t value = 0;
+    };
+    thread_local LastTime last;
+    if (!last.valid || last.seconds != seconds) {
+        last.text.clear();
+        appendTimeText(seconds, last.text);
+        int64_t parsed = 0;
+        // The cache holds what a read of the text would yield, so a time before 1970 still
+        // reads 0.
+        last.value = parseTimeText(last.text, parsed) ? parsed : 0;
+        last.seconds = seconds;
+        last.valid = true;
+    }
+    setValue(std::u16string_view(last.text));
+    m_timeValue = last.value;
     m_timeParsed = true;
 }
 
@@ -230,6 +245,15 @@ Entry* BasicNameValueTree<ListBase, Entry>::setTime(std::u16string_view name, in
 }
 
 template <class ListBase, class Entry>
+Entry* BasicNameValueTree<ListBase, Entry>::takeString(std::u16string_view name,
+                                                       std::u16string&& value) {
+    Entry* e = findEntry(name);
+    if (!e) e = addEntry(name);
+    e->setValue(std::move(value));
+    return e;
+}
+
+template <class ListBase, class Entry>
 Entry* BasicNameValueTree<ListBase, Entry>::setFormatted(std::u16string_view name,
                                                          const char* format, ...) {
     char buffer[4096];
@@ -253,6 +277,13 @@ template <class ListBase, class Entry>
 Entry* BasicNameValueTree<ListBase, Entry>::addInt(std::u16string_view name, int32_t value) {
     Entry* e = addEntry(name);
     e->setInt(value);
+    return e;
+}
+
+template <class ListBase, class Entry>
+Entry* BasicNameValueTree<ListBase, Entry>::addTime(std::u16string_view name, int64_t seconds) {
+    Entry* e = addEntry(name);
+    e->setTime(seconds);
     return e;
 }
 

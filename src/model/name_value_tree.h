@@ -92,6 +92,8 @@ class BasicNameValueTree : public ListBase {
     Entry* setStringA(std::u16string_view name, std::string_view narrow);
     Entry* setInt(std::u16string_view name, int32_t value);
     Entry* setTime(std::u16string_view name, int64_t seconds);
+    // Moves the text in: long values (a message, its raw form) are not copied again.
+    Entry* takeString(std::u16string_view name, std::u16string&& value);
     // printf-style narrow format, at most 10 arguments by convention; the result is converted
     // to wide text.
     Entry* setFormatted(std::u16string_view name, const char* format, ...)
@@ -100,6 +102,7 @@ class BasicNameValueTree : public ListBase {
     // Always append, even when the name exists.
     Entry* addString(std::u16string_view name, std::u16string_view value);
     Entry* addInt(std::u16string_view name, int32_t value);
+    Entry* addTime(std::u16string_view name, int64_t seconds);
     Entry* addEntry(std::u16string_view name);
 
     // Reads XML text into this tree (appending). Never fails; complaints go to the debug log.

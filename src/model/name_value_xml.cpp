@@ -49,14 +49,13 @@ class XmlReader {
             }
             if (m_pos >= m_in.size() || atEndTag()) return;
 
-            auto* entry = list.addEntry(u"");
             while (m_pos < m_in.size() && isXmlSpace(m_in[m_pos])) ++m_pos;
             if (m_pos < m_in.size() && m_in[m_pos] == u'<')
                 ++m_pos;
             else
                 debugWrite(DBG_INFO, "XML parser expected tag but found none.");
             readTagName(m_name);
-            entry->setName(m_name);
+            auto* entry = list.addEntry(m_name);
 
             if (m_pos < m_in.size() && m_in[m_pos] == u'<' && depth + 1 < kMaxDepth) {
                 readList(*entry->createChild(), depth + 1);

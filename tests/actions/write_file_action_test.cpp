@@ -335,6 +335,54 @@ TEST(WriteFileActionTest, RenamedFileIsReplacedOnTheNextUnit) {
     EXPECT_EQ(readFileBytes(file), "two\r\n");
 }
 
+TEST(WriteFileActionTest, LinesGoOutInWholeBlocksWhenTheWorkerRunsOutOfUnits) {
+    ScopedFakeTime time(kNoon);
+    WriteFileRig rig;
+    rig.setDword(u"nUniqueFileName", 0);
+    rig.setDword(u"nFileFormat", 3);
+    rig.setString(u"szLineFormat", u"%msg%%$CRLF%");
+    rig.load();
+    const fs::path file = rig.dir() / "Vantor.log";
+    const std::string big(CActionConfigWriteFile::kBlockBytes, 'x');
+    std::string expected = "a\r\n";
+    {
+        TimerQueueScope timers;
+        rig.writeBusy(u"a");  // the first line of a block at once
+        rig.writeBusy(u"b");
+        EXPECT_EQ(readFileBytes(file), expected);
+        // A line longer than a block pushes the gathered lines out first and goes out alone.
+        rig.writeBusy(u16(big));
+        expected += "b\r\n" + big + "\r\n";
+        EXPECT_EQ(readFileBytes(file), expected);
+        rig.writeBusy(u"c");
+        EXPECT_EQ(readFileBytes(file), expected);
+        timers.queue().runDue(TimerQueue::Clock::now());  // the worker found no further unit
+        expected += "c\r\n";
+        EXPECT_EQ(readFileBytes(file), expected);
+        rig.writeBusy(u"d");
+        rig.writeBusy(u"e");
+        expected += "d\r\n";
+        EXPECT_EQ(readFileBytes(file), expected);
+    }  // a worker that leaves runs what is pending
+    expected += "e\r\n";
+    EXPECT_EQ(readFileBytes(file), expected);
+    // Closing the file (here: the idle routine) writes what was gathered.
+    TimerQueueScope timers;
+    rig.writeBusy(u"f");
+    rig.writeBusy(u"g");
+    CActionConfigWriteFile::TimerAPCProc(&rig.config(), 0, 0);
+    EXPECT_FALSE(rig.config().isFileOpen());
+    expected += "f\r\ng\r\n";
+    EXPECT_EQ(readFileBytes(file), expected);
+    // A producer that waits for its unit finds the line, and all gathered before, in the file.
+    rig.writeBusy(u"h");
+    rig.writeBusy(u"i");
+    CWaitableInfoUnit waited;
+    waited.setMsg(u"j");
+    rig.writeBusy(waited);
+    EXPECT_EQ(readFileBytes(file), expected + "h\r\ni\r\nj\r\n");
+}
+
 // Windows refuses both while the action holds the file open, so there is nothing to notice.
 #ifndef _WIN32
 TEST(WriteFileActionTest, ReplacedFileOrMovedDirectoryIsNoticed) {
@@ -495,7 +543,11 @@ TEST(WriteFileActionTest, WorkersSharingTheActionLoseAndTearNoLine) {
                 std::string msg = "T";
                 msg.append(std::to_string(t)).append("-").append(std::to_string(i)).append("-");
                 msg.append(100 + (i % 50), static_cast<char>('a' + t));
-                rig.write(u16(msg));
+                // Mostly more units to go, so that the workers' lines gather in one block.
+                if (i % 7 == 0)
+                    rig.write(u16(msg));
+                else
+                    rig.writeBusy(u16(msg));
             }
         });
     for (auto& th : threads) th.join();

@@ -7,6 +7,7 @@
 #include <fstream>
 #include <sstream>
 
+#include "engine/timer_queue.h"
 #include "model/info_unit_types.h"
 #include "model/unit_time.h"
 #include "platform/registry.h"
@@ -115,6 +116,18 @@ uint8_t WriteFileRig::write(std::u16string_view msg, std::u16string_view source)
 }
 
 void WriteFileRig::write(CInfoUnit& unit) {
+    m_entry->CallAction(unit, m_settings);
+    // A worker that has run out of units runs its due timers before it waits again.
+    if (auto timers = currentTimerQueue()) timers->runDue(TimerQueue::Clock::now());
+}
+
+void WriteFileRig::writeBusy(std::u16string_view msg) {
+    CInfoUnitSyslog unit;
+    unit.setMsg(msg);
+    writeBusy(unit);
+}
+
+void WriteFileRig::writeBusy(CInfoUnit& unit) {
     m_entry->CallAction(unit, m_settings);
 }
 

@@ -69,8 +69,12 @@ class WriteFileRig {
     // Runs the entry for a syslog unit with this message and source; returns the unit's
     // action-failed flag.
     uint8_t write(std::u16string_view msg, std::u16string_view source = u"host1");
-    // Runs the entry for `unit`.
+    // Runs the entry for `unit` as a worker does that finds no further unit queued: on a thread
+    // with a timer queue, the routines due then run too.
     void write(CInfoUnit& unit);
+    // Runs the entry for a unit with this message as a worker does that has more units to go.
+    void writeBusy(std::u16string_view msg);
+    void writeBusy(CInfoUnit& unit);
 
     CActionConfigWriteFile& config();
     CActionListEntry& entry() { return *m_entry; }

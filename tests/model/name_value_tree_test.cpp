@@ -23,6 +23,35 @@ class CountedEntry : public CLinkedListEntry {
     int* m_deleted;
 };
 
+// Look-ups go through an index of the first entry of each name; past its capacity the list
+// is walked. Either way the first entry of a name must be found, also after removals.
+TEST(SearchableLinkedList, FindsTheFirstEntryOfEachNameBeyondTheIndexAndAfterRemovals) {
+    auto nameOf = [](int i) {
+        std::u16string name(1, u'p');
+        for (const char digit : std::to_string(i)) name.push_back(static_cast<char16_t>(digit));
+        return name;
+    };
+    for (const int count : {5, 40}) {
+        SCOPED_TRACE(count);
+        CNameValueTree tree;
+        std::vector<CNameValueTreeEntry*> entries;
+        for (int i = 0; i < count; ++i) entries.push_back(tree.addEntry(nameOf(i)));
+        CNameValueTreeEntry* later = tree.addString(u"p3", u"second");
+        for (int i = 0; i < count; ++i) EXPECT_EQ(tree.findEntry(nameOf(i)), entries[i]);
+        EXPECT_EQ(tree.findEntry(nameOf(count)), nullptr);
+        EXPECT_EQ(tree.findEntry(u""), nullptr);
+        tree.removeFirst();
+        EXPECT_EQ(tree.findEntry(u"p0"), nullptr);
+        tree.removeAfter(entries[2], entries[3]);
+        EXPECT_EQ(tree.findEntry(u"p3"), later);
+        EXPECT_EQ(tree.findEntry(nameOf(count - 1)), entries.back());
+        tree.clear();
+        EXPECT_EQ(tree.findEntry(u"p4"), nullptr);
+        CNameValueTreeEntry* fresh = tree.setString(u"p4", u"again");
+        EXPECT_EQ(tree.findEntry(u"p4"), fresh);
+    }
+}
+
 TEST(LinkedList, AppendRemoveAndOwnership) {
     int deleted = 0;
     CLinkedList list;

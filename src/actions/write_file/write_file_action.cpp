@@ -54,7 +54,11 @@ void CActionRelaylogV3FlatFile::doAction(CInfoUnit& unit, CConfigSettings& /*set
         }
         if (format != 2) vt::wideToNarrow(m_wide, m_narrow);
         size_t written = 0;
-        if (!writeFileFormatRelaylog(m_narrow, written)) unit.setActionFailed(1);
+        // A producer that waits for its unit takes the end of processing as the line being
+        // in the file (a file monitor then stores its read position), so that line is not
+        // held back in a block.
+        if (!writeFileFormatRelaylog(m_narrow, written, unit.awaitsProcessing()))
+            unit.setActionFailed(1);
         // Format 2 lines are not counted against the circle or segment sizes.
         if (format != 2 && written > 0) m_config.addToCurrentFileSize(written);
     }
@@ -65,9 +69,10 @@ void CActionRelaylogV3FlatFile::doAction(CInfoUnit& unit, CConfigSettings& /*set
     vt::debugWrite(vt::DBG_ULTRA, "EXIT File:doAction\r\n");
 }
 
-bool CActionRelaylogV3FlatFile::writeFileFormatRelaylog(const std::string& line, size_t& written) {
+bool CActionRelaylogV3FlatFile::writeFileFormatRelaylog(const std::string& line, size_t& written,
+                                                        bool atOnce) {
     uint32_t error = 0;
-    const bool ok = m_config.writeLine(line.data(), line.size(), written, error);
+    const bool ok = m_config.writeLine(line.data(), line.size(), written, error, atOnce);
     if (!ok) {
         vt::debugWrite(vt::DBG_MINIMUM,
                        "writeFileFormatRelaylog| WriteFile() failed in WriteFileAction\r\n");

@@ -11,8 +11,9 @@ class CActionRelaylogV3FlatFile : public CAction {
     void doAction(CInfoUnit& unit, CConfigSettings& settings, CActionListEntry& entry) override;
 
   private:
-    // Writes the narrow line in one call; false when the write failed (logged).
-    bool writeFileFormatRelaylog(const std::string& line, size_t& written);
+    // Hands the narrow line to the file (at once with `atOnce`); false when a write failed
+    // (logged).
+    bool writeFileFormatRelaylog(const std::string& line, size_t& written, bool atOnce);
 
     CActionConfigWriteFile& m_config;
     // Line buffers, reused from unit to unit (only touched under the action's lock).

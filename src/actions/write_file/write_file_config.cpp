@@ -58,8 +58,9 @@ CActionConfigWriteFile::CActionConfigWriteFile(const CQuilletString& keyPath)
       m_szLineFormat(u"%msg%") {}
 
 CActionConfigWriteFile::~CActionConfigWriteFile() {
-    // The idle timer goes first, so that its routine can no longer reach a closed object.
+    // The timers go first, so that their routines can no longer reach a closed object.
     closeTimer();
+    m_flushTimer.cancel();
     CloseFile();
 }
 
@@ -188,7 +189,9 @@ bool CActionConfigWriteFile::OpenFile(const CInfoUnit& unit) {
             m_nEnablePropertyFileName == 1 || m_nIncludeSourceInFilename == 1;
         if (dependsOnUnit) nameInputsFor(unit, m_inputs);
         if (!dependsOnUnit || m_inputs.key == m_cachedKey) {
-            if (!m_file.isDetached()) {
+            // Lines already gathered for the file go to it; it is checked again after they
+            // are written, which keeps the check to once per block.
+            if (!m_pendingLines.empty() || !m_file.isDetached()) {
                 vt::debugWrite(vt::DBG_ULTRA, "Reusing previous filename.\r\n");
                 return true;
             }
@@ -274,13 +277,48 @@ bool CActionConfigWriteFile::openNamed(const std::u16string& name) {
 }
 
 void CActionConfigWriteFile::CloseFile() noexcept {
+    uint32_t error = 0;
+    if (!flushLines(error))
+        vt::debugPrintf(vt::DBG_MINIMUM,
+                        "CActionConfigWriteFile| lines lost when closing the file, system error "
+                        "%d.\r\n",
+                        static_cast<int>(error));
     m_file.close();
     m_currentFileSize = 0;
 }
 
+bool CActionConfigWriteFile::flushLines(uint32_t& error) noexcept {
+    if (m_pendingLines.empty()) return true;
+    size_t written = 0;
+    const bool ok = m_file.write(m_pendingLines.data(), m_pendingLines.size(), written, error);
+    m_pendingLines.clear();
+    if (m_pendingLines.capacity() > 4 * kBlockBytes) std::string().swap(m_pendingLines);
+    return ok;
+}
+
 bool CActionConfigWriteFile::writeLine(const char* data, size_t size, size_t& written,
-                                       uint32_t& error) {
-    if (m_file.write(data, size, written, error)) return true;
+                                       uint32_t& error, bool atOnce) {
+    written = 0;
+    error = 0;
+    if (!m_blockOpen || atOnce) {
+        // The first line of a block goes out at once: a file that refuses writes is noticed by
+        // the unit that meets it, and a lone message is not held back.
+        if (!flushLines(error) || !m_file.write(data, size, written, error)) {
+            CloseFile();
+            return false;
+        }
+        if (!m_blockOpen) m_blockOpen = m_flushTimer.arm(&FlushAPCProc, this, 0);
+        return true;
+    }
+    // A line never straddles two writes, and a line longer than a block goes out alone.
+    if (m_pendingLines.size() + size > kBlockBytes && !flushLines(error)) {
+        CloseFile();
+        return false;
+    }
+    m_pendingLines.append(data, size);
+    written = size;
+    if (m_pendingLines.size() < kBlockBytes || flushLines(error)) return true;
+    written = 0;
     CloseFile();
     return false;
 }
@@ -323,6 +361,21 @@ void CActionConfigWriteFile::advanceCircle() {
                         "addToCurrentFileSize: file '%s' was successfully deleted.\r\n",
                         narrowName.c_str());
     openNamed(name);
+}
+
+void CActionConfigWriteFile::FlushAPCProc(void* context, uint32_t, uint32_t) {
+    auto* config = static_cast<CActionConfigWriteFile*>(context);
+    config->enterLock();
+    config->m_blockOpen = false;
+    uint32_t error = 0;
+    if (!config->flushLines(error)) {
+        vt::debugPrintf(vt::DBG_MINIMUM,
+                        "writeFileFormatRelaylog| WriteFile() failed in WriteFileAction, system "
+                        "error %d.\r\n",
+                        static_cast<int>(error));
+        config->CloseFile();
+    }
+    config->leaveLock();
 }
 
 void CActionConfigWriteFile::TimerAPCProc(void* context, uint32_t, uint32_t) {

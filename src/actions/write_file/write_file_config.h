@@ -21,9 +21,18 @@ class CActionConfigWriteFile : public CActionConfig {
     bool OpenFile(const CInfoUnit& unit);
     void CloseFile() noexcept;
     bool isFileOpen() const noexcept { return m_file.isOpen(); }
-    // One write call with the whole line. False on failure (the file is closed then, so that
-    // the next unit opens it again); `written` is what reached the file.
-    bool writeLine(const char* data, size_t size, size_t& written, uint32_t& error);
+    // Takes a whole line for the file. Under load, lines are gathered and written in blocks of
+    // whole lines: the first line of a block at once, the others when the block is full, when
+    // the worker that began the block runs out of units, and before the file is closed or
+    // changed. On a thread without a timer queue every line is written at once. False when a
+    // write failed (the file is closed then, so that the next unit opens it again); `written`
+    // is what the file took from this call. With `atOnce` the line and all gathered before it
+    // are written before the call returns.
+    bool writeLine(const char* data, size_t size, size_t& written, uint32_t& error,
+                   bool atOnce = false);
+    // Writes the gathered lines. False on failure (they are lost, as a failed line always was).
+    bool flushLines(uint32_t& error) noexcept;
+    bool hasPendingLines() const noexcept { return !m_pendingLines.empty(); }
     // Counts `bytes` against the circle's or the segment's limit and moves to the next file
     // when the limit is reached.
     void addToCurrentFileSize(uint64_t bytes);
@@ -31,6 +40,9 @@ class CActionConfigWriteFile : public CActionConfig {
     // The idle routine: closes the file.
     static void TimerAPCProc(void* context, uint32_t timeLow, uint32_t timeHigh);
     static constexpr uint32_t kIdleCloseMs = 3000;
+    // The routine that writes the gathered lines once their worker has no unit left.
+    static void FlushAPCProc(void* context, uint32_t timeLow, uint32_t timeHigh);
+    static constexpr size_t kBlockBytes = 64 * 1024;
 
     // Settings, as loaded.
     const std::u16string& filePath() const noexcept { return m_szFilePath; }
@@ -109,6 +121,9 @@ class CActionConfigWriteFile : public CActionConfig {
 
     // Run-time state (under the action's lock).
     vt::AppendFile m_file;
+    std::string m_pendingLines;  // whole lines not yet written to m_file
+    bool m_blockOpen = false;    // a block has begun; its flush routine is pending
+    vt::WaitableTimer m_flushTimer;
     std::u16string m_currentFileName;
     std::u16string m_cachedFileName;  // the previous name, valid until m_cachedUntil
     std::u16string m_cachedKey;

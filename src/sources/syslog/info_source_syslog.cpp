@@ -174,14 +174,12 @@ std::unique_ptr<CInfoUnitSyslog> CInfoSourceSyslog::buildUnit(std::string_view b
     // Received bytes are taken as UTF-8; invalid sequences become replacement characters.
     std::u16string text;
     vt::utf8ToUtf16(bytes, text);
-    vt::debugPrintf(vt::DBG_ULTRA, "CSyslogServer|splitSyslogMsg: Received InBuf '%.*s'\r\n",
-                    static_cast<int>(bytes.size()), bytes.data());
-    const vt::SyslogParts parts = vt::splitSyslogMsg(text, m_nRFC3164Parsing == 1);
+    const vt::SyslogFields parts =
+        vt::splitSyslogFields(text, m_nRFC3164Parsing == 1, vt::SyslogClock::now());
 
     auto unit = std::make_unique<CInfoUnitSyslog>();
     setCommonInfoUnitSettings(*unit);
-    unit->setMsgString(parts.msg);
-    unit->setRawMsg(parts.raw.view());
+    unit->setMsg(parts.msg);
     unit->setSyslogFacility(static_cast<int32_t>(parts.facility));
     unit->setSyslogPriority(static_cast<int32_t>(parts.severity));
     unit->setPropertyString(u"syslogtag", parts.tag);
@@ -190,6 +188,8 @@ std::unique_ptr<CInfoUnitSyslog> CInfoSourceSyslog::buildUnit(std::string_view b
     else
         unit->setPropertyStringA(u"source", peerText);
     if (m_nParseSyslogDate == 1) unit->setPropertyTime(u"timereported", parts.timestamp);
+    // Last, because the parts above are views into the text that moves into the unit here.
+    unit->takeRawMsg(std::move(text));
     return unit;
 }
 

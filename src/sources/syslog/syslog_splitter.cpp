@@ -127,21 +127,22 @@ std::u16string_view percentTag(std::u16string_view raw) {
 }  // namespace
 
 SyslogClock SyslogClock::now() {
-    SyslogClock clock;
-    clock.receptionTime = static_cast<int64_t>(std::time(nullptr));
-    std::tm tm{};
-    clock.localYear = localCalendar(clock.receptionTime, tm) ? tm.tm_year + 1900 : 1970;
-    return clock;
+    thread_local SyslogClock last{-1, 1970};
+    const auto seconds = static_cast<int64_t>(std::time(nullptr));
+    if (seconds != last.receptionTime) {
+        std::tm tm{};
+        last.localYear = localCalendar(seconds, tm) ? tm.tm_year + 1900 : 1970;
+        last.receptionTime = seconds;
+    }
+    return last;
 }
 
-SyslogParts splitSyslogMsg(std::u16string_view text, bool rfc3164Parsing,
-                           const SyslogClock& clock) {
+SyslogFields splitSyslogFields(std::u16string_view text, bool rfc3164Parsing,
+                               const SyslogClock& clock) {
     if (debugOn(DBG_ULTRA))
         debugPrintf(DBG_ULTRA, "CSyslogServer|splitSyslogMsg: Received InBuf '%s'\r\n",
                     utf16ToUtf8(text).c_str());
-    SyslogParts parts;
-    parts.raw = CQuilletString(text);
-    parts.rfc3164Parsing = rfc3164Parsing;
+    SyslogFields parts;
     // Every message carries a time; without a parsable one it is the time it arrived.
     parts.timestamp = clock.receptionTime;
 
@@ -155,22 +156,36 @@ SyslogParts splitSyslogMsg(std::u16string_view text, bool rfc3164Parsing,
         cursor = 0;
     }
 
-    std::u16string_view tag;
     if (parts.priParsed && rfc3164Parsing && text.size() - cursor >= kMinimumAfterPri &&
         parseTimestamp(text.substr(cursor), clock.localYear, parts.timestamp)) {
         parts.timestampParsed = true;
         cursor += kTimestampLength;
-        std::u16string_view host;
-        if (takeHost(text, cursor, host)) {
+        if (takeHost(text, cursor, parts.host)) {
             parts.hostParsed = true;
-            parts.host = CQuilletString(host);
             // The tag stays part of the message text: the cursor does not move past it.
-            tag = leadingTag(text, cursor);
+            parts.tag = leadingTag(text, cursor);
         }
     }
-    parts.msg = CQuilletString(text.substr(cursor));
-    if (tag.empty()) tag = percentTag(text);
-    parts.tag = CQuilletString(tag);
+    parts.msg = text.substr(cursor);
+    if (parts.tag.empty()) parts.tag = percentTag(text);
+    return parts;
+}
+
+SyslogParts splitSyslogMsg(std::u16string_view text, bool rfc3164Parsing,
+                           const SyslogClock& clock) {
+    const SyslogFields fields = splitSyslogFields(text, rfc3164Parsing, clock);
+    SyslogParts parts;
+    parts.raw = CQuilletString(text);
+    parts.msg = CQuilletString(fields.msg);
+    parts.host = CQuilletString(fields.host);
+    parts.tag = CQuilletString(fields.tag);
+    parts.facility = fields.facility;
+    parts.severity = fields.severity;
+    parts.timestamp = fields.timestamp;
+    parts.rfc3164Parsing = rfc3164Parsing;
+    parts.priParsed = fields.priParsed;
+    parts.timestampParsed = fields.timestampParsed;
+    parts.hostParsed = fields.hostParsed;
     return parts;
 }
 
