@@ -15,6 +15,8 @@
 
 namespace vt {
 namespace {
+// The standard properties, the message, its raw form and a few more of a source's own.
+constexpr size_t kReservedProperties = 16;
 std::atomic<int32_t> g_customerId{0};
 std::atomic<int32_t> g_systemId{0};
 
@@ -46,6 +48,7 @@ CInfoUnit::CInfoUnit() : m_properties(std::make_unique<CNameValueTree>()) {
     // The store is empty, so every name is appended without a look-up; the order is the one
     // the XML form of a unit shows. "importance" ends as 5 although 128 was its first value.
     CNameValueTree& p = *m_properties;
+    p.reserveEntries(vt::kReservedProperties);
     p.addInt(u"iut", 0);
     const int64_t now = vt::currentTime();
     p.addTime(u"timegenerated", now);

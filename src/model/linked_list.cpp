@@ -1,5 +1,6 @@
 #include "model/linked_list.h"
 
+#include "model/property_names.h"
 #include "service/debug_log.h"
 
 CLinkedList::~CLinkedList() {
@@ -90,6 +91,13 @@ void CThreadSafeLinkedList::clear() noexcept {
 void CThreadSafeLinkedList::removeFirst() noexcept {
     std::lock_guard guard(m_lock);
     removeFirstUnlocked();
+}
+
+CSearchableLinkedListEntry::CSearchableLinkedListEntry(std::u16string_view name) {
+    if (const CQuilletString* shared = vt::sharedPropertyName(name))
+        m_pName = shared;
+    else
+        m_name.setString(name);
 }
 
 namespace {

@@ -83,12 +83,13 @@ class CThreadSafeLinkedList : public CLinkedList {
 class CSearchableLinkedListEntry : public CLinkedListEntry {
   public:
     CSearchableLinkedListEntry() = default;
-    explicit CSearchableLinkedListEntry(std::u16string_view name) : m_name(name) {}
+    explicit CSearchableLinkedListEntry(std::u16string_view name);
 
-    const CQuilletString& getName() const noexcept { return m_name; }
+    const CQuilletString& getName() const noexcept { return *m_pName; }
 
   private:
     CQuilletString m_name;
+    const CQuilletString* m_pName = &m_name;  // m_name, or the shared copy of a common name
 };
 
 // Every property read and write of an info unit is a look-up by name, a few dozen per unit, so

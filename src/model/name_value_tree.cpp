@@ -45,6 +45,25 @@ BasicNameValueTreeEntry<EntryBase, Tree>::~BasicNameValueTreeEntry() {
     delete m_pChild;
 }
 
+namespace {
+constexpr std::byte kInBlock{0};
+constexpr std::byte kOnHeap{1};
+}  // namespace
+
+template <class EntryBase, class Tree>
+void* BasicNameValueTreeEntry<EntryBase, Tree>::operator new(size_t size) {
+    auto* raw = static_cast<std::byte*>(::operator new(size + kHeaderBytes));
+    raw[0] = kOnHeap;
+    return raw + kHeaderBytes;
+}
+
+template <class EntryBase, class Tree>
+void BasicNameValueTreeEntry<EntryBase, Tree>::operator delete(void* entry) noexcept {
+    if (!entry) return;
+    auto* raw = static_cast<std::byte*>(entry) - kHeaderBytes;
+    if (raw[0] == kOnHeap) ::operator delete(raw);
+}
+
 template <class EntryBase, class Tree>
 Tree* BasicNameValueTreeEntry<EntryBase, Tree>::createChild() {
     auto* child = new Tree();
@@ -194,9 +213,40 @@ int64_t BasicNameValueTree<ListBase, Entry>::getTime(std::u16string_view name) c
     return 0;
 }
 
+namespace {
+template <class Entry>
+constexpr size_t slotBytes() {
+    constexpr size_t bytes = Entry::kHeaderBytes + sizeof(Entry);
+    return (bytes + alignof(std::max_align_t) - 1) / alignof(std::max_align_t) *
+           alignof(std::max_align_t);
+}
+}  // namespace
+
+template <class ListBase, class Entry>
+void BasicNameValueTree<ListBase, Entry>::reserveEntries(size_t count) {
+    // One block per tree: its slots are not reused, and it lives as long as the tree.
+    if (m_block || count == 0) return;
+    m_block = std::make_unique<std::byte[]>(count * slotBytes<Entry>());
+    m_blockSlots = count;
+    m_blockUsed = 0;
+}
+
 template <class ListBase, class Entry>
 Entry* BasicNameValueTree<ListBase, Entry>::addEntry(std::u16string_view name) {
-    auto* e = new Entry(name);
+    Entry* e;
+    if (m_blockUsed < m_blockSlots) {
+        std::byte* raw = m_block.get() + m_blockUsed * slotBytes<Entry>();
+        raw[0] = kInBlock;
+        e = new (raw + Entry::kHeaderBytes) Entry(name);
+        ++m_blockUsed;
+    } else {
+        // The class's own new and delete are a pair, which the compiler's name-based check
+        // cannot see once it has looked into the first one.
+#pragma GCC diagnostic push
+#pragma GCC diagnostic ignored "-Wmismatched-new-delete"
+        e = new Entry(name);
+#pragma GCC diagnostic pop
+    }
     this->append(e);
     return e;
 }

@@ -1,22 +1,39 @@
 #include "platform/utf_codec.h"
 
 #include <cstdint>
+#include <cstring>
 
 namespace vt {
 namespace {
 
 constexpr char16_t kReplacement = 0xFFFD;
 
-bool isAscii(std::string_view in) {
-    for (unsigned char c : in)
-        if (c >= 0x80) return false;
-    return true;
+// The leading ASCII run copied a word at a time (almost every syslog message is ASCII from
+// end to end); returns its length. `out` has room for in.size() characters.
+size_t widenAscii(std::string_view in, char16_t* out) noexcept {
+    size_t i = 0;
+    for (; i + 8 <= in.size(); i += 8) {
+        uint64_t word;
+        std::memcpy(&word, in.data() + i, sizeof word);
+        if (word & 0x8080808080808080ull) break;
+        for (size_t k = 0; k < 8; ++k)
+            out[i + k] = static_cast<char16_t>(static_cast<unsigned char>(in[i + k]));
+    }
+    for (; i < in.size() && static_cast<unsigned char>(in[i]) < 0x80; ++i)
+        out[i] = static_cast<char16_t>(in[i]);
+    return i;
 }
 
-bool isAscii(std::u16string_view in) {
-    for (char16_t c : in)
-        if (c >= 0x80) return false;
-    return true;
+size_t narrowAscii(std::u16string_view in, char* out) noexcept {
+    size_t i = 0;
+    for (; i + 4 <= in.size(); i += 4) {
+        uint64_t word;
+        std::memcpy(&word, in.data() + i, sizeof word);
+        if (word & 0xFF80FF80FF80FF80ull) break;
+        for (size_t k = 0; k < 4; ++k) out[i + k] = static_cast<char>(in[i + k]);
+    }
+    for (; i < in.size() && in[i] < 0x80; ++i) out[i] = static_cast<char>(in[i]);
+    return i;
 }
 
 // Decodes one UTF-8 sequence starting at in[i]; advances i. Returns U+FFFD for anything that
@@ -71,13 +88,10 @@ void appendUtf8(std::string& out, char32_t cp) {
 }  // namespace
 
 void utf8ToUtf16(std::string_view in, std::u16string& out) {
-    out.clear();
-    if (isAscii(in)) {
-        out.assign(in.begin(), in.end());
-        return;
-    }
-    out.reserve(in.size());
-    for (size_t i = 0; i < in.size();) {
+    out.resize(in.size());
+    const size_t ascii = widenAscii(in, out.data());
+    out.resize(ascii);
+    for (size_t i = ascii; i < in.size();) {
         const char32_t cp = decodeUtf8(in, i);
         if (cp >= 0x10000) {
             out.push_back(static_cast<char16_t>(0xD800 + ((cp - 0x10000) >> 10)));
@@ -89,13 +103,12 @@ void utf8ToUtf16(std::string_view in, std::u16string& out) {
 }
 
 void utf16ToUtf8(std::u16string_view in, std::string& out) {
-    out.clear();
-    if (isAscii(in)) {
-        out.assign(in.begin(), in.end());
-        return;
-    }
-    out.reserve(in.size() * 3);
-    for (size_t i = 0; i < in.size(); ++i) {
+    out.resize(in.size());
+    const size_t ascii = narrowAscii(in, out.data());
+    out.resize(ascii);
+    if (ascii == in.size()) return;
+    out.reserve(ascii + (in.size() - ascii) * 3);
+    for (size_t i = ascii; i < in.size(); ++i) {
         char32_t cp = in[i];
         if (cp >= 0xD800 && cp <= 0xDBFF && i + 1 < in.size() && in[i + 1] >= 0xDC00 &&
             in[i + 1] <= 0xDFFF) {

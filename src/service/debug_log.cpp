@@ -14,12 +14,9 @@
 namespace vt {
 namespace {
 
-// Everything below is guarded by `mutex`, except `enabled` and `mask`, which the level test
-// reads without it.
+// Guarded by `mutex`; the level test reads only detail::g_debugActiveMask.
 struct DebugLogState {
     std::mutex mutex;
-    std::atomic<bool> enabled{false};
-    std::atomic<uint32_t> mask{DBG_ERROR};
     DebugLogSettings settings;
     uint32_t numberOfFiles = 10;
     uint64_t sizeLimit = uint64_t{51200} << 10;
@@ -152,8 +149,8 @@ void debugConfigure(const DebugLogSettings& settings) {
     s.sizeLimit = uint64_t{settings.maxFileSizeKb} << 10;
     s.fileIndex = 1;
     formPathLocked(s);
-    s.mask.store(settings.mask, std::memory_order_relaxed);
-    s.enabled.store(settings.enabled, std::memory_order_relaxed);
+    detail::g_debugActiveMask.store(settings.enabled ? settings.mask : 0,
+                                    std::memory_order_relaxed);
 }
 
 DebugLogSettings debugSettings() {
@@ -174,14 +171,7 @@ void debugClose() {
     closeLocked(s);
 }
 
-bool debugOn(uint32_t level) noexcept {
-    const DebugLogState& s = state();
-    return s.enabled.load(std::memory_order_relaxed) &&
-           (s.mask.load(std::memory_order_relaxed) & baseLevel(level) & 0xFF) != 0;
-}
-
-void debugWrite(uint32_t level, std::string_view text) {
-    if (!debugOn(level)) return;
+void detail::debugWriteOn(uint32_t level, std::string_view text) {
     char prefix[48];
     formatPrefix(prefix, currentThreadId(), nowSeconds(), level);
     std::string line;
@@ -195,8 +185,7 @@ void debugWrite(uint32_t level, std::string_view text) {
     writePiecesLocked(s, level, &piece, 1, true);
 }
 
-void debugWrite(uint32_t level, std::u16string_view text) {
-    if (!debugOn(level)) return;
+void detail::debugWriteOn(uint32_t level, std::u16string_view text) {
     std::string narrow;
     wideToNarrow(text, narrow);
     debugWrite(level, narrow);

@@ -1,4 +1,5 @@
 #pragma once
+#include <atomic>
 #include <cstdarg>
 #include <cstdint>
 #include <string>
@@ -43,11 +44,27 @@ struct DebugLogSettings {
 void debugConfigure(const DebugLogSettings& settings);
 DebugLogSettings debugSettings();
 
-// True when debug output is on and the level's bit is in the mask.
-bool debugOn(uint32_t level) noexcept;
+namespace detail {
+// The level bits that are written: the mask while debug output is on, else 0. Read inline,
+// because the hot paths test levels that are almost always off.
+inline std::atomic<uint32_t> g_debugActiveMask{0};
+void debugWriteOn(uint32_t level, std::string_view text);
+void debugWriteOn(uint32_t level, std::u16string_view text);
+}  // namespace detail
 
-void debugWrite(uint32_t level, std::string_view text);
-void debugWrite(uint32_t level, std::u16string_view text);
+// True when debug output is on and the level's bit is in the mask.
+inline bool debugOn(uint32_t level) noexcept {
+    const uint32_t base =
+        level > DBG_WRITE_AND_CLOSE_ABOVE ? level - DBG_WRITE_AND_CLOSE_ABOVE : level;
+    return (detail::g_debugActiveMask.load(std::memory_order_relaxed) & base & 0xFF) != 0;
+}
+
+inline void debugWrite(uint32_t level, std::string_view text) {
+    if (debugOn(level)) detail::debugWriteOn(level, text);
+}
+inline void debugWrite(uint32_t level, std::u16string_view text) {
+    if (debugOn(level)) detail::debugWriteOn(level, text);
+}
 void debugPrintf(uint32_t level, const char* format, ...) __attribute__((format(printf, 2, 3)));
 void debugVPrintf(uint32_t level, const char* format, va_list args);
 
