@@ -2,7 +2,7 @@
 
 #include <ctime>
 
-#include "platform/local_clock.h"
+#include "platform/local_time.h"
 #include "platform/utf_codec.h"
 #include "service/debug_log.h"
 
@@ -62,12 +62,8 @@ int64_t localHourStart(int year, int month, int day, int hour) {
     };
     thread_local Entry last;
     if (last.year != year || last.month != month || last.day != day || last.hour != hour) {
-        std::tm tm{};
-        tm.tm_year = year - 1900;
-        tm.tm_mon = month;
-        tm.tm_mday = day;
-        tm.tm_hour = hour;
-        last = Entry{year, month, day, hour, fromLocalCalendar(tm)};
+        const CivilTime local{.year = year, .month = month + 1, .day = day, .hour = hour};
+        last = Entry{year, month, day, hour, secondsOfLocalTime(local)};
     }
     return last.start;
 }
@@ -129,8 +125,8 @@ std::u16string_view percentTag(std::u16string_view raw) {
 SyslogClock SyslogClock::now() {
     SyslogClock clock;
     clock.receptionTime = static_cast<int64_t>(std::time(nullptr));
-    std::tm tm{};
-    clock.localYear = localCalendar(clock.receptionTime, tm) ? tm.tm_year + 1900 : 1970;
+    CivilTime local;
+    clock.localYear = localTimeOf(clock.receptionTime, local) ? local.year : 1970;
     return clock;
 }
 
