@@ -1,6 +1,7 @@
 #include "vtreg/vtreg_cli.h"
 
 #include <charconv>
+#include <cstdint>
 #include <fstream>
 #include <sstream>
 
@@ -121,8 +122,8 @@ std::string showValue(const vt::RegValue& v) {
     return out;
 }
 
-template <typename T>
-bool parseNumber(const std::string& text, T& value) {
+// A decimal or "0x" hexadecimal number, the whole text.
+bool parseNumber(const std::string& text, uint64_t& value) {
     std::string_view s = text;
     int base = 10;
     if (s.size() > 2 && s[0] == '0' && (s[1] == 'x' || s[1] == 'X')) {
@@ -146,19 +147,17 @@ bool encodeValue(const std::string& type, const std::string& text, uint32_t& reg
         case vt::kRegExpandSz:
             data = vt::regStringBytes(wide(text));
             return true;
-        case vt::kRegDword: {
-            uint32_t v = 0;
-            if (!parseNumber(text, v))
-                return reason = "REG_DWORD needs a number from 0 to 4294967295 (or 0x...)", false;
-            data = vt::regDwordBytes(v);
-            return true;
-        }
+        case vt::kRegDword:
         case vt::kRegQword: {
+            const bool dword = regType == vt::kRegDword;
             uint64_t v = 0;
-            if (!parseNumber(text, v))
-                return reason = "REG_QWORD needs a number from 0 to 2^64-1 (or 0x...)", false;
-            data = vt::regQwordBytes(v);
-            return true;
+            if (parseNumber(text, v) && (!dword || v <= UINT32_MAX)) {
+                data = dword ? vt::regDwordBytes(static_cast<uint32_t>(v)) : vt::regQwordBytes(v);
+                return true;
+            }
+            reason = dword ? "REG_DWORD needs a number from 0 to 4294967295 (or 0x...)"
+                           : "REG_QWORD needs a number from 0 to 2^64-1 (or 0x...)";
+            return false;
         }
         case vt::kRegMultiSz: {
             const std::u16string all = wide(text);
