@@ -32,6 +32,10 @@ enum Option : uint32_t {
     OPT_UXLOCALTIMESTAMP = 1u << 7,
     OPT_LOCALTIME = 1u << 8,
 };
+constexpr uint32_t kTimeOptions = OPT_UXTIMESTAMP | OPT_UXLOCALTIMESTAMP | OPT_LOCALTIME;
+constexpr uint32_t kControlOptions = OPT_SPACECC | OPT_ESCAPECC;
+constexpr uint32_t kTextOptions =
+    OPT_LOWERCASE | OPT_UPPERCASE | kControlOptions | OPT_COMPRESSSPACE | OPT_CONVGERMUML;
 
 struct OptionName {
     std::u16string_view name;
@@ -99,6 +103,36 @@ void appendAscii(std::u16string& out, const char* text) {
     while (*text) out.push_back(static_cast<unsigned char>(*text++));
 }
 
+// The "escapecc" form of a control character: "##13##".
+void appendControlCode(std::u16string& out, char16_t c) {
+    char code[16];
+    const int n = std::snprintf(code, sizeof code, "##%d#", static_cast<int>(c));
+    appendAscii(out, code, static_cast<size_t>(n));
+    out.push_back(u'#');
+}
+
+// The "convgermuml" spelling of a German umlaut or sharp s; null for any other character.
+const char* spelledUmlaut(char16_t c) {
+    switch (c) {
+        case 0xC4:
+            return "Ae";
+        case 0xD6:
+            return "Oe";
+        case 0xDC:
+            return "Ue";
+        case 0xE4:
+            return "ae";
+        case 0xF6:
+            return "oe";
+        case 0xFC:
+            return "ue";
+        case 0xDF:
+            return "ss";
+        default:
+            return nullptr;
+    }
+}
+
 // Parses the template from `t[i]` (the character after the opening "%") to the closing "%".
 class SequenceParser {
   public:
@@ -130,10 +164,12 @@ class SequenceParser {
   private:
     bool at(char16_t c) const { return i_ < t_.size() && t_[i_] == c; }
 
-    void setError(const char* text) {
+    // The first error of a sequence is the one shown, pointing at `at`.
+    void setError(const char* text) { setError(text, i_); }
+    void setError(const char* text, size_t at) {
         if (seq_.error) return;
         seq_.error = text;
-        seq_.errorAt = i_;
+        seq_.errorAt = at;
     }
 
     void parseNumber(Position& pos) {
@@ -175,40 +211,36 @@ class SequenceParser {
         pos.kind = PosKind::Search;
     }
 
-    bool parseFrom() {
-        Position& pos = seq_.from;
+    // A number or a "/term/" at the cursor; false when neither starts there.
+    bool parseNumberOrTerm(Position& pos) {
         if (i_ < t_.size() && isDigit(t_[i_])) {
             parseNumber(pos);
-        } else if (at(u'/')) {
-            ++i_;
-            parseTerm(pos);
-        } else if (at(u':')) {
-            pos.kind = PosKind::Default;
-        } else {
-            setError("%ERROR: Neither Search-Term nor Numerical Value in FromPos%");
-            return false;
+            return true;
         }
+        if (!at(u'/')) return false;
+        ++i_;
+        parseTerm(pos);
         return true;
     }
 
+    // Nothing before the next ":" keeps the default, the first character.
+    bool parseFrom() {
+        if (parseNumberOrTerm(seq_.from) || at(u':')) return true;
+        setError("%ERROR: Neither Search-Term nor Numerical Value in FromPos%");
+        return false;
+    }
+
+    // Nothing before the next ":" or "%" keeps the default, the last character.
     bool parseTo() {
-        Position& pos = seq_.to;
-        if (i_ < t_.size() && isDigit(t_[i_])) {
-            parseNumber(pos);
-        } else if (at(u'/')) {
-            ++i_;
-            parseTerm(pos);
-        } else if (at(u'+') || at(u'-')) {
+        if (parseNumberOrTerm(seq_.to) || at(u':') || at(u'%')) return true;
+        if (at(u'+') || at(u'-')) {
             // Relative mode never got its number: the sign alone selects one character.
             ++i_;
-            pos.kind = PosKind::Relative;
-        } else if (at(u':') || at(u'%')) {
-            pos.kind = PosKind::Default;
-        } else {
-            setError("Neither Search-Term nor Numerical Value in ToPos");
-            return false;
+            seq_.to.kind = PosKind::Relative;
+            return true;
         }
-        return true;
+        setError("Neither Search-Term nor Numerical Value in ToPos");
+        return false;
     }
 
     void parseOptions() {
@@ -220,12 +252,10 @@ class SequenceParser {
                 uint32_t flag = 0;
                 for (const auto& o : kOptions)
                     if (equalsNoCase(name, o.name)) flag = o.flag;
-                if (flag) {
+                if (flag)
                     seq_.options |= flag;
-                } else if (!seq_.error) {
-                    seq_.error = "Invalid Property Replacer Option";
-                    seq_.errorAt = start;
-                }
+                else
+                    setError("Invalid Property Replacer Option", start);
             }
             if (!at(u',')) return;
             ++i_;
@@ -255,6 +285,14 @@ bool findTerm(std::u16string_view text, size_t start, const SearchTerm& term, si
         }
     }
     return false;
+}
+
+// Where `term` is found in `text` from `start`: its index, moved past the match by the "$"
+// flag; -1 when it is not found.
+int64_t termPosition(std::u16string_view text, size_t start, const SearchTerm& term) {
+    size_t at = 0, matched = 0;
+    if (!findTerm(text, start, term, at, matched)) return -1;
+    return static_cast<int64_t>(at + (term.afterMatch ? matched : 0));
 }
 
 void appendErrorFrame(std::u16string& out, std::u16string_view templ, const Sequence& seq) {
@@ -314,10 +352,37 @@ const char* const kWeekdays[] = {"Sun", "Mon", "Tue", "Wed", "Thu", "Fri", "Sat"
 const char* const kMonths[] = {"Jan", "Feb", "Mar", "Apr", "May", "Jun",
                                "Jul", "Aug", "Sep", "Oct", "Nov", "Dec"};
 
-// Rewrites the time text at the start of `text` as the options ask. Returns the length written
-// to `buffer`, or 0 when no time option applies or the text is no time.
+// Time text is written through a cursor into a fixed buffer: a number with leading zeros, a
+// word, or a single character; each returns the cursor past what it wrote.
+char16_t* putNumber(char16_t* at, int value, int width) {
+    for (int i = width - 1; i >= 0; --i) {
+        at[i] = static_cast<char16_t>(u'0' + value % 10);
+        value /= 10;
+    }
+    return at + width;
+}
+
+char16_t* putWord(char16_t* at, const char* word) {
+    while (*word) *at++ = static_cast<unsigned char>(*word++);
+    return at;
+}
+
+char16_t* putChar(char16_t* at, char16_t c) {
+    *at = c;
+    return at + 1;
+}
+
+// "%2.2d %2.2d:%2.2d:%2.2d", the part both time forms share.
+char16_t* putDayAndClock(char16_t* at, const CivilTime& t) {
+    at = putChar(putNumber(at, t.day, 2), u' ');
+    at = putChar(putNumber(at, t.hour, 2), u':');
+    at = putChar(putNumber(at, t.minute, 2), u':');
+    return putNumber(at, t.second, 2);
+}
+
+// Rewrites the time text at the start of `text` as the time options ask. Returns the length
+// written to `buffer`, or 0 when the text is no time.
 size_t convertTime(std::u16string_view text, uint32_t options, std::array<char16_t, 64>& buffer) {
-    if (!(options & (OPT_UXTIMESTAMP | OPT_UXLOCALTIMESTAMP | OPT_LOCALTIME))) return 0;
     CivilTime t;
     if (text.size() < 19 || !parseTimeFields(text.substr(0, 19), t)) return 0;
     if (!(options & OPT_UXTIMESTAMP)) {
@@ -325,74 +390,41 @@ size_t convertTime(std::u16string_view text, uint32_t options, std::array<char16
         if (!localTimeOf(calendarToSeconds(t), local)) return 0;
         t = local;
     }
-    size_t n = 0;
-    auto put = [&buffer, &n](int value, int width) {
-        for (int i = width - 1; i >= 0; --i) {
-            buffer[n + static_cast<size_t>(i)] = static_cast<char16_t>(u'0' + value % 10);
-            value /= 10;
-        }
-        n += static_cast<size_t>(width);
-    };
-    auto word = [&buffer, &n](const char* s) {
-        while (*s) buffer[n++] = static_cast<unsigned char>(*s++);
-    };
     // Years stay within 4 digits here: the parse accepts 1970-9999 and local time moves them by
     // hours only, so "%4.4d" and "%2.4d" need no wider field.
     if (t.year < 0 || t.year > 9999) return 0;
+    char16_t* at = buffer.data();
     if (options & (OPT_UXTIMESTAMP | OPT_UXLOCALTIMESTAMP)) {
         // "%3.3s %3.3s %2.2d %2.2d:%2.2d:%2.2d %4.4d"
-        word(kWeekdays[weekdayOf(t.year, t.month, t.day)]);
-        word(" ");
-        word(kMonths[t.month - 1]);
-        word(" ");
-        put(t.day, 2);
-        word(" ");
-        put(t.hour, 2);
-        word(":");
-        put(t.minute, 2);
-        word(":");
-        put(t.second, 2);
-        word(" ");
-        put(t.year, 4);
+        at = putChar(putWord(at, kWeekdays[weekdayOf(t.year, t.month, t.day)]), u' ');
+        at = putChar(putWord(at, kMonths[t.month - 1]), u' ');
+        at = putChar(putDayAndClock(at, t), u' ');
+        at = putNumber(at, t.year, 4);
     } else {
         // "%2.4d-%2.2d-%2.2d %2.2d:%2.2d:%2.2d"
-        put(t.year, 4);
-        word("-");
-        put(t.month, 2);
-        word("-");
-        put(t.day, 2);
-        word(" ");
-        put(t.hour, 2);
-        word(":");
-        put(t.minute, 2);
-        word(":");
-        put(t.second, 2);
+        at = putChar(putNumber(at, t.year, 4), u'-');
+        at = putChar(putNumber(at, t.month, 2), u'-');
+        at = putDayAndClock(at, t);
     }
-    return n;
+    return static_cast<size_t>(at - buffer.data());
 }
 
 void appendTransformed(std::u16string& out, std::u16string_view text, uint32_t options) {
-    if (!(options & (OPT_LOWERCASE | OPT_UPPERCASE | OPT_SPACECC | OPT_ESCAPECC |
-                     OPT_COMPRESSSPACE | OPT_CONVGERMUML))) {
+    if (!(options & kTextOptions)) {
         out.append(text);
         return;
     }
-    if (!(options &
-          ~(OPT_SPACECC | OPT_ESCAPECC | OPT_UXTIMESTAMP | OPT_UXLOCALTIMESTAMP | OPT_LOCALTIME))) {
+    if (!(options & ~(kControlOptions | kTimeOptions))) {
         // Only control characters change: copy the runs between them in one go.
         size_t start = 0;
         for (size_t i = 0; i < text.size(); ++i) {
             if (!isControl(text[i])) continue;
             out.append(text.substr(start, i - start));
             start = i + 1;
-            if (options & OPT_SPACECC) {
+            if (options & OPT_SPACECC)
                 out.push_back(u' ');
-                continue;
-            }
-            char code[16];
-            const int n = std::snprintf(code, sizeof code, "##%d#", static_cast<int>(text[i]));
-            appendAscii(out, code, static_cast<size_t>(n));
-            out.push_back(u'#');
+            else
+                appendControlCode(out, text[i]);
         }
         out.append(text.substr(start));
         return;
@@ -403,41 +435,12 @@ void appendTransformed(std::u16string& out, std::u16string_view text, uint32_t o
         if (options & OPT_UPPERCASE) c = toUpperChar(c);
         if ((options & OPT_SPACECC) && isControl(c)) c = u' ';
         if ((options & OPT_ESCAPECC) && isControl(c)) {
-            char code[16];
-            const int n = std::snprintf(code, sizeof code, "##%d#", static_cast<int>(c));
-            appendAscii(out, code, static_cast<size_t>(n));
-            out.push_back(u'#');
+            appendControlCode(out, c);
             lastBlank = false;
             continue;
         }
         if (options & OPT_CONVGERMUML) {
-            const char* spelled = nullptr;
-            switch (c) {
-                case 0xC4:
-                    spelled = "Ae";
-                    break;
-                case 0xD6:
-                    spelled = "Oe";
-                    break;
-                case 0xDC:
-                    spelled = "Ue";
-                    break;
-                case 0xE4:
-                    spelled = "ae";
-                    break;
-                case 0xF6:
-                    spelled = "oe";
-                    break;
-                case 0xFC:
-                    spelled = "ue";
-                    break;
-                case 0xDF:
-                    spelled = "ss";
-                    break;
-                default:
-                    break;
-            }
-            if (spelled) {
+            if (const char* spelled = spelledUmlaut(c)) {
                 appendAscii(out, spelled, 2);
                 lastBlank = false;
                 continue;
@@ -470,15 +473,10 @@ void expandSequence(std::u16string_view templ, const Sequence& seq, const CInfoU
         case PosKind::Number:
             from = seq.from.number;
             break;
-        case PosKind::Search: {
-            size_t at = 0, matched = 0;
+        case PosKind::Search:
             // A term that is not found leaves the position at 0, which becomes 1 below.
-            from = findTerm(value, 0, seq.from.term, at, matched)
-                       ? static_cast<int64_t>(at) + 1 +
-                             (seq.from.term.afterMatch ? static_cast<int64_t>(matched) : 0)
-                       : 0;
+            from = termPosition(value, 0, seq.from.term) + 1;
             break;
-        }
         default:
             break;
     }
@@ -492,14 +490,12 @@ void expandSequence(std::u16string_view templ, const Sequence& seq, const CInfoU
         case PosKind::Relative:
             to = from;
             break;
-        case PosKind::Search: {
-            size_t at = 0, matched = 0;
-            if (from <= length &&
-                findTerm(value, static_cast<size_t>(from - 1), seq.to.term, at, matched))
-                to = static_cast<int64_t>(at) +
-                     (seq.to.term.afterMatch ? static_cast<int64_t>(matched) : 0);
+        case PosKind::Search:
+            if (from <= length) {
+                const int64_t at = termPosition(value, static_cast<size_t>(from - 1), seq.to.term);
+                if (at >= 0) to = at;
+            }
             break;
-        }
         default:
             break;
     }
@@ -511,9 +507,11 @@ void expandSequence(std::u16string_view templ, const Sequence& seq, const CInfoU
     std::u16string_view selected =
         value.substr(static_cast<size_t>(from - 1), static_cast<size_t>(to - from + 1));
     std::array<char16_t, 64> timeText;
-    if (const size_t n =
-            convertTime(value.substr(static_cast<size_t>(from - 1)), seq.options, timeText))
-        selected = std::u16string_view(timeText.data(), n);
+    if (seq.options & kTimeOptions) {
+        if (const size_t n =
+                convertTime(value.substr(static_cast<size_t>(from - 1)), seq.options, timeText))
+            selected = std::u16string_view(timeText.data(), n);
+    }
     appendTransformed(out, selected, seq.options);
 }
 

@@ -15,8 +15,13 @@ struct CivilTime {
 };
 
 // The local time of a UTC instant (seconds since 1970), through the C library's time zone
-// rules. False when the instant cannot be represented.
+// rules; thread-safe. False when the instant cannot be represented.
 bool localTimeOf(int64_t utcSeconds, CivilTime& out) noexcept;
+
+// The UTC instant of a local time, the inverse of localTimeOf. Out-of-range fields are
+// normalised as mktime does (day 32 is the first of the next month); the weekday is ignored.
+// -1 when the time cannot be represented.
+int64_t secondsOfLocalTime(const CivilTime& local) noexcept;
 
 // The current offset of UTC from local time in seconds (UTC = local + bias), daylight saving
 // included: the Windows "Bias" plus, in daylight time, "DaylightBias", times 60.

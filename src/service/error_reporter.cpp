@@ -6,7 +6,7 @@
 #include <mutex>
 #include <string>
 
-#include "platform/local_clock.h"
+#include "platform/local_time.h"
 #include "platform/process.h"
 #include "platform/system_error.h"
 #include "service/debug_log.h"
@@ -26,9 +26,9 @@ std::mutex g_clockMutex;
 ReporterClock g_clock;
 
 ClockMinute wallClock() {
-    std::tm local{};
-    localCalendar(static_cast<int64_t>(std::time(nullptr)), local);
-    return {local.tm_hour, local.tm_min};
+    CivilTime local;
+    localTimeOf(static_cast<int64_t>(std::time(nullptr)), local);
+    return {local.hour, local.minute};
 }
 
 ClockMinute currentMinute() {

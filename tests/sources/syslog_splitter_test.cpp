@@ -5,7 +5,7 @@
 #include <ctime>
 #include <string>
 
-#include "platform/local_clock.h"
+#include "platform/local_time.h"
 #include "platform/utf_codec.h"
 #include "sources/syslog/syslog_server.h"
 
@@ -133,14 +133,14 @@ TEST(SyslogSplitter, TimestampIsLocalTimeOfCurrentYear) {
     for (const auto& c : cases) {
         const SyslogParts p = vt::splitSyslogMsg(c.text, true, kClock);
         ASSERT_TRUE(p.timestampParsed);
-        std::tm tm{};
-        ASSERT_TRUE(vt::localCalendar(p.timestamp, tm));
-        EXPECT_EQ(tm.tm_year + 1900, 2023);
-        EXPECT_EQ(tm.tm_mon, c.month);
-        EXPECT_EQ(tm.tm_mday, c.day);
-        EXPECT_EQ(tm.tm_hour, c.hour);
-        EXPECT_EQ(tm.tm_min, c.minute);
-        EXPECT_EQ(tm.tm_sec, c.second);
+        vt::CivilTime t;
+        ASSERT_TRUE(vt::localTimeOf(p.timestamp, t));
+        EXPECT_EQ(t.year, 2023);
+        EXPECT_EQ(t.month - 1, c.month);
+        EXPECT_EQ(t.day, c.day);
+        EXPECT_EQ(t.hour, c.hour);
+        EXPECT_EQ(t.minute, c.minute);
+        EXPECT_EQ(t.second, c.second);
     }
 }
 
@@ -148,9 +148,9 @@ TEST(SyslogSplitter, TimestampIsLocalTimeOfCurrentYear) {
 TEST(SyslogSplitter, OutOfRangeTimeFieldsAreNormalised) {
     const SyslogParts p = vt::splitSyslogMsg(u"<13>Feb 30 25:61:99 h x", true, kClock);
     ASSERT_TRUE(p.timestampParsed);
-    std::tm tm{};
-    ASSERT_TRUE(vt::localCalendar(p.timestamp, tm));
-    EXPECT_EQ(tm.tm_mon, 2);  // February 30th and 25 hours run into March
+    vt::CivilTime t;
+    ASSERT_TRUE(vt::localTimeOf(p.timestamp, t));
+    EXPECT_EQ(t.month, 3);  // February 30th and 25 hours run into March
     EXPECT_EQ(u8(p.host), "h");
 }
 

@@ -1,6 +1,7 @@
 #include "vtreg/vtreg_cli.h"
 
 #include <charconv>
+#include <cstdint>
 #include <fstream>
 #include <sstream>
 
@@ -15,51 +16,40 @@ namespace {
 constexpr const char* kUsage =
     "usage: vtreg [--registry PATH] COMMAND ...\n"
     "  import FILE.reg              apply a regedit file (all or nothing)\n"
-    "  export [--utf16] [KEY]       write KEY (default: all of HKLM) as a regedit file to stdout\n"
+    "  export [--utf16] [KEY]       write KEY (default: all of HKLM) as a "
+    "regedit file to stdout\n"
     "  get KEY NAME                 print one value\n"
-    "  set KEY NAME TYPE VALUE      write one value (TYPE: REG_SZ, REG_EXPAND_SZ, REG_DWORD,\n"
-    "                               REG_QWORD, REG_MULTI_SZ with \\0 between strings, REG_BINARY\n"
+    "  set KEY NAME TYPE VALUE      write one value (TYPE: REG_SZ, "
+    "REG_EXPAND_SZ, REG_DWORD,\n"
+    "                               REG_QWORD, REG_MULTI_SZ with \\0 between "
+    "strings, REG_BINARY\n"
     "                               as hex bytes); creates KEY when missing\n"
-    "  delete KEY [NAME]            delete a value, or KEY with everything below it\n"
+    "  delete KEY [NAME]            delete a value, or KEY with everything "
+    "below it\n"
     "  list KEY                     list the subkeys and values of KEY\n"
-    "KEY is HKLM\\path or HKEY_LOCAL_MACHINE\\path; NAME \"\" is the default value.\n"
+    "KEY is HKLM\\path or HKEY_LOCAL_MACHINE\\path; NAME \"\" is the default "
+    "value.\n"
     "--registry PATH names the hive file (Linux; default $VTAGENT_REGISTRY or\n"
     "/var/lib/vtagent/registry.db).\n";
 
 std::string errorText(uint32_t code) {
-    std::string text;
-    switch (code) {
-        case vt::kRegNotFound:
-            text = "not found";
-            break;
-        case vt::kRegAccessDenied:
-            text = "access denied";
-            break;
-        case vt::kRegInvalidData:
-            text = "value has another type";
-            break;
-        case vt::kRegInvalidParameter:
-            text = "invalid parameter";
-            break;
-        case vt::kRegBadPathname:
-            text = "malformed key path";
-            break;
-        case vt::kRegBusy:
-            text = "registry busy";
-            break;
-        case vt::kRegCorrupt:
-            text = "registry file is corrupt or not a registry";
-            break;
-        case vt::kRegIoFailed:
-            text = "registry input/output failed";
-            break;
-        case vt::kRegKeyDeleted:
-            text = "key was deleted";
-            break;
-        default:
-            text = "failed";
-            break;
-    }
+    static constexpr struct {
+        uint32_t code;
+        const char* text;
+    } kTexts[] = {
+        {vt::kRegNotFound, "not found"},
+        {vt::kRegAccessDenied, "access denied"},
+        {vt::kRegInvalidData, "value has another type"},
+        {vt::kRegInvalidParameter, "invalid parameter"},
+        {vt::kRegBadPathname, "malformed key path"},
+        {vt::kRegBusy, "registry busy"},
+        {vt::kRegCorrupt, "registry file is corrupt or not a registry"},
+        {vt::kRegIoFailed, "registry input/output failed"},
+        {vt::kRegKeyDeleted, "key was deleted"},
+    };
+    std::string text = "failed";
+    for (const auto& t : kTexts)
+        if (t.code == code) text = t.text;
     return text + " (error " + std::to_string(code) + ")";
 }
 
@@ -75,25 +65,21 @@ std::string narrow(std::u16string_view w) {
     return s;
 }
 
+struct TypeName {
+    uint32_t type;
+    const char* name;
+};
+constexpr TypeName kTypeNames[] = {
+    {vt::kRegNone, "REG_NONE"},          {vt::kRegSz, "REG_SZ"},
+    {vt::kRegExpandSz, "REG_EXPAND_SZ"}, {vt::kRegBinary, "REG_BINARY"},
+    {vt::kRegDword, "REG_DWORD"},        {vt::kRegMultiSz, "REG_MULTI_SZ"},
+    {vt::kRegQword, "REG_QWORD"},
+};
+
 const char* typeName(uint32_t type) {
-    switch (type) {
-        case vt::kRegNone:
-            return "REG_NONE";
-        case vt::kRegSz:
-            return "REG_SZ";
-        case vt::kRegExpandSz:
-            return "REG_EXPAND_SZ";
-        case vt::kRegBinary:
-            return "REG_BINARY";
-        case vt::kRegDword:
-            return "REG_DWORD";
-        case vt::kRegMultiSz:
-            return "REG_MULTI_SZ";
-        case vt::kRegQword:
-            return "REG_QWORD";
-        default:
-            return nullptr;
-    }
+    for (const auto& t : kTypeNames)
+        if (t.type == type) return t.name;
+    return nullptr;
 }
 
 uint64_t littleEndian(const std::vector<uint8_t>& data) {
@@ -136,8 +122,8 @@ std::string showValue(const vt::RegValue& v) {
     return out;
 }
 
-template <typename T>
-bool parseNumber(const std::string& text, T& value) {
+// A decimal or "0x" hexadecimal number, the whole text.
+bool parseNumber(const std::string& text, uint64_t& value) {
     std::string_view s = text;
     int base = 10;
     if (s.size() > 2 && s[0] == '0' && (s[1] == 'x' || s[1] == 'X')) {
@@ -153,67 +139,68 @@ bool encodeValue(const std::string& type, const std::string& text, uint32_t& reg
                  std::vector<uint8_t>& data, std::string& reason) {
     std::string t = narrow(vt::upcase(wide(type)));
     if (t.rfind("REG_", 0) != 0) t = "REG_" + t;
-    if (t == "REG_SZ" || t == "REG_EXPAND_SZ") {
-        regType = t == "REG_SZ" ? vt::kRegSz : vt::kRegExpandSz;
-        data = vt::regStringBytes(wide(text));
-        return true;
-    }
-    if (t == "REG_DWORD") {
-        uint32_t v = 0;
-        if (!parseNumber(text, v))
-            return reason = "REG_DWORD needs a number from 0 to 4294967295 (or 0x...)", false;
-        regType = vt::kRegDword;
-        data = vt::regDwordBytes(v);
-        return true;
-    }
-    if (t == "REG_QWORD") {
-        uint64_t v = 0;
-        if (!parseNumber(text, v))
-            return reason = "REG_QWORD needs a number from 0 to 2^64-1 (or 0x...)", false;
-        regType = vt::kRegQword;
-        data = vt::regQwordBytes(v);
-        return true;
-    }
-    if (t == "REG_MULTI_SZ") {
-        regType = vt::kRegMultiSz;
-        const std::u16string all = wide(text);
-        data.clear();
-        size_t start = 0;
-        for (;;) {
-            const size_t sep = all.find(u"\\0", start);
-            const auto part = std::u16string_view(all).substr(
-                start, sep == std::u16string::npos ? sep : sep - start);
-            if (!part.empty() || sep != std::u16string::npos) {
-                const auto bytes = vt::regStringBytes(part);
-                data.insert(data.end(), bytes.begin(), bytes.end());
+    regType = vt::kRegNone;
+    for (const auto& n : kTypeNames)
+        if (t == n.name) regType = n.type;
+    switch (regType) {
+        case vt::kRegSz:
+        case vt::kRegExpandSz:
+            data = vt::regStringBytes(wide(text));
+            return true;
+        case vt::kRegDword:
+        case vt::kRegQword: {
+            const bool dword = regType == vt::kRegDword;
+            uint64_t v = 0;
+            if (parseNumber(text, v) && (!dword || v <= UINT32_MAX)) {
+                data = dword ? vt::regDwordBytes(static_cast<uint32_t>(v)) : vt::regQwordBytes(v);
+                return true;
             }
-            if (sep == std::u16string::npos) break;
-            start = sep + 2;
+            reason = dword ? "REG_DWORD needs a number from 0 to 4294967295 (or 0x...)"
+                           : "REG_QWORD needs a number from 0 to 2^64-1 (or 0x...)";
+            return false;
         }
-        data.push_back(0);
-        data.push_back(0);
-        return true;
-    }
-    if (t == "REG_BINARY") {
-        regType = vt::kRegBinary;
-        data.clear();
-        std::string digits;
-        for (char c : text)
-            if (c != ',' && c != ' ' && c != ':') digits += c;
-        if (digits.size() % 2)
-            return reason = "REG_BINARY needs whole bytes of two hex digits", false;
-        for (size_t i = 0; i < digits.size(); i += 2) {
-            uint8_t b = 0;
-            const auto [end, ec] = std::from_chars(digits.data() + i, digits.data() + i + 2, b, 16);
-            if (ec != std::errc() || end != digits.data() + i + 2)
-                return reason = "REG_BINARY needs hex digits, e.g. 01,ff,2a", false;
-            data.push_back(b);
+        case vt::kRegMultiSz: {
+            const std::u16string all = wide(text);
+            data.clear();
+            size_t start = 0;
+            for (;;) {
+                const size_t sep = all.find(u"\\0", start);
+                const auto part = std::u16string_view(all).substr(
+                    start, sep == std::u16string::npos ? sep : sep - start);
+                if (!part.empty() || sep != std::u16string::npos) {
+                    const auto bytes = vt::regStringBytes(part);
+                    data.insert(data.end(), bytes.begin(), bytes.end());
+                }
+                if (sep == std::u16string::npos) break;
+                start = sep + 2;
+            }
+            data.push_back(0);
+            data.push_back(0);
+            return true;
         }
-        return true;
+        case vt::kRegBinary: {
+            data.clear();
+            std::string digits;
+            for (char c : text)
+                if (c != ',' && c != ' ' && c != ':') digits += c;
+            if (digits.size() % 2)
+                return reason = "REG_BINARY needs whole bytes of two hex digits", false;
+            for (size_t i = 0; i < digits.size(); i += 2) {
+                uint8_t b = 0;
+                const auto [end, ec] =
+                    std::from_chars(digits.data() + i, digits.data() + i + 2, b, 16);
+                if (ec != std::errc() || end != digits.data() + i + 2)
+                    return reason = "REG_BINARY needs hex digits, e.g. 01,ff,2a", false;
+                data.push_back(b);
+            }
+            return true;
+        }
+        default:  // REG_NONE included: a value needs a type
+            reason = "unknown type '" + type +
+                     "' (REG_SZ, REG_EXPAND_SZ, REG_DWORD, REG_QWORD, REG_MULTI_SZ, "
+                     "REG_BINARY)";
+            return false;
     }
-    reason = "unknown type '" + type +
-             "' (REG_SZ, REG_EXPAND_SZ, REG_DWORD, REG_QWORD, REG_MULTI_SZ, REG_BINARY)";
-    return false;
 }
 
 class Cli {
@@ -235,6 +222,23 @@ class Cli {
         if (parseKeyName(wide(arg), path, reason)) return true;
         m_err << "vtreg: " << arg << ": " << reason << "\n";
         return false;
+    }
+
+    // KEY parsed, and below the root: `refusal` is the message for the root itself.
+    int subkey(const std::string& arg, std::u16string& path, const char* refusal) {
+        if (!key(arg, path)) return kExitFailure;
+        return path.empty() ? fail(refusal) : kExitOk;
+    }
+
+    // The exit code of a registry call on `what` (KEY or KEY\NAME), with its message.
+    int check(uint32_t rc, const std::string& what) {
+        return rc == vt::kRegOk ? kExitOk : fail(what + ": " + errorText(rc));
+    }
+
+    int openKey(const std::string& arg, uint32_t access, vt::RegKey& handle) {
+        std::u16string path;
+        if (!key(arg, path)) return kExitFailure;
+        return check(handle.open(vt::RegRoot::LocalMachine, path, access), arg);
     }
 
     int importFile(const std::string& file) {
@@ -277,24 +281,22 @@ class Cli {
             }
         }
         std::string text;
-        if (const uint32_t rc = exportRegFile(path, encoding, text); rc != vt::kRegOk)
-            return fail((haveKey ? args.back() : std::string("HKEY_LOCAL_MACHINE")) + ": " +
-                        errorText(rc));
+        if (const int e = check(exportRegFile(path, encoding, text),
+                                haveKey ? args.back() : "HKEY_LOCAL_MACHINE");
+            e != kExitOk)
+            return e;
         m_out.write(text.data(), static_cast<std::streamsize>(text.size()));
         return m_out ? kExitOk : fail("writing the output failed");
     }
 
     int get(const std::string& keyArg, const std::string& name) {
-        std::u16string path;
-        if (!key(keyArg, path)) return kExitFailure;
         vt::RegKey handle;
-        if (const uint32_t rc = handle.open(vt::RegRoot::LocalMachine, path, vt::kKeyRead);
-            rc != vt::kRegOk)
-            return fail(keyArg + ": " + errorText(rc));
+        if (const int e = openKey(keyArg, vt::kKeyRead, handle); e != kExitOk) return e;
         vt::RegValue v;
         v.name = wide(name);
-        if (const uint32_t rc = handle.queryValue(v.name, v.type, v.data); rc != vt::kRegOk)
-            return fail(keyArg + "\\" + name + ": " + errorText(rc));
+        if (const int e = check(handle.queryValue(v.name, v.type, v.data), keyArg + "\\" + name);
+            e != kExitOk)
+            return e;
         m_out << showValue(v) << "\n";
         return kExitOk;
     }
@@ -302,53 +304,43 @@ class Cli {
     int set(const std::string& keyArg, const std::string& name, const std::string& type,
             const std::string& value) {
         std::u16string path;
-        if (!key(keyArg, path)) return kExitFailure;
-        if (path.empty()) return fail("HKEY_LOCAL_MACHINE itself cannot hold values");
+        if (const int e = subkey(keyArg, path, "HKEY_LOCAL_MACHINE itself cannot hold values");
+            e != kExitOk)
+            return e;
         uint32_t regType = 0;
         std::vector<uint8_t> data;
         std::string reason;
         if (!encodeValue(type, value, regType, data, reason)) return usage(reason);
         vt::RegKey handle;
-        if (const uint32_t rc = handle.create(vt::RegRoot::LocalMachine, path); rc != vt::kRegOk)
-            return fail(keyArg + ": " + errorText(rc));
-        if (const uint32_t rc = handle.setValue(wide(name), regType, data.data(), data.size());
-            rc != vt::kRegOk)
-            return fail(keyArg + "\\" + name + ": " + errorText(rc));
-        return kExitOk;
+        if (const int e = check(handle.create(vt::RegRoot::LocalMachine, path), keyArg);
+            e != kExitOk)
+            return e;
+        return check(handle.setValue(wide(name), regType, data.data(), data.size()),
+                     keyArg + "\\" + name);
     }
 
     int remove(const std::string& keyArg, const std::string* name) {
-        std::u16string path;
-        if (!key(keyArg, path)) return kExitFailure;
-        if (!name) {
-            if (path.empty()) return fail("HKEY_LOCAL_MACHINE itself cannot be deleted");
-            if (const uint32_t rc = vt::regDeleteTree(vt::RegRoot::LocalMachine, path);
-                rc != vt::kRegOk)
-                return fail(keyArg + ": " + errorText(rc));
-            return kExitOk;
+        if (name) {
+            vt::RegKey handle;
+            if (const int e = openKey(keyArg, vt::kKeyRead | vt::kKeyWrite, handle); e != kExitOk)
+                return e;
+            return check(handle.deleteValue(wide(*name)), keyArg + "\\" + *name);
         }
-        vt::RegKey handle;
-        if (const uint32_t rc =
-                handle.open(vt::RegRoot::LocalMachine, path, vt::kKeyRead | vt::kKeyWrite);
-            rc != vt::kRegOk)
-            return fail(keyArg + ": " + errorText(rc));
-        if (const uint32_t rc = handle.deleteValue(wide(*name)); rc != vt::kRegOk)
-            return fail(keyArg + "\\" + *name + ": " + errorText(rc));
-        return kExitOk;
+        std::u16string path;
+        if (const int e = subkey(keyArg, path, "HKEY_LOCAL_MACHINE itself cannot be deleted");
+            e != kExitOk)
+            return e;
+        return check(vt::regDeleteTree(vt::RegRoot::LocalMachine, path), keyArg);
     }
 
     int list(const std::string& keyArg) {
-        std::u16string path;
-        if (!key(keyArg, path)) return kExitFailure;
         vt::RegKey handle;
-        if (const uint32_t rc = handle.open(vt::RegRoot::LocalMachine, path, vt::kKeyRead);
-            rc != vt::kRegOk)
-            return fail(keyArg + ": " + errorText(rc));
+        if (const int e = openKey(keyArg, vt::kKeyRead, handle); e != kExitOk) return e;
         std::vector<std::u16string> subkeys;
         std::vector<vt::RegValue> values;
         uint32_t rc = handle.enumSubKeys(subkeys);
         if (rc == vt::kRegOk) rc = handle.enumValues(values);
-        if (rc != vt::kRegOk) return fail(keyArg + ": " + errorText(rc));
+        if (const int e = check(rc, keyArg); e != kExitOk) return e;
         for (const auto& s : subkeys) m_out << narrow(s) << "\\\n";
         for (const auto& v : values) {
             const char* type = typeName(v.type);

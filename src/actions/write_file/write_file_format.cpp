@@ -6,7 +6,7 @@
 #include "model/info_unit.h"
 #include "model/property_replacer.h"
 #include "model/unit_time.h"
-#include "platform/local_clock.h"
+#include "platform/local_time.h"
 #include "platform/text_codec.h"
 #include "service/error_report.h"
 
@@ -254,12 +254,11 @@ std::u16string makeSegmentName(std::u16string_view stem, int32_t segment,
 int64_t endOfDay(int64_t now, bool utc) noexcept {
     constexpr int64_t kDay = 86400;
     if (!utc) {
-        std::tm tm{};
-        if (localCalendar(now, tm)) {
-            tm.tm_mday += 1;
-            tm.tm_hour = tm.tm_min = tm.tm_sec = 0;
-            tm.tm_isdst = -1;
-            const int64_t next = fromLocalCalendar(tm);
+        CivilTime t;
+        if (localTimeOf(now, t)) {
+            t.day += 1;
+            t.hour = t.minute = t.second = 0;
+            const int64_t next = secondsOfLocalTime(t);
             if (next > now) return next;
         }
     }

@@ -24,6 +24,7 @@
 #include <cstdlib>
 #include <mutex>
 #include <unordered_map>
+#include <utility>
 
 #include "platform/case_fold.h"
 #include "platform/registry.h"
@@ -95,10 +96,19 @@ void makeParentDirectories(const std::string& file) {
         ::mkdir(file.substr(0, pos).c_str(), 0755);  // existing directories fail harmlessly
 }
 
-// A cached prepared statement, reset and unbound when the scope ends.
+// Raw bytes to bind as a blob.
+struct Blob {
+    const void* data;
+    size_t size;
+};
+
+// A cached prepared statement, reset and unbound when the scope ends. One that could not be
+// prepared keeps the reason, and stepping it returns that.
 class Statement {
   public:
-    explicit Statement(sqlite3_stmt* stmt) : m_stmt(stmt) {}
+    Statement(sqlite3_stmt* stmt, uint32_t error) : m_stmt(stmt), m_error(error) {}
+    Statement(Statement&& other) noexcept
+        : m_stmt(std::exchange(other.m_stmt, nullptr)), m_error(other.m_error) {}
     ~Statement() {
         if (m_stmt) {
             sqlite3_reset(m_stmt);
@@ -107,23 +117,40 @@ class Statement {
     }
     Statement(const Statement&) = delete;
     Statement& operator=(const Statement&) = delete;
+    Statement& operator=(Statement&&) = delete;
 
     bool ok() const { return m_stmt != nullptr; }
-    Statement& bind(int i, int64_t v) {
-        sqlite3_bind_int64(m_stmt, i, v);
-        return *this;
-    }
-    Statement& bind(int i, const std::string& v) {
+    void bind(int i, int64_t v) { sqlite3_bind_int64(m_stmt, i, v); }
+    void bind(int i, const std::string& v) {
         sqlite3_bind_text(m_stmt, i, v.data(), static_cast<int>(v.size()), SQLITE_TRANSIENT);
-        return *this;
     }
-    Statement& bindBlob(int i, const void* data, size_t size) {
+    void bind(int i, const Blob& v) {
         // A zero-length blob must still be a blob, not NULL (the column is NOT NULL).
         static const uint8_t kEmpty = 0;
-        sqlite3_bind_blob64(m_stmt, i, size ? data : &kEmpty, size, SQLITE_TRANSIENT);
-        return *this;
+        sqlite3_bind_blob64(m_stmt, i, v.size ? v.data : &kEmpty, v.size, SQLITE_TRANSIENT);
     }
-    int step() { return sqlite3_step(m_stmt); }
+
+    // One step: `row` tells whether it gave a row; a finished statement is no error.
+    uint32_t step(bool& row) {
+        row = false;
+        if (!m_stmt) return m_error;
+        const int rc = sqlite3_step(m_stmt);
+        row = rc == SQLITE_ROW;
+        return row || rc == SQLITE_DONE ? kRegOk : mapSqlite(rc);
+    }
+    // Runs a statement that changes rows.
+    uint32_t run() {
+        bool row = false;
+        return step(row);
+    }
+    template <typename OnRow>
+    uint32_t forEachRow(OnRow onRow) {
+        bool row = false;
+        uint32_t err;
+        while ((err = step(row)) == kRegOk && row) onRow();
+        return err;
+    }
+
     int64_t int64(int col) { return sqlite3_column_int64(m_stmt, col); }
     std::u16string text(int col) {
         const auto* p = reinterpret_cast<const char*>(sqlite3_column_text(m_stmt, col));
@@ -137,6 +164,7 @@ class Statement {
 
   private:
     sqlite3_stmt* m_stmt;
+    uint32_t m_error;
 };
 
 class Hive {
@@ -198,15 +226,13 @@ class Hive {
 
     sqlite3* db() const { return m_db; }
 
-    Statement prepare(const char* sql) {
-        auto it = m_cache.find(sql);
-        if (it != m_cache.end()) return Statement(it->second);
-        sqlite3_stmt* stmt = nullptr;
-        if (sqlite3_prepare_v3(m_db, sql, -1, SQLITE_PREPARE_PERSISTENT, &stmt, nullptr) !=
-            SQLITE_OK)
-            return Statement(nullptr);
-        m_cache.emplace(sql, stmt);
-        return Statement(stmt);
+    // The statement for `sql` with `args` bound to ?1, ?2, ...
+    template <typename... Args>
+    Statement prepare(const char* sql, const Args&... args) {
+        Statement st = cached(sql);
+        int i = 0;
+        if (st.ok()) (st.bind(++i, args), ...);
+        return st;
     }
 
     uint32_t exec(const char* sql) {
@@ -216,6 +242,17 @@ class Hive {
     uint32_t lastError() const { return m_db ? mapSqlite(sqlite3_errcode(m_db)) : kRegIoFailed; }
 
   private:
+    Statement cached(const char* sql) {
+        auto it = m_cache.find(sql);
+        if (it != m_cache.end()) return Statement(it->second, kRegOk);
+        sqlite3_stmt* stmt = nullptr;
+        if (sqlite3_prepare_v3(m_db, sql, -1, SQLITE_PREPARE_PERSISTENT, &stmt, nullptr) !=
+            SQLITE_OK)
+            return Statement(nullptr, lastError());
+        m_cache.emplace(sql, stmt);
+        return Statement(stmt, kRegOk);
+    }
+
     std::string currentPath() const {
         if (!m_override.empty()) return m_override;
         const char* env = std::getenv("VTAGENT_REGISTRY");
@@ -269,43 +306,122 @@ class WriteTransaction {
     uint32_t m_error = kRegOk;
 };
 
-// Finds the child key `name` of `parent`: its id, or -1 when there is none.
-uint32_t findChild(Hive& h, int64_t parent, std::u16string_view name, int64_t& id) {
-    Statement st = h.prepare("SELECT id FROM keys WHERE parent=?1 AND fold=?2");
-    if (!st.ok()) return h.lastError();
-    st.bind(1, parent).bind(2, foldKey(name));
-    const int rc = st.step();
-    if (rc == SQLITE_ROW) {
-        id = st.int64(0);
-        return kRegOk;
-    }
-    id = -1;
-    return rc == SQLITE_DONE ? kRegOk : mapSqlite(rc);
+// What a call does when the hive file does not exist yet.
+enum class NoHive { Fail, Create, IsEmpty };
+
+// Runs `body(hive)` under the hive's lock once the hive is open.
+template <typename Body>
+uint32_t withHive(NoHive missing, Body&& body) {
+    Hive& h = hive();
+    std::lock_guard lock(h.mutex);
+    if (const uint32_t err = h.ensureOpen(missing == NoHive::Create); err != kRegOk)
+        return err == kRegNotFound && missing == NoHive::IsEmpty ? kRegOk : err;
+    return body(h);
 }
 
-uint32_t resolve(Hive& h, const std::vector<std::u16string_view>& parts, int64_t& id) {
-    id = 0;
+// The same inside a write transaction, committed when `body` returns kRegOk.
+template <typename Body>
+uint32_t writeHive(NoHive missing, Body&& body) {
+    return withHive(missing, [&body](Hive& h) {
+        WriteTransaction txn(h);
+        if (txn.error() != kRegOk) return txn.error();
+        if (const uint32_t err = body(h); err != kRegOk) return err;  // rolled back by txn
+        return txn.commit();
+    });
+}
+
+// kRegOk when a handle is open with `right` among its access rights.
+uint32_t checkHandle(bool open, uint32_t access, uint32_t right) {
+    if (!open) return kRegInvalidHandle;
+    return (access & right) ? kRegOk : kRegAccessDenied;
+}
+
+// Finds the child key `name` of `parent`: its id, or -1 when there is none.
+uint32_t findChild(Hive& h, int64_t parent, std::u16string_view name, int64_t& id) {
+    Statement st =
+        h.prepare("SELECT id FROM keys WHERE parent=?1 AND fold=?2", parent, foldKey(name));
+    bool row = false;
+    const uint32_t err = st.step(row);
+    id = row ? st.int64(0) : -1;
+    return err;
+}
+
+// The id of the key named by `parts`, each missing key created on the way when `create`;
+// `id` is set only on success.
+uint32_t resolve(Hive& h, const std::vector<std::u16string_view>& parts, bool create, int64_t& id) {
+    int64_t at = 0;
     for (const auto& part : parts) {
-        if (const uint32_t err = findChild(h, id, part, id); err != kRegOk) return err;
-        if (id < 0) return kRegNotFound;
+        int64_t child = -1;
+        if (const uint32_t err = findChild(h, at, part, child); err != kRegOk) return err;
+        if (child < 0) {
+            if (!create) return kRegNotFound;
+            Statement st = h.prepare("INSERT INTO keys(parent, name, fold) VALUES(?1, ?2, ?3)", at,
+                                     toUtf8(part), foldKey(part));
+            if (const uint32_t err = st.run(); err != kRegOk) return err;
+            child = sqlite3_last_insert_rowid(h.db());
+        }
+        at = child;
     }
+    id = at;
     return kRegOk;
 }
 
 // kRegOk when the key still exists, kRegKeyDeleted when it was deleted.
 uint32_t checkAlive(Hive& h, int64_t id) {
     if (id == 0) return kRegOk;
-    Statement st = h.prepare("SELECT 1 FROM keys WHERE id=?1");
-    if (!st.ok()) return h.lastError();
-    st.bind(1, id);
-    const int rc = st.step();
-    if (rc == SQLITE_ROW) return kRegOk;
-    return rc == SQLITE_DONE ? kRegKeyDeleted : mapSqlite(rc);
+    Statement st = h.prepare("SELECT 1 FROM keys WHERE id=?1", id);
+    bool row = false;
+    if (const uint32_t err = st.step(row); err != kRegOk) return err;
+    return row ? kRegOk : kRegKeyDeleted;
 }
 
-uint32_t stepDone(Statement& st) {
-    const int rc = st.step();
-    return rc == SQLITE_DONE || rc == SQLITE_ROW ? kRegOk : mapSqlite(rc);
+// A call that found nothing: kRegNotFound, or why the key itself is gone.
+uint32_t notFoundIn(Hive& h, int64_t id) {
+    const uint32_t alive = checkAlive(h, id);
+    return alive == kRegOk ? kRegNotFound : alive;
+}
+
+// The id of the key at `path` (0: the root), created with any missing parent when `create`.
+// `id` is set only on success.
+uint32_t locateKey(std::u16string_view path, bool create, int64_t& id) {
+    std::vector<std::u16string_view> parts;
+    if (const uint32_t err = splitPath(path, parts); err != kRegOk) return err;
+    if (parts.empty()) {
+        id = 0;  // the root exists without a hive file
+        return kRegOk;
+    }
+    int64_t found = 0;
+    const auto body = [&](Hive& h) { return resolve(h, parts, create, found); };
+    const uint32_t err = create ? writeHive(NoHive::Create, body) : withHive(NoHive::Fail, body);
+    if (err == kRegOk) id = found;
+    return err;
+}
+
+uint32_t deleteKeyImpl(std::u16string_view path, bool recursive) {
+    std::vector<std::u16string_view> parts;
+    if (const uint32_t err = splitPath(path, parts); err != kRegOk) return err;
+    if (parts.empty()) return kRegAccessDenied;  // the root is never deleted
+    return writeHive(NoHive::Fail, [&](Hive& h) {
+        int64_t id = 0;
+        if (const uint32_t err = resolve(h, parts, false, id); err != kRegOk) return err;
+        if (!recursive) {
+            Statement st = h.prepare("SELECT 1 FROM keys WHERE parent=?1 LIMIT 1", id);
+            bool row = false;
+            if (const uint32_t err = st.step(row); err != kRegOk) return err;
+            if (row) return kRegAccessDenied;
+        }
+        static constexpr const char* kDeleteValues =
+            "WITH RECURSIVE sub(id) AS (SELECT ?1 UNION ALL"
+            " SELECT keys.id FROM keys JOIN sub ON keys.parent=sub.id)"
+            " DELETE FROM vals WHERE key IN sub";
+        static constexpr const char* kDeleteKeys =
+            "WITH RECURSIVE sub(id) AS (SELECT ?1 UNION ALL"
+            " SELECT keys.id FROM keys JOIN sub ON keys.parent=sub.id)"
+            " DELETE FROM keys WHERE id IN sub";
+        for (const char* sql : {kDeleteValues, kDeleteKeys})
+            if (const uint32_t err = h.prepare(sql, id).run(); err != kRegOk) return err;
+        return kRegOk;
+    });
 }
 
 }  // namespace
@@ -318,194 +434,96 @@ void RegKey::close() noexcept {
 
 uint32_t RegKey::open(RegRoot, std::u16string_view path, uint32_t access) {
     close();
-    std::vector<std::u16string_view> parts;
-    if (const uint32_t err = splitPath(path, parts); err != kRegOk) return err;
-    int64_t id = 0;
-    if (!parts.empty()) {
-        Hive& h = hive();
-        std::lock_guard lock(h.mutex);
-        if (const uint32_t err = h.ensureOpen(false); err != kRegOk) return err;
-        if (const uint32_t err = resolve(h, parts, id); err != kRegOk) return err;
-    }
-    m_open = true;
-    m_id = id;
-    m_access = access;
-    return kRegOk;
+    const uint32_t err = locateKey(path, false, m_id);
+    m_open = err == kRegOk;
+    if (m_open) m_access = access;
+    return err;
 }
 
 uint32_t RegKey::create(RegRoot, std::u16string_view path, uint32_t access) {
     close();
-    std::vector<std::u16string_view> parts;
-    if (const uint32_t err = splitPath(path, parts); err != kRegOk) return err;
-    int64_t id = 0;
-    if (!parts.empty()) {
-        Hive& h = hive();
-        std::lock_guard lock(h.mutex);
-        if (const uint32_t err = h.ensureOpen(true); err != kRegOk) return err;
-        WriteTransaction txn(h);
-        if (txn.error() != kRegOk) return txn.error();
-        for (const auto& part : parts) {
-            int64_t child = -1;
-            if (const uint32_t err = findChild(h, id, part, child); err != kRegOk) return err;
-            if (child < 0) {
-                Statement st = h.prepare("INSERT INTO keys(parent, name, fold) VALUES(?1, ?2, ?3)");
-                if (!st.ok()) return h.lastError();
-                st.bind(1, id).bind(2, toUtf8(part)).bind(3, foldKey(part));
-                if (const uint32_t err = stepDone(st); err != kRegOk) return err;
-                child = sqlite3_last_insert_rowid(h.db());
-            }
-            id = child;
-        }
-        if (const uint32_t err = txn.commit(); err != kRegOk) return err;
-    }
-    m_open = true;
-    m_id = id;
-    m_access = access;
-    return kRegOk;
+    const uint32_t err = locateKey(path, true, m_id);
+    m_open = err == kRegOk;
+    if (m_open) m_access = access;
+    return err;
 }
 
 uint32_t RegKey::queryValue(std::u16string_view name, uint32_t& type,
                             std::vector<uint8_t>& data) const {
-    if (!m_open) return kRegInvalidHandle;
-    if (!(m_access & kKeyQueryValue)) return kRegAccessDenied;
-    Hive& h = hive();
-    std::lock_guard lock(h.mutex);
-    if (const uint32_t err = h.ensureOpen(false); err != kRegOk) return err;
-    {
-        Statement st = h.prepare("SELECT type, data FROM vals WHERE key=?1 AND fold=?2");
-        if (!st.ok()) return h.lastError();
-        st.bind(1, m_id).bind(2, foldKey(name));
-        const int rc = st.step();
-        if (rc == SQLITE_ROW) {
-            type = static_cast<uint32_t>(st.int64(0));
-            data = st.blob(1);
-            return kRegOk;
+    if (const uint32_t err = checkHandle(m_open, m_access, kKeyQueryValue); err != kRegOk)
+        return err;
+    return withHive(NoHive::Fail, [&](Hive& h) {
+        {
+            Statement st = h.prepare("SELECT type, data FROM vals WHERE key=?1 AND fold=?2", m_id,
+                                     foldKey(name));
+            bool row = false;
+            if (const uint32_t err = st.step(row); err != kRegOk) return err;
+            if (row) {
+                type = static_cast<uint32_t>(st.int64(0));
+                data = st.blob(1);
+                return kRegOk;
+            }
         }
-        if (rc != SQLITE_DONE) return mapSqlite(rc);
-    }
-    const uint32_t alive = checkAlive(h, m_id);
-    return alive == kRegOk ? kRegNotFound : alive;
+        return notFoundIn(h, m_id);
+    });
 }
 
 uint32_t RegKey::setValue(std::u16string_view name, uint32_t type, const void* data,
                           size_t size) const {
-    if (!m_open) return kRegInvalidHandle;
-    if (!(m_access & kKeySetValue)) return kRegAccessDenied;
+    if (const uint32_t err = checkHandle(m_open, m_access, kKeySetValue); err != kRegOk) return err;
     if (m_id == 0) return kRegAccessDenied;  // the root holds keys only, as HKEY_LOCAL_MACHINE
-    Hive& h = hive();
-    std::lock_guard lock(h.mutex);
-    if (const uint32_t err = h.ensureOpen(true); err != kRegOk) return err;
-    WriteTransaction txn(h);
-    if (txn.error() != kRegOk) return txn.error();
-    if (const uint32_t err = checkAlive(h, m_id); err != kRegOk) return err;
-    {
+    return writeHive(NoHive::Create, [&](Hive& h) {
+        if (const uint32_t err = checkAlive(h, m_id); err != kRegOk) return err;
         // An existing value keeps its name's case and its place in the enumeration order.
         Statement st = h.prepare(
             "INSERT INTO vals(key, name, fold, type, data) VALUES(?1, ?2, ?3, ?4, ?5)"
-            " ON CONFLICT(key, fold) DO UPDATE SET type=excluded.type, data=excluded.data");
-        if (!st.ok()) return h.lastError();
-        st.bind(1, m_id).bind(2, toUtf8(name)).bind(3, foldKey(name)).bind(4, int64_t{type});
-        st.bindBlob(5, data, size);
-        if (const uint32_t err = stepDone(st); err != kRegOk) return err;
-    }
-    return txn.commit();
+            " ON CONFLICT(key, fold) DO UPDATE SET type=excluded.type, data=excluded.data",
+            m_id, toUtf8(name), foldKey(name), int64_t{type}, Blob{data, size});
+        return st.run();
+    });
 }
 
 uint32_t RegKey::deleteValue(std::u16string_view name) const {
-    if (!m_open) return kRegInvalidHandle;
-    if (!(m_access & kKeySetValue)) return kRegAccessDenied;
-    Hive& h = hive();
-    std::lock_guard lock(h.mutex);
-    if (const uint32_t err = h.ensureOpen(false); err != kRegOk) return err;
-    {
-        Statement st = h.prepare("DELETE FROM vals WHERE key=?1 AND fold=?2");
-        if (!st.ok()) return h.lastError();
-        st.bind(1, m_id).bind(2, foldKey(name));
-        if (const uint32_t err = stepDone(st); err != kRegOk) return err;
-    }
-    if (sqlite3_changes(h.db()) > 0) return kRegOk;
-    const uint32_t alive = checkAlive(h, m_id);
-    return alive == kRegOk ? kRegNotFound : alive;
+    if (const uint32_t err = checkHandle(m_open, m_access, kKeySetValue); err != kRegOk) return err;
+    return withHive(NoHive::Fail, [&](Hive& h) {
+        const uint32_t err =
+            h.prepare("DELETE FROM vals WHERE key=?1 AND fold=?2", m_id, foldKey(name)).run();
+        if (err != kRegOk) return err;
+        return sqlite3_changes(h.db()) > 0 ? kRegOk : notFoundIn(h, m_id);
+    });
 }
 
 uint32_t RegKey::enumSubKeys(std::vector<std::u16string>& names) const {
     names.clear();
-    if (!m_open) return kRegInvalidHandle;
-    if (!(m_access & kKeyEnumerateSubKeys)) return kRegAccessDenied;
-    Hive& h = hive();
-    std::lock_guard lock(h.mutex);
-    if (const uint32_t err = h.ensureOpen(false); err != kRegOk)
-        return err == kRegNotFound ? kRegOk : err;  // no hive yet: the root has no subkeys
-    {
-        Statement st = h.prepare("SELECT name FROM keys WHERE parent=?1 ORDER BY fold");
-        if (!st.ok()) return h.lastError();
-        st.bind(1, m_id);
-        int rc;
-        while ((rc = st.step()) == SQLITE_ROW) names.push_back(st.text(0));
-        if (rc != SQLITE_DONE) return mapSqlite(rc);
-    }
-    return names.empty() ? checkAlive(h, m_id) : kRegOk;
+    if (const uint32_t err = checkHandle(m_open, m_access, kKeyEnumerateSubKeys); err != kRegOk)
+        return err;
+    // No hive yet: the root has no subkeys.
+    return withHive(NoHive::IsEmpty, [&](Hive& h) {
+        {
+            Statement st = h.prepare("SELECT name FROM keys WHERE parent=?1 ORDER BY fold", m_id);
+            const uint32_t err = st.forEachRow([&] { names.push_back(st.text(0)); });
+            if (err != kRegOk) return err;
+        }
+        return names.empty() ? checkAlive(h, m_id) : kRegOk;
+    });
 }
 
 uint32_t RegKey::enumValues(std::vector<RegValue>& values) const {
     values.clear();
-    if (!m_open) return kRegInvalidHandle;
-    if (!(m_access & kKeyQueryValue)) return kRegAccessDenied;
-    Hive& h = hive();
-    std::lock_guard lock(h.mutex);
-    if (const uint32_t err = h.ensureOpen(false); err != kRegOk)
-        return err == kRegNotFound ? kRegOk : err;
-    {
-        Statement st = h.prepare("SELECT name, type, data FROM vals WHERE key=?1 ORDER BY rowid");
-        if (!st.ok()) return h.lastError();
-        st.bind(1, m_id);
-        int rc;
-        while ((rc = st.step()) == SQLITE_ROW)
-            values.push_back({st.text(0), static_cast<uint32_t>(st.int64(1)), st.blob(2)});
-        if (rc != SQLITE_DONE) return mapSqlite(rc);
-    }
-    return values.empty() ? checkAlive(h, m_id) : kRegOk;
+    if (const uint32_t err = checkHandle(m_open, m_access, kKeyQueryValue); err != kRegOk)
+        return err;
+    return withHive(NoHive::IsEmpty, [&](Hive& h) {
+        {
+            Statement st =
+                h.prepare("SELECT name, type, data FROM vals WHERE key=?1 ORDER BY rowid", m_id);
+            const uint32_t err = st.forEachRow([&] {
+                values.push_back({st.text(0), static_cast<uint32_t>(st.int64(1)), st.blob(2)});
+            });
+            if (err != kRegOk) return err;
+        }
+        return values.empty() ? checkAlive(h, m_id) : kRegOk;
+    });
 }
-
-namespace {
-
-uint32_t deleteKeyImpl(std::u16string_view path, bool recursive) {
-    std::vector<std::u16string_view> parts;
-    if (const uint32_t err = splitPath(path, parts); err != kRegOk) return err;
-    if (parts.empty()) return kRegAccessDenied;  // the root is never deleted
-    Hive& h = hive();
-    std::lock_guard lock(h.mutex);
-    if (const uint32_t err = h.ensureOpen(false); err != kRegOk) return err;
-    WriteTransaction txn(h);
-    if (txn.error() != kRegOk) return txn.error();
-    int64_t id = 0;
-    if (const uint32_t err = resolve(h, parts, id); err != kRegOk) return err;
-    if (!recursive) {
-        Statement st = h.prepare("SELECT 1 FROM keys WHERE parent=?1 LIMIT 1");
-        if (!st.ok()) return h.lastError();
-        st.bind(1, id);
-        const int rc = st.step();
-        if (rc == SQLITE_ROW) return kRegAccessDenied;
-        if (rc != SQLITE_DONE) return mapSqlite(rc);
-    }
-    static constexpr const char* kDeleteValues =
-        "WITH RECURSIVE sub(id) AS (SELECT ?1 UNION ALL"
-        " SELECT keys.id FROM keys JOIN sub ON keys.parent=sub.id)"
-        " DELETE FROM vals WHERE key IN sub";
-    static constexpr const char* kDeleteKeys =
-        "WITH RECURSIVE sub(id) AS (SELECT ?1 UNION ALL"
-        " SELECT keys.id FROM keys JOIN sub ON keys.parent=sub.id)"
-        " DELETE FROM keys WHERE id IN sub";
-    for (const char* sql : {kDeleteValues, kDeleteKeys}) {
-        Statement st = h.prepare(sql);
-        if (!st.ok()) return h.lastError();
-        st.bind(1, id);
-        if (const uint32_t err = stepDone(st); err != kRegOk) return err;
-    }
-    return txn.commit();
-}
-
-}  // namespace
 
 uint32_t regDeleteKey(RegRoot, std::u16string_view path) {
     return deleteKeyImpl(path, false);
@@ -516,13 +534,7 @@ uint32_t regDeleteTree(RegRoot, std::u16string_view path) {
 }
 
 uint32_t regRunAtomically(const std::function<uint32_t()>& body) {
-    Hive& h = hive();
-    std::lock_guard lock(h.mutex);
-    if (const uint32_t err = h.ensureOpen(true); err != kRegOk) return err;
-    WriteTransaction txn(h);
-    if (txn.error() != kRegOk) return txn.error();
-    if (const uint32_t err = body(); err != kRegOk) return err;  // rolled back by txn
-    return txn.commit();
+    return writeHive(NoHive::Create, [&body](Hive&) { return body(); });
 }
 
 void regSetHivePath(std::string path) {

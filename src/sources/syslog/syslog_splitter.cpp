@@ -2,7 +2,7 @@
 
 #include <ctime>
 
-#include "platform/local_clock.h"
+#include "platform/local_time.h"
 #include "platform/utf_codec.h"
 #include "service/debug_log.h"
 
@@ -62,12 +62,8 @@ int64_t localHourStart(int year, int month, int day, int hour) {
     };
     thread_local Entry last;
     if (last.year != year || last.month != month || last.day != day || last.hour != hour) {
-        std::tm tm{};
-        tm.tm_year = year - 1900;
-        tm.tm_mon = month;
-        tm.tm_mday = day;
-        tm.tm_hour = hour;
-        last = Entry{year, month, day, hour, fromLocalCalendar(tm)};
+        const CivilTime local{.year = year, .month = month + 1, .day = day, .hour = hour};
+        last = Entry{year, month, day, hour, secondsOfLocalTime(local)};
     }
     return last.start;
 }
@@ -130,8 +126,8 @@ SyslogClock SyslogClock::now() {
     thread_local SyslogClock last{-1, 1970};
     const auto seconds = static_cast<int64_t>(std::time(nullptr));
     if (seconds != last.receptionTime) {
-        std::tm tm{};
-        last.localYear = localCalendar(seconds, tm) ? tm.tm_year + 1900 : 1970;
+        CivilTime local;
+        last.localYear = localTimeOf(seconds, local) ? local.year : 1970;
         last.receptionTime = seconds;
     }
     return last;
