@@ -1,7 +1,11 @@
 #include "common/registry_fixture.h"
 
+#include <gtest/gtest.h>
+
 #include <atomic>
 #include <chrono>
+#include <cstdlib>
+#include <ctime>
 #include <fstream>
 #include <random>
 #include <sstream>
@@ -59,10 +63,7 @@ DebugCapture::~DebugCapture() {
 // The lines as their writers gave them: each line's "<thread>\t| <time> | <level>\t| " prefix
 // is cut off, so tests compare the texts alone.
 std::string DebugCapture::text() const {
-    std::ifstream in(m_file, std::ios::binary);
-    std::ostringstream out;
-    out << in.rdbuf();
-    const std::string raw = out.str();
+    const std::string raw = readFileBytes(m_file);
     std::string bodies;
     size_t start = 0;
     while (start < raw.size()) {
@@ -80,8 +81,74 @@ std::string DebugCapture::text() const {
     return bodies;
 }
 
+std::string DebugCapture::raw() const {
+    return readFileBytes(m_file);
+}
+
 void DebugCapture::clear() {
     std::ofstream(m_file, std::ios::binary | std::ios::trunc);
+}
+
+void regSetDword(const std::u16string& key, std::u16string_view name, uint32_t value) {
+    RegKey k;
+    ASSERT_EQ(k.create(RegRoot::LocalMachine, key), kRegOk);
+    const auto bytes = regDwordBytes(value);
+    ASSERT_EQ(k.setValue(name, kRegDword, bytes.data(), bytes.size()), kRegOk);
+}
+
+void regSetString(const std::u16string& key, std::u16string_view name, std::u16string_view value) {
+    RegKey k;
+    ASSERT_EQ(k.create(RegRoot::LocalMachine, key), kRegOk);
+    const auto bytes = regStringBytes(value);
+    ASSERT_EQ(k.setValue(name, kRegSz, bytes.data(), bytes.size()), kRegOk);
+}
+
+namespace {
+void putEnv(const char* name, const char* value) {
+#ifdef _WIN32
+    _putenv_s(name, value ? value : "");
+    _tzset();
+#else
+    if (value)
+        setenv(name, value, 1);
+    else
+        unsetenv(name);
+    tzset();
+#endif
+}
+}  // namespace
+
+ScopedEnv::ScopedEnv(const char* name, const std::string& value) : m_name(name) {
+    if (const char* old = std::getenv(name)) {
+        m_had = true;
+        m_previous = old;
+    }
+    putEnv(name, value.c_str());
+}
+ScopedEnv::~ScopedEnv() {
+    putEnv(m_name.c_str(), m_had ? m_previous.c_str() : nullptr);
+}
+
+std::string readFileBytes(const std::filesystem::path& file) {
+    std::ifstream in(file, std::ios::binary);
+    std::ostringstream s;
+    s << in.rdbuf();
+    return s.str();
+}
+
+std::vector<std::string> splitLines(const std::string& text) {
+    std::vector<std::string> lines;
+    size_t start = 0;
+    for (size_t end; (end = text.find("\r\n", start)) != std::string::npos; start = end + 2)
+        lines.push_back(text.substr(start, end - start));
+    if (start < text.size()) lines.push_back(text.substr(start));
+    return lines;
+}
+
+size_t countOf(const std::string& text, const std::string& what) {
+    size_t n = 0;
+    for (size_t at = text.find(what); at != std::string::npos; at = text.find(what, at + 1)) ++n;
+    return n;
 }
 
 }  // namespace vt::test

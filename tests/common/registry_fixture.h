@@ -1,6 +1,9 @@
 #pragma once
+#include <chrono>
 #include <filesystem>
 #include <string>
+#include <string_view>
+#include <thread>
 #include <vector>
 
 #include "service/debug_log.h"
@@ -52,6 +55,8 @@ class DebugCapture {
     DebugCapture(const DebugCapture&) = delete;
     DebugCapture& operator=(const DebugCapture&) = delete;
     std::string text() const;
+    // The file as written, each line with its thread, time and level.
+    std::string raw() const;
     void clear();
 
   private:
@@ -59,5 +64,45 @@ class DebugCapture {
     DebugLogSettings m_previous;
     std::string m_file;
 };
+
+// Writes registry values for a test below HKLM, creating keys as needed; fails the test on error.
+void regSetDword(const std::u16string& key, std::u16string_view name, uint32_t value);
+void regSetString(const std::u16string& key, std::u16string_view name, std::u16string_view value);
+
+// Sets an environment variable for the scope's lifetime (on Linux, for instance, the event
+// socket, so that reports of a test do not reach the system's log). "TZ" is re-read.
+class ScopedEnv {
+  public:
+    ScopedEnv(const char* name, const std::string& value);
+    ~ScopedEnv();
+    ScopedEnv(const ScopedEnv&) = delete;
+    ScopedEnv& operator=(const ScopedEnv&) = delete;
+
+  private:
+    std::string m_name, m_previous;
+    bool m_had = false;
+};
+
+// Sets the TZ variable (and re-reads it) for the scope's lifetime.
+class ScopedTimeZone : public ScopedEnv {
+  public:
+    explicit ScopedTimeZone(const char* tz) : ScopedEnv("TZ", tz) {}
+};
+
+std::string readFileBytes(const std::filesystem::path& file);
+// The lines of `text` ended by "\r\n"; a last line without one is kept.
+std::vector<std::string> splitLines(const std::string& text);
+size_t countOf(const std::string& text, const std::string& what);
+
+// Polls a condition that other threads make true; false when `limit` passes first.
+template <class Pred>
+bool eventually(Pred pred, std::chrono::milliseconds limit = std::chrono::seconds(20)) {
+    const auto end = std::chrono::steady_clock::now() + limit;
+    while (!pred()) {
+        if (std::chrono::steady_clock::now() > end) return false;
+        std::this_thread::sleep_for(std::chrono::milliseconds(1));
+    }
+    return true;
+}
 
 }  // namespace vt::test

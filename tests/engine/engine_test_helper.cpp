@@ -77,20 +77,6 @@ std::string traceOf(const CInfoUnit& unit) {
     return trace ? std::string(trace->narrowView()) : std::string();
 }
 
-void regSetDword(const std::u16string& key, std::u16string_view name, uint32_t value) {
-    RegKey k;
-    ASSERT_EQ(k.create(RegRoot::LocalMachine, key), kRegOk);
-    const auto bytes = regDwordBytes(value);
-    ASSERT_EQ(k.setValue(name, kRegDword, bytes.data(), bytes.size()), kRegOk);
-}
-
-void regSetString(const std::u16string& key, std::u16string_view name, std::u16string_view value) {
-    RegKey k;
-    ASSERT_EQ(k.create(RegRoot::LocalMachine, key), kRegOk);
-    const auto bytes = regStringBytes(value);
-    ASSERT_EQ(k.setValue(name, kRegSz, bytes.data(), bytes.size()), kRegOk);
-}
-
 std::unique_ptr<CConfigSettings> makeSettings() {
     return std::make_unique<CConfigSettings>();
 }

@@ -20,17 +20,6 @@ namespace {
 using namespace vt;
 using namespace vt::test;
 
-// Polls a condition that other threads make true; fails the test after 20 s.
-template <class Pred>
-bool eventually(Pred pred) {
-    const auto end = std::chrono::steady_clock::now() + std::chrono::seconds(20);
-    while (!pred()) {
-        if (std::chrono::steady_clock::now() > end) return false;
-        std::this_thread::sleep_for(std::chrono::milliseconds(1));
-    }
-    return true;
-}
-
 // A unit that tells when it is destroyed.
 class TrackedUnit : public CInfoUnit {
   public:

@@ -20,12 +20,6 @@ using namespace vt;
 using namespace vt::test;
 using namespace std::chrono_literals;
 
-size_t countOf(const std::string& text, const std::string& what) {
-    size_t n = 0;
-    for (size_t at = text.find(what); at != std::string::npos; at = text.find(what, at + 1)) ++n;
-    return n;
-}
-
 // Services configured below a test key, a rule base with one rule set "Default", and a host
 // that counts its checkpoints and stop requests.
 class ServiceManagerTest : public ::testing::Test {
