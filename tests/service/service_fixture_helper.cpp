@@ -1,9 +1,6 @@
 #include "service/service_fixture_helper.h"
 
 #include <atomic>
-#include <fstream>
-#include <random>
-#include <sstream>
 #include <utility>
 
 #ifndef _WIN32
@@ -16,26 +13,6 @@
 #endif
 
 namespace vt::test {
-
-std::string readFile(const std::string& path) {
-    std::ifstream in(path, std::ios::binary);
-    std::ostringstream out;
-    out << in.rdbuf();
-    return out.str();
-}
-
-std::vector<std::string> splitLines(const std::string& text) {
-    std::vector<std::string> lines;
-    size_t start = 0;
-    for (;;) {
-        const size_t end = text.find("\r\n", start);
-        if (end == std::string::npos) break;
-        lines.push_back(text.substr(start, end - start));
-        start = end + 2;
-    }
-    if (start < text.size()) lines.push_back(text.substr(start));
-    return lines;
-}
 
 DebugLogScope::DebugLogScope(const DebugLogSettings& settings) : m_previous(debugSettings()) {
     debugConfigure(settings);
