@@ -60,8 +60,6 @@ TEST_F(InfoUnitTest, FreshBaseUnitHasTheBasePropertiesInOrder) {
     EXPECT_EQ(unit.getPropertyString(u"msg"), nullptr);
     EXPECT_EQ(unit.getPropertyTime(u"timegenerated"), fixedClock());
     EXPECT_EQ(unit.getActionFailed(), 0);
-    EXPECT_EQ(unit.m_pUserData, nullptr);
-    EXPECT_EQ(unit.m_iUserData, 0);
 }
 
 TEST_F(InfoUnitTest, PrioritySetsImportanceButNotTheOtherWay) {
@@ -218,10 +216,6 @@ TEST_F(InfoUnitTest, RefusedXml) {
         {u"<event><iut>-1</iut></event>", "Non numerical IUT contained in InfoUnit - discarded."},
         {u"<event><iut>0</iut></event>", "invalid InfoUnit type (0)"},
         {u"<event><iut>6</iut></event>", "invalid InfoUnit type (6)"},
-        {u"<event><iut>7</iut></event>", "invalid InfoUnit type (7)"},
-        {u"<event><iut>15</iut></event>", "invalid InfoUnit type (15)"},
-        {u"<event><iut>16</iut></event>", "invalid InfoUnit type (16)"},
-        {u"<event><iut>23</iut></event>", "invalid InfoUnit type (23)"},
         {u"<event><iut>99</iut></event>", "invalid InfoUnit type (99)"},
         {u"", "invalid XML tree provided (no <event> present)"},
     };
@@ -311,12 +305,6 @@ TEST_F(InfoUnitTest, WaitableUnitSignalsItsCreator) {
     // The base class ignores the call.
     CInfoUnit plain;
     plain.signalProcessed();
-}
-
-TEST_F(InfoUnitTest, ActionFailedFlag) {
-    CInfoUnit unit;
-    unit.setActionFailed(1);
-    EXPECT_EQ(unit.getActionFailed(), 1);
 }
 
 }  // namespace
