@@ -51,7 +51,6 @@ class SendSyslogTest : public ::testing::Test {
         return v;
     }
 
-    EventLogRedirect m_events;
     ScopedRegistry m_registry;
     CConfigSettings m_settings;
     std::vector<std::unique_ptr<CActionListEntry>> m_entries;
@@ -221,41 +220,33 @@ TEST_F(SendSyslogTest, ServerRestartBetweenUnitsLosesNothing) {
     EXPECT_NE(capture.text().find("closed by the server"), std::string::npos) << capture.text();
 }
 
-// Nothing listening: the report is thrown (id 119, the system error attached), so the retry
-// and abort rules apply; with abort on, the rule stops.
-TEST_F(SendSyslogTest, UnreachableServerThrowsReport) {
+// Nothing listening, or RFC 3195 (not built): report 119 is thrown, never a silent drop, so
+// the retry and abort rules apply; with abort on, the rule stops.
+TEST_F(SendSyslogTest, UnreachableServerAndRfc3195ThrowReport) {
     uint16_t freePort = 0;
     {
         StreamSink probe;
         freePort = probe.port();
     }
-    CActionListEntry& entry = load(target("127.0.0.1", freePort, 1));
     auto unit = makeForwardUnit(u"app: lost?");
-    try {
-        run(entry, *unit);
-        FAIL() << "no report";
-    } catch (CErrorReport* report) {
-        std::unique_ptr<CErrorReport> owned(report);
-        EXPECT_EQ(report->getErrorCode(), 119u);
-        EXPECT_EQ(static_cast<CWinSockError*>(report)->getSystemError(),
-                  uint32_t(net::SOCKERR_CONNREFUSED));
-    }
-    m_settings.abortRuleOnFailure = 1;
-    EXPECT_FALSE(entry.CallAction(*unit, m_settings));
-}
-
-// RFC 3195 is not built yet: a clear report, never a silent drop.
-TEST_F(SendSyslogTest, Rfc3195ReportsItIsNotAvailable) {
-    CActionListEntry& entry = load(target("127.0.0.1", 601, 2));
-    auto unit = makeForwardUnit(u"app: x");
-    try {
-        run(entry, *unit);
-        FAIL() << "no report";
-    } catch (CErrorReport* report) {
-        std::unique_ptr<CErrorReport> owned(report);
-        EXPECT_EQ(report->getErrorCode(), 119u);
-        EXPECT_NE(std::string(report->getMessage().getStringA()).find("RFC3195"),
-                  std::string::npos);
+    for (uint32_t type : {1u, 2u}) {
+        CActionListEntry& entry = load(target("127.0.0.1", freePort, type), int(type));
+        try {
+            run(entry, *unit);
+            ADD_FAILURE() << "no report for type " << type;
+        } catch (CErrorReport* report) {
+            std::unique_ptr<CErrorReport> owned(report);
+            EXPECT_EQ(report->getErrorCode(), 119u);
+            if (type == 1)
+                EXPECT_EQ(static_cast<CWinSockError*>(report)->getSystemError(),
+                          uint32_t(net::SOCKERR_CONNREFUSED));
+            else
+                EXPECT_NE(std::string(report->getMessage().getStringA()).find("RFC3195"),
+                          std::string::npos);
+        }
+        m_settings.abortRuleOnFailure = 1;
+        EXPECT_FALSE(entry.CallAction(*unit, m_settings));
+        m_settings.abortRuleOnFailure = 0;
     }
 }
 

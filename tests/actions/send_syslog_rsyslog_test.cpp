@@ -207,7 +207,6 @@ class RsyslogInteropTest : public ::testing::Test {
                                (i % 24), (i % 8), u"host1", u"app");
     }
 
-    EventLogRedirect m_events;
     ScopedRegistry m_registry;
     CConfigSettings m_settings;
     TimerQueueScope m_worker;

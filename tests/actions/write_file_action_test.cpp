@@ -222,7 +222,6 @@ TEST(WriteFileActionTest, SegmentsAreCutAtTheirSize) {
 TEST(WriteFileActionTest, InvalidFormatWritesNothingAndReports) {
     DebugCapture log;
     WriteFileRig rig;
-    ScopedEnv events("VTAGENT_EVENTLOG_SOCKET", (rig.dir() / "no-listener").string());
     rig.setDword(u"nFileFormat", 4);
     rig.load();
     CInfoUnitSyslog unit;

@@ -10,11 +10,27 @@
 #include <random>
 #include <sstream>
 
+#ifndef _WIN32
+#include <unistd.h>
+#endif
+
 #include "platform/registry.h"
 #include "platform/utf_codec.h"
 
 namespace vt::test {
 namespace {
+#ifndef _WIN32
+// No test may reach the machine's /dev/log: unless a test sets up a sink, events go to a socket
+// path where nobody listens (the reporter then takes its "cannot register" path).
+const bool g_noSystemEventLog = [] {
+    const std::string nowhere = (std::filesystem::temp_directory_path() /
+                                 ("vtagent-no-eventlog-" + std::to_string(::getpid()) + ".sock"))
+                                    .string();
+    ::setenv("VTAGENT_EVENTLOG_SOCKET", nowhere.c_str(), 1);
+    return true;
+}();
+#endif
+
 std::string uniqueName() {
     static std::atomic<unsigned> counter{0};
     std::random_device rd;

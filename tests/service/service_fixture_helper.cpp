@@ -23,18 +23,6 @@ DebugLogScope::~DebugLogScope() {
 }
 
 #ifndef _WIN32
-namespace {
-// No test may reach the machine's /dev/log: unless a test sets up a sink, events go to a socket
-// path where nobody listens (the reporter then takes its "cannot register" path).
-const bool g_noSystemEventLog = [] {
-    const std::string nowhere = (std::filesystem::temp_directory_path() /
-                                 ("vtagent-no-eventlog-" + std::to_string(::getpid()) + ".sock"))
-                                    .string();
-    ::setenv("VTAGENT_EVENTLOG_SOCKET", nowhere.c_str(), 1);
-    return true;
-}();
-}  // namespace
-
 SyslogSink::SyslogSink(const std::string& socketPath) : m_path(socketPath) {
     if (const char* previous = std::getenv("VTAGENT_EVENTLOG_SOCKET")) m_previousSocket = previous;
     m_fd = ::socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0);
