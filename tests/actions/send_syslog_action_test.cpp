@@ -264,41 +264,4 @@ TEST_F(SendSyslogTest, OversizedUdpMessageIsCut) {
     EXPECT_NE(capture.text().find("cut to 65507 bytes"), std::string::npos);
 }
 
-// A rule whose actions forward one unit over UDP, TCP and compressed UDP: every message
-// arrives byte for byte.
-TEST_F(SendSyslogTest, RuleForwardsOverEveryTransport) {
-    TimerQueueScope worker;
-    DatagramSink udp;
-    StreamSink tcp;
-    const std::u16string rule = m_registry.base() + u"\\Rule";
-    writeActionKey(rule, {{{u"nActionCount", 3},
-                           {u"nActionType1", 1001},
-                           {u"nActionType2", 1001},
-                           {u"nActionType3", 1001}},
-                          {}});
-    writeActionKey(rule + u"\\A1", target("127.0.0.1", udp.port(), 0));
-    writeActionKey(rule + u"\\A2", target("127.0.0.1", tcp.port(), 1));
-    writeActionKey(rule + u"\\A3", target("127.0.0.1", udp.port(), 0, {{u"nUseCompression", 1}}));
-    CActionList actions(CQuilletString(rule), ActionLoadContext{});
-    std::string expectedStream;
-    for (int i = 0; i < 20; ++i) {
-        auto unit = makeForwardUnit(u"app[7]: message " + utf8ToUtf16(std::to_string(i)) + u" " +
-                                    std::u16string(size_t(i * 20), u'k'));
-        ASSERT_TRUE(actions.execute(*unit, m_settings));
-        const std::string text = expectedText(*unit);
-        std::string datagram;
-        ASSERT_TRUE(udp.receive(datagram));
-        EXPECT_EQ(datagram, text);
-        ASSERT_TRUE(udp.receive(datagram));
-        if (text.size() > 200) {
-            EXPECT_EQ(datagram[0], 'z') << i;
-        }
-        if (datagram[0] == 'z') datagram = inflateStream(std::string_view(datagram).substr(1));
-        EXPECT_EQ(datagram, text);
-        expectedStream += text + "\n";
-    }
-    ASSERT_TRUE(tcp.waitForBytes(expectedStream.size()));
-    EXPECT_EQ(tcp.allBytes(), expectedStream);
-}
-
 }  // namespace

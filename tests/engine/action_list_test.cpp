@@ -218,9 +218,7 @@ TEST_F(ActionEntryTest, EmptyListIsTrue) {
 
 // --- idle timer ---
 
-int g_timerRuns = 0;
 void countRun(void* context, uint32_t, uint32_t) {
-    ++g_timerRuns;
     ++*static_cast<int*>(context);
 }
 
