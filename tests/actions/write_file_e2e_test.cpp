@@ -5,7 +5,6 @@
 #include <chrono>
 #include <set>
 #include <string>
-#include <thread>
 
 #include "engine/que_man_list.h"
 #include "engine/rule_set_list.h"
@@ -33,36 +32,18 @@ std::string regString(const std::string& text) {
 TEST(WriteFileEndToEndTest, ImportedRuleWritesQueuedUnits) {
     ScopedRegistry registry;
     TempDir files;
-    const std::string base = utf16ToUtf8(registry.base());
-    const std::string dir = regString(utf16ToUtf8(u16(files.path() / "out")));
+    const std::string sets = "[HKEY_LOCAL_MACHINE\\" + utf16ToUtf8(registry.base()) + "\\RuleSets";
     const std::string reg =
-        "Windows Registry Editor Version 5.00\r\n\r\n"
-        "[HKEY_LOCAL_MACHINE\\" +
-        base +
-        "\\RuleSets]\r\n"
-        "\"nRuleSetsVersion\"=dword:00000001\r\n"
-        "\"nRuleSetCount\"=dword:00000001\r\n"
-        "\"szRSName1\"=\"Files\"\r\n\r\n"
-        "[HKEY_LOCAL_MACHINE\\" +
-        base +
-        "\\RuleSets\\RS1]\r\n"
-        "\"nRuleCount\"=dword:00000001\r\n\r\n"
-        "[HKEY_LOCAL_MACHINE\\" +
-        base +
-        "\\RuleSets\\RS1\\R1]\r\n"
-        "\"nActionCount\"=dword:00000001\r\n"
-        "\"nActionType1\"=dword:000003eb\r\n"
-        "\"szActionName1\"=\"Write the file\"\r\n\r\n"
-        "[HKEY_LOCAL_MACHINE\\" +
-        base +
-        "\\RuleSets\\RS1\\R1\\A1]\r\n"
-        "\"szFilePath\"=\"" +
-        dir +
-        "\"\r\n"
-        "\"szFileBaseName\"=\"e2e\"\r\n"
-        "\"nUniqueFileName\"=dword:00000000\r\n"
-        "\"nFileFormat\"=dword:00000003\r\n"
-        "\"szLineFormat\"=\"%source% %msg%%$CRLF%\"\r\n";
+        "Windows Registry Editor Version 5.00\r\n\r\n" + sets +
+        "]\r\n\"nRuleSetsVersion\"=dword:00000001\r\n\"nRuleSetCount\"=dword:00000001\r\n"
+        "\"szRSName1\"=\"Files\"\r\n\r\n" +
+        sets + "\\RS1]\r\n\"nRuleCount\"=dword:00000001\r\n\r\n" + sets +
+        "\\RS1\\R1]\r\n\"nActionCount\"=dword:00000001\r\n\"nActionType1\"=dword:000003eb\r\n"
+        "\"szActionName1\"=\"Write the file\"\r\n\r\n" +
+        sets + "\\RS1\\R1\\A1]\r\n\"szFilePath\"=\"" +
+        regString(utf16ToUtf8(u16(files.path() / "out"))) +
+        "\"\r\n\"szFileBaseName\"=\"e2e\"\r\n\"nUniqueFileName\"=dword:00000000\r\n"
+        "\"nFileFormat\"=dword:00000003\r\n\"szLineFormat\"=\"%source% %msg%%$CRLF%\"\r\n";
     vtreg::RegFile parsed;
     vtreg::RegParseError error;
     ASSERT_TRUE(vtreg::parseRegFile(reg, parsed, error)) << error.line << ": " << error.reason;
@@ -75,6 +56,7 @@ TEST(WriteFileEndToEndTest, ImportedRuleWritesQueuedUnits) {
     ASSERT_NE(ruleSet, nullptr);
 
     constexpr int kUnits = 2000;
+    const auto file = files.path() / "out" / "e2e.log";
     CConfigSettings settings;
     settings.workerThreads = 3;
     {
@@ -87,26 +69,14 @@ TEST(WriteFileEndToEndTest, ImportedRuleWritesQueuedUnits) {
             queue.Enqueue(unit);
         }
         // Every line is on disk as soon as its unit is processed: no buffering in between.
-        const auto end = std::chrono::steady_clock::now() + std::chrono::seconds(60);
-        const auto file = files.path() / "out" / "e2e.log";
-        auto lineCount = [&] {
-            const std::string text = readFileBytes(file);
-            size_t n = 0;
-            for (size_t at = text.find("\r\n"); at != std::string::npos;
-                 at = text.find("\r\n", at + 2))
-                ++n;
-            return n;
-        };
-        while (lineCount() < static_cast<size_t>(kUnits) && std::chrono::steady_clock::now() < end)
-            std::this_thread::sleep_for(std::chrono::milliseconds(10));
+        eventually([&] { return countOf(readFileBytes(file), "\r\n") >= size_t(kUnits); },
+                   std::chrono::seconds(60));
     }  // the workers finish the units in hand and close the file as they leave
 
-    const std::string text = readFileBytes(files.path() / "out" / "e2e.log");
-    std::set<std::string> lines;
-    size_t start = 0;
-    for (size_t at; (at = text.find("\r\n", start)) != std::string::npos; start = at + 2)
-        lines.insert(text.substr(start, at - start));
-    EXPECT_EQ(start, text.size());
+    const std::string text = readFileBytes(file);
+    const auto all = splitLines(text);
+    const std::set<std::string> lines(all.begin(), all.end());
+    EXPECT_EQ(text.substr(text.size() - 2), "\r\n");
     EXPECT_EQ(lines.size(), static_cast<size_t>(kUnits));
     for (int i = 0; i < kUnits; ++i)
         EXPECT_TRUE(lines.count("10.1.2.3 message " + std::to_string(i))) << i;

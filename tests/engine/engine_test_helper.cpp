@@ -72,6 +72,16 @@ CActionConfigProbe& probeConfig(CActionListEntry& entry) {
     return static_cast<CActionConfigProbe&>(*entry.getConfig());
 }
 
+std::unique_ptr<CRuleListEntry> probeRule(const std::u16string& ruleKey,
+                                          CActionConfigProbe*& probe) {
+    regSetDword(ruleKey, u"nActionCount", 1);
+    regSetDword(ruleKey, u"nActionType1", kProbeActionType);
+    auto actions = std::make_unique<CActionList>(CQuilletString(std::u16string_view(ruleKey)),
+                                                 ActionLoadContext{});
+    probe = &probeConfig(*static_cast<CActionListEntry*>(actions->next(nullptr)));
+    return std::make_unique<CRuleListEntry>(RuleFiringSettings{}, nullptr, std::move(actions));
+}
+
 std::string traceOf(const CInfoUnit& unit) {
     const CQuilletString* trace = unit.getPropertyStringObject(u"trace");
     return trace ? std::string(trace->narrowView()) : std::string();

@@ -12,6 +12,7 @@
 #include "actions/action_types.h"
 #include "common/registry_fixture.h"
 #include "engine/engine_clock.h"
+#include "engine/rule_set_list.h"
 #include "model/info_unit.h"
 
 class CConfigSettings;
@@ -84,6 +85,11 @@ class ProbeActionType {
 };
 
 CActionConfigProbe& probeConfig(CActionListEntry& entry);
+
+// A rule without filters whose one action, loaded from `ruleKey`, is the probe (a
+// ProbeActionType must be alive); `probe` is set to that action's settings.
+std::unique_ptr<CRuleListEntry> probeRule(const std::u16string& ruleKey,
+                                          CActionConfigProbe*& probe);
 
 // The "trace" property of a unit, narrow.
 std::string traceOf(const CInfoUnit& unit);

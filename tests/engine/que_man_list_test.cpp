@@ -273,15 +273,10 @@ TEST_F(QueueWorkerTest, ShutdownWithUnitsStillQueued) {
 TEST(QueueConcurrencyTest, FourProducersFiveWorkers) {
     ScopedRegistry registry;
     ProbeActionType probeType;
-    const std::u16string rule = registry.base() + u"\\R1";
-    regSetDword(rule, u"nActionCount", 1);
-    regSetDword(rule, u"nActionType1", kProbeActionType);
-    RuleFiringSettings firing;
-    auto actions = std::make_unique<CActionList>(CQuilletString(std::u16string_view(rule)),
-                                                 ActionLoadContext{});
-    auto& counter = probeConfig(*static_cast<CActionListEntry*>(actions->next(nullptr)));
+    CActionConfigProbe* probe = nullptr;
     CRuleList rules;
-    rules.add(std::make_unique<CRuleListEntry>(firing, nullptr, std::move(actions)));
+    rules.add(probeRule(registry.base() + u"\\R1", probe));
+    auto& counter = *probe;
 
     auto settings = makeSettings();
     settings->workerThreads = 5;
@@ -317,12 +312,10 @@ void onIdle(void*, uint32_t, uint32_t) {
 TEST(QueueTimerTest, IdleTimerRunsOnTheArmingWorker) {
     ScopedRegistry registry;
     ProbeActionType probeType;
-    const std::u16string rule = registry.base() + u"\\R1";
-    regSetDword(rule, u"nActionCount", 1);
-    regSetDword(rule, u"nActionType1", kProbeActionType);
-    auto actions = std::make_unique<CActionList>(CQuilletString(std::u16string_view(rule)),
-                                                 ActionLoadContext{});
-    auto& config = probeConfig(*static_cast<CActionListEntry*>(actions->next(nullptr)));
+    CActionConfigProbe* probe = nullptr;
+    CRuleList rules;
+    rules.add(probeRule(registry.base() + u"\\R1", probe));
+    auto& config = *probe;
     config.createTimer();
     std::atomic<std::thread::id> actionThread;
     config.hook = [&](CInfoUnit&) {
@@ -330,8 +323,6 @@ TEST(QueueTimerTest, IdleTimerRunsOnTheArmingWorker) {
         config.cancelTimer();
         config.armTimer(&onIdle, nullptr, 20);
     };
-    CRuleList rules;
-    rules.add(std::make_unique<CRuleListEntry>(RuleFiringSettings{}, nullptr, std::move(actions)));
     auto settings = makeSettings();
     settings->workerThreads = 1;
     CQueManList queue(settings.get());

@@ -257,25 +257,20 @@ TEST_F(ServiceManagerTest, StuckWorkerEndsProcessUnlessProtected) {
     for (uint32_t protect : {0u, 1u}) {
         SCOPED_TRACE(protect);
         ProbeActionType probeType;
-        const std::u16string rule = registry.base() + u"\\R1";
-        regSetDword(rule, u"nActionCount", 1);
-        regSetDword(rule, u"nActionType1", kProbeActionType);
-        auto actions = std::make_unique<CActionList>(CQuilletString(std::u16string_view(rule)),
-                                                     ActionLoadContext{});
-        auto& probe = probeConfig(*static_cast<CActionListEntry*>(actions->next(nullptr)));
+        CActionConfigProbe* probe = nullptr;
+        auto rule = probeRule(registry.base() + u"\\R1", probe);
         std::mutex lock;
         std::condition_variable cv;
         bool release = false;
         std::atomic<bool> inAction{false};
-        probe.hook = [&](CInfoUnit&) {
+        probe->hook = [&](CInfoUnit&) {
             inAction = true;
             std::unique_lock l(lock);
             cv.wait(l, [&] { return release; });
         };
         CRuleSetList stuckRules;
         auto set = std::make_unique<CRuleSetListEntry>(CQuilletString(u"Default"));
-        set->getRuleList().add(
-            std::make_unique<CRuleListEntry>(RuleFiringSettings{}, nullptr, std::move(actions)));
+        set->getRuleList().add(std::move(rule));
         stuckRules.add(std::move(set));
 
         TestSourceType one(1);
