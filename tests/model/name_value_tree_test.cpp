@@ -51,25 +51,20 @@ TEST(LinkedList, AppendRemoveAndOwnership) {
     EXPECT_EQ(list.getLast(), c);
     EXPECT_EQ(deleted, 3);
     list.append(new CountedEntry(&deleted));
+    list.append(new CountedEntry(&deleted));
+    int seen = 0;
+    for (auto* e = list.next(nullptr); e; e = list.next(e)) ++seen;
+    EXPECT_EQ(seen, 3);
+    EXPECT_EQ(list.count(), 3u);
     list.clear();
     EXPECT_TRUE(list.isEmpty());
-    EXPECT_EQ(deleted, 5);
+    EXPECT_EQ(deleted, 6);
     {
         CLinkedList scoped;
         scoped.append(new CountedEntry(&deleted));
         scoped.append(new CountedEntry(&deleted));
     }
-    EXPECT_EQ(deleted, 7);
-}
-
-TEST(LinkedList, NextWalksFromNullToTheEnd) {
-    int deleted = 0;
-    CLinkedList list;
-    for (int i = 0; i < 3; ++i) list.append(new CountedEntry(&deleted));
-    int seen = 0;
-    for (auto* e = list.next(nullptr); e; e = list.next(e)) ++seen;
-    EXPECT_EQ(seen, 3);
-    EXPECT_EQ(list.count(), 3u);
+    EXPECT_EQ(deleted, 8);
 }
 
 TEST(LinkedList, ClearOfAMillionEntriesNeedsNoStack) {
