@@ -231,19 +231,15 @@ TEST_F(SendSyslogTest, UnreachableServerAndRfc3195ThrowReport) {
     auto unit = makeForwardUnit(u"app: lost?");
     for (uint32_t type : {1u, 2u}) {
         CActionListEntry& entry = load(target("127.0.0.1", freePort, type), int(type));
-        try {
-            run(entry, *unit);
-            ADD_FAILURE() << "no report for type " << type;
-        } catch (CErrorReport* report) {
-            std::unique_ptr<CErrorReport> owned(report);
-            EXPECT_EQ(report->getErrorCode(), 119u);
-            if (type == 1)
-                EXPECT_EQ(static_cast<CWinSockError*>(report)->getSystemError(),
-                          uint32_t(net::SOCKERR_CONNREFUSED));
-            else
-                EXPECT_NE(std::string(report->getMessage().getStringA()).find("RFC3195"),
-                          std::string::npos);
-        }
+        const auto report = thrownReport([&] { run(entry, *unit); });
+        ASSERT_NE(report, nullptr) << type;
+        EXPECT_EQ(report->getErrorCode(), 119u);
+        if (type == 1)
+            EXPECT_EQ(static_cast<CWinSockError*>(report.get())->getSystemError(),
+                      uint32_t(net::SOCKERR_CONNREFUSED));
+        else
+            EXPECT_NE(std::string(report->getMessage().getStringA()).find("RFC3195"),
+                      std::string::npos);
         m_settings.abortRuleOnFailure = 1;
         EXPECT_FALSE(entry.CallAction(*unit, m_settings));
         m_settings.abortRuleOnFailure = 0;

@@ -1,12 +1,14 @@
 #pragma once
 #include <chrono>
 #include <filesystem>
+#include <memory>
 #include <string>
 #include <string_view>
 #include <thread>
 #include <vector>
 
 #include "service/debug_log.h"
+#include "service/error_report.h"
 
 namespace vt::test {
 
@@ -93,6 +95,17 @@ std::string readFileBytes(const std::filesystem::path& file);
 // The lines of `text` ended by "\r\n"; a last line without one is kept.
 std::vector<std::string> splitLines(const std::string& text);
 size_t countOf(const std::string& text, const std::string& what);
+
+// Runs `f`; returns the report it threw (the caller now owns it), or null if none was thrown.
+template <class F>
+std::unique_ptr<CErrorReport> thrownReport(F&& f) {
+    try {
+        f();
+    } catch (CErrorReport* report) {
+        return std::unique_ptr<CErrorReport>(report);
+    }
+    return nullptr;
+}
 
 // Polls a condition that other threads make true; false when `limit` passes first.
 template <class Pred>

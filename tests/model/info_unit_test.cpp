@@ -3,9 +3,11 @@
 #include <gtest/gtest.h>
 
 #include <chrono>
+#include <functional>
 #include <string>
 #include <thread>
 
+#include "common/registry_fixture.h"
 #include "model/concat.h"
 #include "model/info_unit_types.h"
 #include "model/log_capture_helper.h"
@@ -79,16 +81,13 @@ TEST_F(InfoUnitTest, PrioritySetsImportanceButNotTheOtherWay) {
 TEST_F(InfoUnitTest, MustExistPropertiesThrow1100WhenAbsent) {
     auto unit = CInfoUnit::createInfoUnitFromXML(u"<event><iut>3</iut><iuvers>2</iuvers></event>");
     ASSERT_NE(unit, nullptr);
-    for (int which = 0; which < 3; ++which) {
-        try {
-            if (which == 0) unit->getSyslogPriority();
-            if (which == 1) unit->getSyslogFacility();
-            if (which == 2) static_cast<CInfoUnitNTEventReport&>(*unit).getEventID();
-            ADD_FAILURE() << "no report for " << which;
-        } catch (CErrorReport* raw) {
-            std::unique_ptr<CErrorReport> report(raw);
-            EXPECT_EQ(report->getErrorCode(), 1100u);
-        }
+    const std::function<void()> reads[] = {
+        [&] { unit->getSyslogPriority(); }, [&] { unit->getSyslogFacility(); },
+        [&] { static_cast<CInfoUnitNTEventReport&>(*unit).getEventID(); }};
+    for (const auto& read : reads) {
+        const auto report = vt::test::thrownReport(read);
+        ASSERT_NE(report, nullptr);
+        EXPECT_EQ(report->getErrorCode(), 1100u);
     }
     EXPECT_EQ(unit->getImportance(), 0);
     EXPECT_EQ(unit->getIUVersion(), 2);

@@ -5,6 +5,7 @@
 #include <thread>
 #include <vector>
 
+#include "common/registry_fixture.h"
 #include "model/concat.h"
 #include "model/linked_list.h"
 #include "model/log_capture_helper.h"
@@ -197,13 +198,9 @@ TEST(NameValueTree, TimeIsParsedOnceAndSetFillsTheCache) {
 TEST(NameValueTree, MustExistIntThrows1100) {
     LogCapture log;
     CNameValueTree tree;
-    try {
-        tree.getInt(u"syslogpriority", true);
-        FAIL() << "no report thrown";
-    } catch (CErrorReport* raw) {
-        std::unique_ptr<CErrorReport> report(raw);
-        EXPECT_EQ(report->getErrorCode(), 1100u);
-    }
+    const auto report = vt::test::thrownReport([&] { tree.getInt(u"syslogpriority", true); });
+    ASSERT_NE(report, nullptr);
+    EXPECT_EQ(report->getErrorCode(), 1100u);
     EXPECT_EQ(log.count("CNameValueTree|Fatal error, Int VALUE NOT FOUND: syslogpriority\r\n"), 1u);
     EXPECT_EQ(tree.getString(u"s", true), nullptr);
     EXPECT_EQ(log.count("CNameValueTree|Fatal error, Szt VALUE NOT FOUND: s"), 1u);
