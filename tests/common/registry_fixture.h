@@ -95,6 +95,8 @@ std::string readFileBytes(const std::filesystem::path& file);
 // The lines of `text` ended by "\r\n"; a last line without one is kept.
 std::vector<std::string> splitLines(const std::string& text);
 size_t countOf(const std::string& text, const std::string& what);
+// `text` as a file in UTF-16LE with its byte order mark.
+std::string utf16File(std::u16string_view text);
 
 // Runs `f`; returns the report it threw (the caller now owns it), or null if none was thrown.
 template <class F>

@@ -258,11 +258,7 @@ TEST_F(FileMonitorTest, W3CHeaderColumnsAndComments) {
 TEST_F(FileMonitorTest, Utf16FileWithBomKeepsByteOffsets) {
     follow("u16.log");
     const std::u16string text = u"caf\u00E9\r\nzwei\r\n";
-    std::string bytes = "\xFF\xFE";
-    for (char16_t c : text) {
-        bytes.push_back(static_cast<char>(c & 0xFF));
-        bytes.push_back(static_cast<char>(c >> 8));
-    }
+    const std::string bytes = utf16File(text);
     append(path("u16.log"), bytes);
     auto monitor = make();
     monitor->doProcessFile();
