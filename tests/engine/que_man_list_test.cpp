@@ -68,19 +68,18 @@ class QueueLimitTest : public ::testing::Test {
     std::unique_ptr<CConfigSettings> m_settings = makeSettings();
 };
 
-TEST_F(QueueLimitTest, UnlimitedNeverWaits) {
-    auto queue = makeQueue(0);
-    fill(*queue, 300);
-    EXPECT_EQ(queue->getLength(), 300);
-    EXPECT_EQ(m_clock.sleepCount(), 0);
-}
-
+// Unlimited never waits; with limit 10 the eleventh gets in and the twelfth waits until a unit
+// has gone.
 TEST_F(QueueLimitTest, LimitTenLetsTheEleventhInAndHoldsTheTwelfth) {
+    auto unlimited = makeQueue(0);
+    fill(*unlimited, 300);
+    EXPECT_EQ(unlimited->getLength(), 300);
+    EXPECT_EQ(m_clock.sleepCount(), 0);
     auto queue = makeQueue(10);
     fill(*queue, 11);
     EXPECT_EQ(queue->getLength(), 11);
     EXPECT_EQ(m_clock.sleepCount(), 0);
-    fill(*queue, 1);  // waits until a unit has gone
+    fill(*queue, 1);
     EXPECT_EQ(m_clock.sleepCount(), 1);
     EXPECT_EQ(m_clock.sleepDurations().front(), 1000u);
     EXPECT_EQ(queue->getLength(), 11);
@@ -135,18 +134,13 @@ TEST_F(QueueLimitTest, LowMemoryThrottle) {
 
 TEST_F(QueueLimitTest, RemoveIsFirstInFirstOut) {
     auto queue = makeQueue(0);
-    CInfoUnit* a = new CInfoUnit;
-    CInfoUnit* b = new CInfoUnit;
-    queue->Enqueue(a);
-    queue->Enqueue(b);
-    CInfoUnit* first = queue->Remove();
-    CInfoUnit* second = queue->Remove();
-    EXPECT_EQ(first, a);
-    EXPECT_EQ(second, b);
+    std::unique_ptr<CInfoUnit> a(new CInfoUnit), b(new CInfoUnit);
+    queue->Enqueue(a.get());
+    queue->Enqueue(b.get());
+    EXPECT_EQ(queue->Remove(), a.get());
+    EXPECT_EQ(queue->Remove(), b.get());
     EXPECT_EQ(queue->Remove(), nullptr);
     EXPECT_EQ(queue->getLength(), 0);
-    delete first;
-    delete second;
 }
 
 // A queue whose rule processing the test scripts per unit.
@@ -177,14 +171,6 @@ class QueueWorkerTest : public ::testing::Test {
     }
     std::unique_ptr<CConfigSettings> m_settings = makeSettings();
 };
-
-TEST_F(QueueWorkerTest, WaitableUnitIsReleasedAfterProcessingAndNotDestroyed) {
-    auto queue = makeQueue(2);
-    auto unit = std::make_unique<CInfoUnitFileMonitor>();
-    EXPECT_TRUE(queue->EnqueueAndWait(unit.get()));
-    EXPECT_EQ(queue->processed.load(), 1);
-    unit->setMsg(u"still ours");  // the producer still owns a live unit
-}
 
 // A report from rule processing abandons the unit: its producer is never woken.
 TEST_F(QueueWorkerTest, WaitableUnitIsNotReleasedAfterErrorReport) {

@@ -70,7 +70,8 @@ TEST_P(LoopbackTest, UdpServerReceivesDatagrams) {
     ASSERT_EQ(compress(reinterpret_cast<Bytef*>(packed.data()), &packedSize,
                        reinterpret_cast<const Bytef*>(plain.data()), uLong(plain.size())),
               Z_OK);
-    const std::string datagram = "z" + packed.substr(0, packedSize);
+    std::string datagram = "z";
+    datagram.append(packed, 0, packedSize);
     client.sendTo(datagram.data(), int(datagram.size()), target);
     ASSERT_EQ(server.receiveMessage(message, sender, 5000), CUDPServer::Result::Message);
     EXPECT_EQ(message, plain);
