@@ -324,16 +324,6 @@ TEST(TcpServer, StopDeliversPendingAndReturns) {
     EXPECT_EQ(server.connectionCount(), 0u);
 }
 
-// Without separator mode each receive is one message; a NUL arrives escaped.
-TEST(TcpServer, PerReceiveMode) {
-    RecordingTcpServer server;
-    server.start("127.0.0.1");
-    CWinSock client = connectTo("127.0.0.1", server.localPort());
-    ASSERT_TRUE(client.sendAll(std::string("<13>x\0y", 7)));
-    ASSERT_TRUE(server.waitForMessages(1));
-    EXPECT_EQ(server.received()[0].message, "<13>x<000>y");
-}
-
 // The error numbers of failed calls are Winsock's on both systems.
 TEST(WinSock, ErrorNumbers) {
     CWinSock blocking = CWinSock::create(AF_INET, SOCK_DGRAM);
