@@ -218,9 +218,9 @@ class CommandLine(AgentTestCase):
         for line in ('"nServiceMajor"=dword:00000004', '"nServiceMinor"=dword:00000004',
                      '"nServiceBuildID"=dword:0000014e', '"bReplaceEventLogSource"=dword:00000000'):
             self.assertIn(line, parameters)
-        source = self.vtreg(
-            "export",
-            r"HKLM\SYSTEM\CurrentControlSet\Services\EventLog\Application\QuilletVantoreAgent")
+        source_key = (r"HKLM\SYSTEM\CurrentControlSet\Services\EventLog\Application"
+                      r"\QuilletVantoreAgent")
+        source = self.vtreg("export", source_key)
         self.assertIn('"TypesSupported"=dword:00000007', source)
         self.assertIn('"EventMessageFile"=hex(2):', source)
         r = self.run_agent("-i")
@@ -233,6 +233,8 @@ class CommandLine(AgentTestCase):
         self.assertFalse(os.path.exists(unit))
         self.assertEqual(self.run_agent("-v").stdout, version + "The service is not installed.\n")
         self.assertEqual(self.run_agent("-u").stdout, "QuilletVantoreAgent is not installed\n")
+        # The event source stays registered after the removal.
+        self.assertEqual(self.vtreg("export", source_key), source)
 
         self.assertEqual(self.event_texts(2),
                          [(30, "[100] QuilletVantoreAgent"), (30, "[101] QuilletVantoreAgent")])

@@ -107,45 +107,4 @@ TEST(KestrelSrvc, StartupOnAnEmptyRegistryUsesDefaults) {
     EXPECT_FALSE(general.OpenKey(vt::RegRoot::LocalMachine, CQuilletString(kGeneral)));
 }
 
-#ifndef _WIN32
-// Linux install: the unit file, then the event source and the installation values in the hive;
-// remove deletes the unit and leaves the event source key in place.
-TEST(KestrelSrvc, InstallAndRemoveOnLinux) {
-    ScopedRegistry registry;
-    TempDir dir;
-    vt::test::ScopedEnv units("VTAGENT_SYSTEMD_DIR", dir.path().string());
-    CKestrelSrvc service;
-    EXPECT_FALSE(service.IsInstalled());
-    ASSERT_TRUE(service.Install());
-    EXPECT_TRUE(service.IsInstalled());
-    EXPECT_TRUE(std::filesystem::exists(fileIn(dir, "QuilletVantoreAgent.service")));
-
-    vt::RegKey source;
-    ASSERT_EQ(source.open(vt::RegRoot::LocalMachine,
-                          u"SYSTEM\\CurrentControlSet\\Services\\EventLog\\Application\\"
-                          u"QuilletVantoreAgent",
-                          vt::kKeyRead),
-              vt::kRegOk);
-    uint32_t type = 0;
-    std::vector<uint8_t> data;
-    ASSERT_EQ(source.queryValue(u"EventMessageFile", type, data), vt::kRegOk);
-    EXPECT_EQ(type, vt::kRegExpandSz);
-    EXPECT_FALSE(vt::regBytesToString(data).empty());
-    ASSERT_EQ(source.queryValue(u"TypesSupported", type, data), vt::kRegOk);
-    EXPECT_EQ(data, vt::regDwordBytes(7));
-    CRegAccess parameters;
-    uint32_t build = 0;
-    EXPECT_TRUE(parameters.OpenKey(vt::RegRoot::LocalMachine, CQuilletString(kParameters)));
-    EXPECT_TRUE(parameters.ReadDWORDValue(u"nServiceBuildID", build));
-    EXPECT_EQ(build, 334u);
-
-    ASSERT_TRUE(service.Uninstall());
-    EXPECT_FALSE(service.IsInstalled());
-    EXPECT_EQ(source.queryValue(u"TypesSupported", type, data), vt::kRegOk);
-    // Removing what is not there fails with the system's error.
-    EXPECT_FALSE(service.Uninstall());
-    EXPECT_EQ(vt::lastSystemError(), 2u);
-}
-#endif
-
 }  // namespace
