@@ -97,6 +97,10 @@ std::string DebugCapture::text() const {
     return bodies;
 }
 
+size_t DebugCapture::count(const std::string& what) const {
+    return countOf(text(), what);
+}
+
 std::string DebugCapture::raw() const {
     return readFileBytes(m_file);
 }

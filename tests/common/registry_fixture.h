@@ -57,6 +57,8 @@ class DebugCapture {
     DebugCapture(const DebugCapture&) = delete;
     DebugCapture& operator=(const DebugCapture&) = delete;
     std::string text() const;
+    // How often `what` occurs in text().
+    size_t count(const std::string& what) const;
     // The file as written, each line with its thread, time and level.
     std::string raw() const;
     void clear();

@@ -10,12 +10,13 @@
 #include "common/registry_fixture.h"
 #include "model/concat.h"
 #include "model/info_unit_types.h"
-#include "model/log_capture_helper.h"
 #include "model/unit_time.h"
 #include "platform/utf_codec.h"
 #include "service/error_report.h"
 
 namespace {
+
+using LogCapture = vt::test::DebugCapture;
 
 std::string n(std::u16string_view wide) {
     return vt::utf16ToUtf8(wide);

@@ -8,11 +8,12 @@
 #include "common/registry_fixture.h"
 #include "model/concat.h"
 #include "model/linked_list.h"
-#include "model/log_capture_helper.h"
 #include "model/unit_time.h"
 #include "service/error_report.h"
 
 namespace {
+
+using LogCapture = vt::test::DebugCapture;
 
 // An entry that reports its destruction, to prove the list deletes what it owns.
 class CountedEntry : public CLinkedListEntry {
