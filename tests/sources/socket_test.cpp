@@ -40,7 +40,7 @@ CWinSock udpClient(const char* address) {
 }
 
 // Datagrams arrive one message each, with the sender's address; NUL is escaped, "z" datagrams
-// are inflated, and an unusable one is dropped without stopping reception.
+// are inflated, an unusable one is dropped without stopping reception, a long one is cut.
 TEST_P(LoopbackTest, UdpServerReceivesDatagrams) {
     CSyslogServer server;
     server.open(GetParam(), 0);
@@ -76,18 +76,10 @@ TEST_P(LoopbackTest, UdpServerReceivesDatagrams) {
     ASSERT_EQ(server.receiveMessage(message, sender, 5000), CUDPServer::Result::Message);
     EXPECT_EQ(message, plain);
     EXPECT_EQ(server.splitSyslogMsg(u"<13>Jan  5 10:20:30 host1 app: hello").host.view(), u"host1");
-}
 
-// A datagram longer than the buffer arrives cut to 32,767 bytes, on both systems.
-TEST(UdpServer, LongDatagramIsCut) {
-    CUDPServer server;
-    server.open("127.0.0.1", 0);
-    CWinSock client = udpClient("127.0.0.1");
+    // A datagram longer than the buffer arrives cut to 32,767 bytes, on both systems.
     const std::string big(40000, 'x');
-    ASSERT_EQ(client.sendTo(big.data(), int(big.size()), loopback("127.0.0.1", server.localPort())),
-              int(big.size()));
-    std::string message;
-    CIPAddress sender;
+    ASSERT_EQ(client.sendTo(big.data(), int(big.size()), target), int(big.size()));
     ASSERT_EQ(server.receiveMessage(message, sender, 5000), CUDPServer::Result::Message);
     EXPECT_EQ(message.size(), CUDPServer::kBufferSize - 1);
 }
