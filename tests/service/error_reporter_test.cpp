@@ -6,6 +6,7 @@
 #include <filesystem>
 #include <regex>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "platform/process.h"
@@ -51,29 +52,17 @@ TEST(EventThrottle, HundredEventsInAMinuteSilenceTheRestOfTheHour) {
     EXPECT_TRUE(throttle.enabled());
 }
 
+// 99 events at 8:30, then one more: at 8:29 (the stored minute equals the current one plus one)
+// it counts and closes the burst; at 8:31 it does not count but starts a new burst.
 TEST(EventThrottle, BurstCountsOnlyItsOwnMinuteAndTheMinuteBefore) {
-    struct Case {
-        const char* name;
-        std::vector<ClockMinute> times;
-        int closedAt;  // index of the event that closes the burst, -1: none
-    } cases[] = {
-        // The stored minute equals the current minute plus one: the event counts.
-        {"minute before counts", {}, 99},
-        // The next minute does not count: it starts a new burst.
-        {"next minute restarts", {}, -1},
-    };
-    for (int m = 0; m < 99; ++m) cases[0].times.push_back({8, 30});
-    cases[0].times.push_back({8, 29});
-    for (int m = 0; m < 99; ++m) cases[1].times.push_back({8, 30});
-    cases[1].times.push_back({8, 31});
-    for (const Case& c : cases) {
+    for (const auto& [last, closes] : {std::pair{ClockMinute{8, 29}, true}, {{8, 31}, false}}) {
         EventThrottle throttle;
-        int closedAt = -1;
-        for (size_t i = 0; i < c.times.size(); ++i) {
-            ASSERT_TRUE(throttle.admit(c.times[i])) << c.name;
-            if (throttle.closeBurstIfFull(c.times[i])) closedAt = static_cast<int>(i);
-        }
-        EXPECT_EQ(closedAt, c.closedAt) << c.name;
+        const Outcome first = feed(throttle, {8, 30}, 99);
+        EXPECT_EQ(first.admitted, 99);
+        EXPECT_EQ(first.closed, 0);
+        const Outcome o = feed(throttle, last, 1);
+        EXPECT_EQ(o.admitted, 1);
+        EXPECT_EQ(o.closed, closes ? 1 : 0) << last.minute;
     }
 }
 
