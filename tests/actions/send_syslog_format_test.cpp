@@ -6,6 +6,7 @@
 
 #include "actions/send_syslog/syslog_message.h"
 #include "actions/send_syslog_test_helper.h"
+#include "common/registry_fixture.h"
 #include "model/unit_time.h"
 #include "platform/utf_codec.h"
 #include "service/error_report.h"
@@ -116,13 +117,9 @@ TEST_F(SyslogTextTest, OtherUnitsRealSourceAndNoRelayProcessing) {
 TEST_F(SyslogTextTest, MissingFacilityThrows) {
     auto unit = CInfoUnit::createInfoUnitFromXML(u"<event><iut>1</iut><msg>x</msg></event>");
     ASSERT_TRUE(unit);
-    try {
-        buildSyslogText(*unit, u"x", true, false);
-        FAIL() << "no report thrown";
-    } catch (CErrorReport* report) {
-        EXPECT_EQ(report->getErrorCode(), 1100u);
-        delete report;
-    }
+    const auto report = test::thrownReport([&] { buildSyslogText(*unit, u"x", true, false); });
+    ASSERT_NE(report, nullptr);
+    EXPECT_EQ(report->getErrorCode(), 1100u);
 }
 
 // Encodings: 0 is the agent's narrow form (UTF-8 on Linux, the ANSI code page on Windows), a

@@ -93,15 +93,10 @@ class RsyslogPeer {
     void stop() {
         if (m_pid <= 0) return;
         kill(m_pid, SIGTERM);
-        const auto limit = steady_clock::now() + seconds(15);
         int status = 0;
-        while (waitpid(m_pid, &status, WNOHANG) == 0) {
-            if (steady_clock::now() > limit) {
-                kill(m_pid, SIGKILL);
-                waitpid(m_pid, &status, 0);
-                break;
-            }
-            std::this_thread::sleep_for(milliseconds(20));
+        if (!eventually([&] { return waitpid(m_pid, &status, WNOHANG) != 0; }, seconds(15))) {
+            kill(m_pid, SIGKILL);
+            waitpid(m_pid, &status, 0);
         }
         m_pid = -1;
     }
@@ -117,12 +112,7 @@ class RsyslogPeer {
     }
     // Polls until the file holds `count` lines (besides probes), or 60 s have passed.
     bool waitForLines(const char* file, size_t count) {
-        const auto limit = steady_clock::now() + seconds(60);
-        while (steady_clock::now() < limit) {
-            if (lines(file).size() >= count) return true;
-            std::this_thread::sleep_for(milliseconds(20));
-        }
-        return false;
+        return eventually([&] { return lines(file).size() >= count; }, seconds(60));
     }
     std::string daemonOutput() {
         std::ifstream in(m_dir.path() / "rsyslogd.out");
@@ -207,7 +197,6 @@ class RsyslogInteropTest : public ::testing::Test {
                                (i % 24), (i % 8), u"host1", u"app");
     }
 
-    EventLogRedirect m_events;
     ScopedRegistry m_registry;
     CConfigSettings m_settings;
     TimerQueueScope m_worker;

@@ -3,10 +3,7 @@
 #include <gtest/gtest.h>
 #include <zlib.h>
 
-#include <cstdlib>
-#include <filesystem>
-
-#include "service/reg_access.h"
+#include "common/registry_fixture.h"
 
 namespace vt::test {
 
@@ -23,13 +20,8 @@ std::unique_ptr<CInfoUnit> makeForwardUnit(std::u16string_view msg, int32_t faci
 }
 
 void writeActionKey(const std::u16string& key, const ActionValues& values) {
-    CRegAccess reg;
-    ASSERT_TRUE(reg.CreateKey(vt::RegRoot::LocalMachine, CQuilletString(key)));
-    for (const auto& [name, value] : values.dwords)
-        ASSERT_TRUE(reg.SetDWORDValue(CQuilletString(name), value));
-    for (const auto& [name, value] : values.strings)
-        ASSERT_TRUE(reg.SetStringValue(CQuilletString(name), CQuilletString(value)));
-    reg.CloseKey();
+    for (const auto& [name, value] : values.dwords) regSetDword(key, name, value);
+    for (const auto& [name, value] : values.strings) regSetString(key, name, value);
 }
 
 StreamSink::StreamSink(const char* address) {
@@ -166,28 +158,6 @@ bool DatagramSink::receive(std::string& datagram, int timeoutMs) {
     if (n < 0) return false;
     datagram.assign(buffer.data(), size_t(n));
     return true;
-}
-
-EventLogRedirect::EventLogRedirect() {
-#ifndef _WIN32
-    if (const char* previous = std::getenv("VTAGENT_EVENTLOG_SOCKET")) {
-        m_previous = previous;
-        m_hadPrevious = true;
-    }
-    m_dir = (std::filesystem::temp_directory_path() /
-             ("vt_forward_events_" + std::to_string(reinterpret_cast<uintptr_t>(this))))
-                .string();
-    ::setenv("VTAGENT_EVENTLOG_SOCKET", (m_dir + "/eventlog.sock").c_str(), 1);
-#endif
-}
-
-EventLogRedirect::~EventLogRedirect() {
-#ifndef _WIN32
-    if (m_hadPrevious)
-        ::setenv("VTAGENT_EVENTLOG_SOCKET", m_previous.c_str(), 1);
-    else
-        ::unsetenv("VTAGENT_EVENTLOG_SOCKET");
-#endif
 }
 
 std::string inflateStream(std::string_view stream) {

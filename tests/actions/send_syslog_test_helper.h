@@ -87,21 +87,6 @@ class DatagramSink {
     uint16_t m_port = 0;
 };
 
-// Points the agent's own event reports ($VTAGENT_EVENTLOG_SOCKET on Linux) at a path in a
-// temporary directory while it lives, so no test writes to the system's log. Nothing on Windows.
-class EventLogRedirect {
-  public:
-    EventLogRedirect();
-    ~EventLogRedirect();
-    EventLogRedirect(const EventLogRedirect&) = delete;
-    EventLogRedirect& operator=(const EventLogRedirect&) = delete;
-
-  private:
-    std::string m_previous;
-    bool m_hadPrevious = false;
-    std::string m_dir;
-};
-
 // zlib inflation of a "z" payload (without the marker); empty on failure.
 std::string inflateStream(std::string_view stream);
 

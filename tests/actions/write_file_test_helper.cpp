@@ -2,15 +2,9 @@
 
 #include <gtest/gtest.h>
 
-#include <cstdlib>
-#include <ctime>
-#include <fstream>
-#include <sstream>
-
 #include "engine/timer_queue.h"
 #include "model/info_unit_types.h"
 #include "model/unit_time.h"
-#include "platform/registry.h"
 #include "platform/utf_codec.h"
 
 namespace vt::test {
@@ -20,18 +14,6 @@ int64_t fakeNow() {
     return g_fakeNow.load();
 }
 
-void putEnv(const char* name, const char* value) {
-#ifdef _WIN32
-    _putenv_s(name, value ? value : "");
-    _tzset();
-#else
-    if (value)
-        setenv(name, value, 1);
-    else
-        unsetenv(name);
-    tzset();
-#endif
-}
 }  // namespace
 
 ScopedFakeTime::ScopedFakeTime(int64_t now) {
@@ -45,35 +27,6 @@ void ScopedFakeTime::set(int64_t now) {
     g_fakeNow = now;
 }
 
-ScopedEnv::ScopedEnv(const char* name, const std::string& value) : m_name(name) {
-    if (const char* old = std::getenv(name)) {
-        m_had = true;
-        m_previous = old;
-    }
-    putEnv(name, value.c_str());
-}
-ScopedEnv::~ScopedEnv() {
-    putEnv(m_name.c_str(), m_had ? m_previous.c_str() : nullptr);
-}
-
-ScopedTimeZone::ScopedTimeZone(const char* tz) {
-    if (const char* old = std::getenv("TZ")) {
-        m_had = true;
-        m_previous = old;
-    }
-    putEnv("TZ", tz);
-}
-ScopedTimeZone::~ScopedTimeZone() {
-    putEnv("TZ", m_had ? m_previous.c_str() : nullptr);
-}
-
-std::string readFileBytes(const std::filesystem::path& file) {
-    std::ifstream in(file, std::ios::binary);
-    std::ostringstream s;
-    s << in.rdbuf();
-    return s.str();
-}
-
 std::u16string u16(const std::string& ascii) {
     return utf8ToUtf16(ascii);
 }
@@ -85,18 +38,17 @@ std::u16string u16(const std::filesystem::path& path) {
 WriteFileRig::WriteFileRig() : m_key(m_registry.base() + u"\\RS1\\R1\\A1") {}
 
 void WriteFileRig::setDword(std::u16string_view name, uint32_t value) {
-    RegKey k;
-    ASSERT_EQ(k.create(RegRoot::LocalMachine, m_key), 0u);
-    const auto bytes = regDwordBytes(value);
-    ASSERT_EQ(k.setValue(name, kRegDword, bytes.data(), bytes.size()), 0u);
+    regSetDword(m_key, name, value);
 }
 
 void WriteFileRig::setString(std::u16string_view name, std::u16string_view value) {
     if (name == u"szFilePath") m_pathSet = true;
-    RegKey k;
-    ASSERT_EQ(k.create(RegRoot::LocalMachine, m_key), 0u);
-    const auto bytes = regStringBytes(value);
-    ASSERT_EQ(k.setValue(name, kRegSz, bytes.data(), bytes.size()), 0u);
+    regSetString(m_key, name, value);
+}
+
+void WriteFileRig::messageLines() {
+    setDword(u"nFileFormat", 3);
+    setString(u"szLineFormat", u"%msg%%$CRLF%");
 }
 
 void WriteFileRig::load() {

@@ -25,34 +25,6 @@ class ScopedFakeTime {
     ScopedFakeTime& operator=(const ScopedFakeTime&) = delete;
 };
 
-// Sets an environment variable for the scope's lifetime (on Linux, for instance, the event
-// socket, so that reports of a test do not reach the system's log).
-class ScopedEnv {
-  public:
-    ScopedEnv(const char* name, const std::string& value);
-    ~ScopedEnv();
-    ScopedEnv(const ScopedEnv&) = delete;
-    ScopedEnv& operator=(const ScopedEnv&) = delete;
-
-  private:
-    std::string m_name, m_previous;
-    bool m_had = false;
-};
-
-// Sets the TZ variable (and re-reads it) for the scope's lifetime.
-class ScopedTimeZone {
-  public:
-    explicit ScopedTimeZone(const char* tz);
-    ~ScopedTimeZone();
-    ScopedTimeZone(const ScopedTimeZone&) = delete;
-    ScopedTimeZone& operator=(const ScopedTimeZone&) = delete;
-
-  private:
-    std::string m_previous;
-    bool m_had = false;
-};
-
-std::string readFileBytes(const std::filesystem::path& file);
 std::u16string u16(const std::string& ascii);
 std::u16string u16(const std::filesystem::path& path);
 
@@ -63,6 +35,8 @@ class WriteFileRig {
     WriteFileRig();
     void setDword(std::u16string_view name, uint32_t value);
     void setString(std::u16string_view name, std::u16string_view value);
+    // Each unit becomes its message and "\r\n", nothing else.
+    void messageLines();
     // Builds the entry (settings loaded, behaviour made). "szFilePath" defaults to dir().
     void load();
 

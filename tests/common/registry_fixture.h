@@ -1,9 +1,14 @@
 #pragma once
+#include <chrono>
 #include <filesystem>
+#include <memory>
 #include <string>
+#include <string_view>
+#include <thread>
 #include <vector>
 
 #include "service/debug_log.h"
+#include "service/error_report.h"
 
 namespace vt::test {
 
@@ -52,6 +57,10 @@ class DebugCapture {
     DebugCapture(const DebugCapture&) = delete;
     DebugCapture& operator=(const DebugCapture&) = delete;
     std::string text() const;
+    // How often `what` occurs in text().
+    size_t count(const std::string& what) const;
+    // The file as written, each line with its thread, time and level.
+    std::string raw() const;
     void clear();
 
   private:
@@ -59,5 +68,58 @@ class DebugCapture {
     DebugLogSettings m_previous;
     std::string m_file;
 };
+
+// Writes registry values for a test below HKLM, creating keys as needed; fails the test on error.
+void regSetDword(const std::u16string& key, std::u16string_view name, uint32_t value);
+void regSetString(const std::u16string& key, std::u16string_view name, std::u16string_view value);
+
+// Sets an environment variable for the scope's lifetime (on Linux, for instance, the event
+// socket, so that reports of a test do not reach the system's log). "TZ" is re-read.
+class ScopedEnv {
+  public:
+    ScopedEnv(const char* name, const std::string& value);
+    ~ScopedEnv();
+    ScopedEnv(const ScopedEnv&) = delete;
+    ScopedEnv& operator=(const ScopedEnv&) = delete;
+
+  private:
+    std::string m_name, m_previous;
+    bool m_had = false;
+};
+
+// Sets the TZ variable (and re-reads it) for the scope's lifetime.
+class ScopedTimeZone : public ScopedEnv {
+  public:
+    explicit ScopedTimeZone(const char* tz) : ScopedEnv("TZ", tz) {}
+};
+
+std::string readFileBytes(const std::filesystem::path& file);
+// The lines of `text` ended by "\r\n"; a last line without one is kept.
+std::vector<std::string> splitLines(const std::string& text);
+size_t countOf(const std::string& text, const std::string& what);
+// `text` as a file in UTF-16LE with its byte order mark.
+std::string utf16File(std::u16string_view text);
+
+// Runs `f`; returns the report it threw (the caller now owns it), or null if none was thrown.
+template <class F>
+std::unique_ptr<CErrorReport> thrownReport(F&& f) {
+    try {
+        f();
+    } catch (CErrorReport* report) {
+        return std::unique_ptr<CErrorReport>(report);
+    }
+    return nullptr;
+}
+
+// Polls a condition that other threads make true; false when `limit` passes first.
+template <class Pred>
+bool eventually(Pred pred, std::chrono::milliseconds limit = std::chrono::seconds(20)) {
+    const auto end = std::chrono::steady_clock::now() + limit;
+    while (!pred()) {
+        if (std::chrono::steady_clock::now() > end) return false;
+        std::this_thread::sleep_for(std::chrono::milliseconds(1));
+    }
+    return true;
+}
 
 }  // namespace vt::test

@@ -3,6 +3,8 @@
 #include <gtest/gtest.h>
 
 #include <thread>
+#include <utility>
+#include <vector>
 
 #include "common/registry_fixture.h"
 #include "engine/timer_queue.h"
@@ -63,61 +65,47 @@ TEST_F(ActionEntryTest, SuccessEndsTheRetries) {
     EXPECT_EQ(probeConfig(entry).calls.load(), 2);
 }
 
-// Only exactly 1 enables retries; the thrown report is still logged as a numbered try while
-// "nRetryCount" is above 1.
-TEST_F(ActionEntryTest, EnableRetryTwoNeverRetries) {
-    DebugCapture capture;
-    m_settings->enableRetry = 2;
-    m_settings->retryCount = 3;
-    CActionListEntry& entry = probe(ProbeMode::ThrowReport);
-    entry.CallAction(*m_unit, *m_settings);
-    EXPECT_EQ(probeConfig(entry).calls.load(), 1);
-    EXPECT_EQ(m_clock.sleepCount(), 0);
-    const std::string log = capture.text();
-    EXPECT_NE(log.find("Error while applying an action 'probe action' - Try number '1'. Error is "
-                       "'probe failure'."),
-              std::string::npos)
-        << log;
-    EXPECT_EQ(log.find("skipping action"), std::string::npos);
-}
-
-TEST_F(ActionEntryTest, ReportOnLastTryIsReportedAsSkipped) {
-    DebugCapture capture;
-    CActionListEntry& entry = probe(ProbeMode::ThrowReport);
-    entry.CallAction(*m_unit, *m_settings);
-    const std::string log = capture.text();
-    EXPECT_NE(log.find("Error Event 114 logged with data 'Error while applying an action - "
-                       "skipping action 'probe action'. Error is 'probe failure'.'"),
-              std::string::npos)
-        << log;
-}
-
-// The texts of the unknown-exception branch are swapped: the last try says "retrying".
-TEST_F(ActionEntryTest, UnknownExceptionTextsAreReversed) {
-    m_settings->enableRetry = 1;
-    m_settings->retryCount = 3;
-    DebugCapture capture;
-    CActionListEntry& entry = probe(ProbeMode::ThrowUnknown);
-    entry.CallAction(*m_unit, *m_settings);
-    EXPECT_EQ(probeConfig(entry).calls.load(), 3);
-    const std::string log = capture.text();
+// What the debug log says about failed tries. Only exactly 1 enables retries, but a thrown
+// report is still logged as a numbered try while "nRetryCount" is above 1. The texts of the
+// unknown-exception branch are swapped: the last try says "retrying", the others "continuing".
+TEST_F(ActionEntryTest, FailedTriesAreLogged) {
+    struct Case {
+        uint32_t enableRetry, retryCount;
+        ProbeMode mode;
+        int calls;
+        std::vector<std::pair<std::string, size_t>> counts;  // text, times in the log
+    };
+    const std::string numbered =
+        "Error while applying an action 'probe action' - Try number '1'. Error is 'probe "
+        "failure'.";
+    const std::string skipped =
+        "Error Event 114 logged with data 'Error while applying an action - skipping action "
+        "'probe action'. Error is 'probe failure'.'";
     const std::string continuing = "Unknown error while applying the actions - continuing";
     const std::string retrying = "Unknown error while applying the actions - retrying";
-    const size_t first = log.find(continuing);
-    const size_t second = log.find(continuing, first + 1);
-    const size_t last = log.find(retrying);
-    ASSERT_NE(first, std::string::npos) << log;
-    ASSERT_NE(second, std::string::npos) << log;
-    ASSERT_NE(last, std::string::npos) << log;
-    EXPECT_LT(second, last);
-    EXPECT_EQ(log.find(retrying, last + 1), std::string::npos);
-}
-
-TEST_F(ActionEntryTest, UnknownExceptionOnOnlyTryIsReportedAsRetrying) {
-    DebugCapture capture;
-    probe(ProbeMode::ThrowUnknown).CallAction(*m_unit, *m_settings);
-    EXPECT_NE(capture.text().find("Unknown error while applying the actions - retrying"),
-              std::string::npos);
+    const Case cases[] = {
+        {2, 3, ProbeMode::ThrowReport, 1, {{numbered, 1}, {"skipping action", 0}}},
+        {0, 1, ProbeMode::ThrowReport, 1, {{skipped, 1}}},
+        {1, 3, ProbeMode::ThrowUnknown, 3, {{continuing, 2}, {retrying, 1}}},
+        {0, 1, ProbeMode::ThrowUnknown, 1, {{continuing, 0}, {retrying, 1}}},
+    };
+    for (const Case& c : cases) {
+        m_settings->enableRetry = c.enableRetry;
+        m_settings->retryCount = c.retryCount;
+        DebugCapture capture;
+        CActionListEntry& entry = probe(c.mode);
+        const int sleeps = m_clock.sleepCount();
+        entry.CallAction(*m_unit, *m_settings);
+        EXPECT_EQ(probeConfig(entry).calls.load(), c.calls);
+        EXPECT_EQ(m_clock.sleepCount() - sleeps, c.enableRetry == 1 ? c.calls - 1 : 0);
+        const std::string log = capture.text();
+        for (const auto& [text, times] : c.counts) EXPECT_EQ(countOf(log, text), times) << log;
+        // The last try's "retrying" comes after every "continuing".
+        if (countOf(log, continuing) > 0) {
+            EXPECT_GT(log.find(retrying), log.rfind(continuing));
+        }
+        EXPECT_GT(log.find(retrying), log.rfind(continuing) + 1);
+    }
 }
 
 TEST_F(ActionEntryTest, AbortOnFailureStopsOnlyWhenConfigured) {
@@ -218,9 +206,7 @@ TEST_F(ActionEntryTest, EmptyListIsTrue) {
 
 // --- idle timer ---
 
-int g_timerRuns = 0;
 void countRun(void* context, uint32_t, uint32_t) {
-    ++g_timerRuns;
     ++*static_cast<int*>(context);
 }
 

@@ -72,23 +72,19 @@ CActionConfigProbe& probeConfig(CActionListEntry& entry) {
     return static_cast<CActionConfigProbe&>(*entry.getConfig());
 }
 
+std::unique_ptr<CRuleListEntry> probeRule(const std::u16string& ruleKey,
+                                          CActionConfigProbe*& probe) {
+    regSetDword(ruleKey, u"nActionCount", 1);
+    regSetDword(ruleKey, u"nActionType1", kProbeActionType);
+    auto actions = std::make_unique<CActionList>(CQuilletString(std::u16string_view(ruleKey)),
+                                                 ActionLoadContext{});
+    probe = &probeConfig(*static_cast<CActionListEntry*>(actions->next(nullptr)));
+    return std::make_unique<CRuleListEntry>(RuleFiringSettings{}, nullptr, std::move(actions));
+}
+
 std::string traceOf(const CInfoUnit& unit) {
     const CQuilletString* trace = unit.getPropertyStringObject(u"trace");
     return trace ? std::string(trace->narrowView()) : std::string();
-}
-
-void regSetDword(const std::u16string& key, std::u16string_view name, uint32_t value) {
-    RegKey k;
-    ASSERT_EQ(k.create(RegRoot::LocalMachine, key), kRegOk);
-    const auto bytes = regDwordBytes(value);
-    ASSERT_EQ(k.setValue(name, kRegDword, bytes.data(), bytes.size()), kRegOk);
-}
-
-void regSetString(const std::u16string& key, std::u16string_view name, std::u16string_view value) {
-    RegKey k;
-    ASSERT_EQ(k.create(RegRoot::LocalMachine, key), kRegOk);
-    const auto bytes = regStringBytes(value);
-    ASSERT_EQ(k.setValue(name, kRegSz, bytes.data(), bytes.size()), kRegOk);
 }
 
 std::unique_ptr<CConfigSettings> makeSettings() {

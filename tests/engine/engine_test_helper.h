@@ -10,7 +10,9 @@
 #include "actions/action_config.h"
 #include "actions/action_list.h"
 #include "actions/action_types.h"
+#include "common/registry_fixture.h"
 #include "engine/engine_clock.h"
+#include "engine/rule_set_list.h"
 #include "model/info_unit.h"
 
 class CConfigSettings;
@@ -84,15 +86,16 @@ class ProbeActionType {
 
 CActionConfigProbe& probeConfig(CActionListEntry& entry);
 
+// A rule without filters whose one action, loaded from `ruleKey`, is the probe (a
+// ProbeActionType must be alive); `probe` is set to that action's settings.
+std::unique_ptr<CRuleListEntry> probeRule(const std::u16string& ruleKey,
+                                          CActionConfigProbe*& probe);
+
 // The "trace" property of a unit, narrow.
 std::string traceOf(const CInfoUnit& unit);
 
 // Settings with the defaults, ready for the engine.
 std::unique_ptr<CConfigSettings> makeSettings();
-
-// Writes registry values for a test, creating keys as needed; fails the test on error.
-void regSetDword(const std::u16string& key, std::u16string_view name, uint32_t value);
-void regSetString(const std::u16string& key, std::u16string_view name, std::u16string_view value);
 
 // A syslog unit with a message.
 std::unique_ptr<CInfoUnit> makeSyslogUnit(std::u16string_view msg);

@@ -66,6 +66,34 @@ struct FilterCase {
     std::function<void(CInfoUnit&)> prepare = {};
 };
 
+// An AND group over one condition, the shape of most cases below.
+auto one(int32_t type, std::u16string name, std::u16string value, int32_t compare,
+         std::function<void(FilterEntryValues&)> tweak = {}) {
+    return [=] { return group(FOP_AND, 0, cond(type, name, value, compare, tweak)); };
+}
+// "msg" contains `value` somewhere between the 1-based positions `start` and `end`.
+auto inRange(std::u16string value, int32_t start, int32_t end) {
+    return one(PT_STRING, u"msg", std::move(value), 4, [=](FilterEntryValues& v) {
+        v.rangeStart = start;
+        v.rangeEnd = end;
+    });
+}
+auto valueType(int32_t type) {
+    return [type](FilterEntryValues& v) { v.propertyValueType = type; };
+}
+void id12(CInfoUnit& u) {
+    u.setPropertyInt(u"id", 12);
+}
+void flag7(CInfoUnit& u) {
+    u.setPropertyInt(u"flag", 7);
+}
+void tuesday(CInfoUnit& u) {
+    u.setTimeGenerated(kTuesday10am);
+}
+void disk1000used400(CInfoUnit& u) {
+    u.setPropertyInt(u"maxavailable", 1000), u.setPropertyInt(u"currusage", 400);
+}
+
 const FilterCase kCases[] = {
     // Group operations over defined children.
     {"AND all true", [] { return group(FOP_AND, 0, isTrue(), isTrue()); }, 1},
@@ -101,171 +129,72 @@ const FilterCase kCases[] = {
     {"AND over absent property, ignored", [] { return group(FOP_AND, 1, unknownProp()); }, 1},
     {"NOT over absent property", [] { return group(FOP_NOT, 0, unknownProp()); }, 1},
     {"NOT over absent property, ignored", [] { return group(FOP_NOT, 1, unknownProp()); }, 0},
-    {"PT_INT absent", [] { return group(FOP_AND, 0, cond(PT_INT, u"nosuch", u"1", 0)); }, 0},
+    {"PT_INT absent", one(PT_INT, u"nosuch", u"1", 0), 0},
 
     // Strings: the comparisons, the range, templates.
-    {"contains", [] { return group(FOP_AND, 0, cond(PT_STRING, u"msg", u"lo wo", 0)); }, 1},
-    {"contains is case-sensitive",
-     [] { return group(FOP_AND, 0, cond(PT_STRING, u"msg", u"Hello", 0)); }, 0},
-    {"does not contain", [] { return group(FOP_AND, 0, cond(PT_STRING, u"msg", u"xyz", 1)); }, 1},
-    {"equal", [] { return group(FOP_AND, 0, cond(PT_STRING, u"msg", u"hello world", 5)); }, 1},
-    {"equal needs the whole text",
-     [] { return group(FOP_AND, 0, cond(PT_STRING, u"msg", u"hello", 5)); }, 0},
-    {"not equal", [] { return group(FOP_AND, 0, cond(PT_STRING, u"msg", u"hello", 6)); }, 1},
-    {"range: 'lo' at 4-5 within 1-5",
-     [] {
-         return group(FOP_AND, 0, cond(PT_STRING, u"msg", u"lo", 4, [](auto& v) {
-                          v.rangeStart = 1;
-                          v.rangeEnd = 5;
-                      }));
-     },
-     1},
-    {"range: 'lo' at 4-5 not within 1-4",
-     [] {
-         return group(FOP_AND, 0, cond(PT_STRING, u"msg", u"lo", 4, [](auto& v) {
-                          v.rangeStart = 1;
-                          v.rangeEnd = 4;
-                      }));
-     },
-     0},
-    {"range: start 0 counts as 1",
-     [] {
-         return group(FOP_AND, 0, cond(PT_STRING, u"msg", u"he", 4, [](auto& v) {
-                          v.rangeStart = 0;
-                          v.rangeEnd = 2;
-                      }));
-     },
-     1},
-    {"range: only occurrences at or after the start count",
-     [] {
-         return group(FOP_AND, 0, cond(PT_STRING, u"msg", u"o", 4, [](auto& v) {
-                          v.rangeStart = 6;
-                          v.rangeEnd = 7;
-                      }));
-     },
-     0},
-    {"range: 'o' found again at 8",
-     [] {
-         return group(FOP_AND, 0, cond(PT_STRING, u"msg", u"o", 4, [](auto& v) {
-                          v.rangeStart = 6;
-                          v.rangeEnd = 8;
-                      }));
-     },
-     1},
-    {"range: start beyond the text",
-     [] {
-         return group(FOP_AND, 0, cond(PT_STRING, u"msg", u"", 4, [](auto& v) {
-                          v.rangeStart = 40;
-                          v.rangeEnd = 80;
-                      }));
-     },
-     0},
+    {"contains", one(PT_STRING, u"msg", u"lo wo", 0), 1},
+    {"contains is case-sensitive", one(PT_STRING, u"msg", u"Hello", 0), 0},
+    {"does not contain", one(PT_STRING, u"msg", u"xyz", 1), 1},
+    {"equal", one(PT_STRING, u"msg", u"hello world", 5), 1},
+    {"equal needs the whole text", one(PT_STRING, u"msg", u"hello", 5), 0},
+    {"not equal", one(PT_STRING, u"msg", u"hello", 6), 1},
+    {"range: 'lo' at 4-5 within 1-5", inRange(u"lo", 1, 5), 1},
+    {"range: 'lo' at 4-5 not within 1-4", inRange(u"lo", 1, 4), 0},
+    {"range: start 0 counts as 1", inRange(u"he", 0, 2), 1},
+    {"range: only occurrences at or after the start count", inRange(u"o", 6, 7), 0},
+    {"range: 'o' found again at 8", inRange(u"o", 6, 8), 1},
+    {"range: start beyond the text", inRange(u"", 40, 80), 0},
     {"compare 2 is not supported for strings, AND takes -1 as true",
-     [] { return group(FOP_AND, 0, cond(PT_STRING, u"msg", u"x", 2)); }, 1},
-    {"template tests the first five characters",
-     [] { return group(FOP_AND, 0, cond(PT_STRING, u"%msg:1:5%", u"hello", 5)); }, 1},
-    {"template cut excludes the rest",
-     [] { return group(FOP_AND, 0, cond(PT_STRING, u"%msg:1:5%", u"world", 0)); }, 0},
-    {"PT_STRING lower-cases the name",
-     [] { return group(FOP_AND, 0, cond(PT_STRING, u"MSG", u"hello", 0)); }, 1},
-    {"type 8 keeps the name's case",
-     [] { return group(FOP_AND, 0, cond(PT_STRING_CASED, u"MSG", u"hello", 0)); }, 0},
-    {"ntservicename tests sourceproc",
-     [] { return group(FOP_AND, 0, cond(PT_STRING, u"NTServiceName", u"spooler", 5)); }, 1,
+     one(PT_STRING, u"msg", u"x", 2), 1},
+    {"template tests the first five characters", one(PT_STRING, u"%msg:1:5%", u"hello", 5), 1},
+    {"template cut excludes the rest", one(PT_STRING, u"%msg:1:5%", u"world", 0), 0},
+    {"PT_STRING lower-cases the name", one(PT_STRING, u"MSG", u"hello", 0), 1},
+    {"type 8 keeps the name's case", one(PT_STRING_CASED, u"MSG", u"hello", 0), 0},
+    {"ntservicename tests sourceproc", one(PT_STRING, u"NTServiceName", u"spooler", 5), 1,
      [](CInfoUnit& u) { u.setPropertyString(u"sourceproc", u"spooler"); }},
 
     // Numbers and truth values.
-    {"PT_INT 12abc compares with 12",
-     [] { return group(FOP_AND, 0, cond(PT_INT, u"id", u"12abc", 0)); }, 1,
-     [](CInfoUnit& u) { u.setPropertyInt(u"id", 12); }},
-    {"PT_INT greater", [] { return group(FOP_AND, 0, cond(PT_INT, u"id", u"10", 2)); }, 1,
-     [](CInfoUnit& u) { u.setPropertyInt(u"id", 12); }},
-    {"PT_INT less", [] { return group(FOP_AND, 0, cond(PT_INT, u"id", u"10", 3)); }, 0,
-     [](CInfoUnit& u) { u.setPropertyInt(u"id", 12); }},
+    {"PT_INT 12abc compares with 12", one(PT_INT, u"id", u"12abc", 0), 1, id12},
+    {"PT_INT greater", one(PT_INT, u"id", u"10", 2), 1, id12},
+    {"PT_INT less", one(PT_INT, u"id", u"10", 3), 0, id12},
     {"PT_INT unsupported compare in OR is true",
-     [] { return group(FOP_OR, 0, cond(PT_INT, u"id", u"10", 7)); }, 1,
-     [](CInfoUnit& u) { u.setPropertyInt(u"id", 12); }},
-    {"PT_BOOL non-zero equals flag 1",
-     [] { return group(FOP_AND, 0, cond(PT_BOOL, u"flag", u"1", 0)); }, 1,
-     [](CInfoUnit& u) { u.setPropertyInt(u"flag", 7); }},
-    {"PT_BOOL differs", [] { return group(FOP_AND, 0, cond(PT_BOOL, u"flag", u"1", 1)); }, 0,
-     [](CInfoUnit& u) { u.setPropertyInt(u"flag", 7); }},
+     [] { return group(FOP_OR, 0, cond(PT_INT, u"id", u"10", 7)); }, 1, id12},
+    {"PT_BOOL non-zero equals flag 1", one(PT_BOOL, u"flag", u"1", 0), 1, flag7},
+    {"PT_BOOL differs", one(PT_BOOL, u"flag", u"1", 1), 0, flag7},
 
     // Unit types.
-    {"IsSyslog with flag 1 and compare 0",
-     [] { return group(FOP_AND, 0, cond(PT_ENUM_IUT, u"IsSyslog", u"1", 0)); }, 1},
+    {"IsSyslog with flag 1 and compare 0", one(PT_ENUM_IUT, u"IsSyslog", u"1", 0), 1},
     {"IsSyslog with flag 0 and compare 0 is false even for syslog",
-     [] { return group(FOP_AND, 0, cond(PT_ENUM_IUT, u"IsSyslog", u"0", 0)); }, 0},
-    {"IsSyslog with flag 0 and compare 1",
-     [] { return group(FOP_AND, 0, cond(PT_ENUM_IUT, u"IsSyslog", u"0", 1)); }, 1},
-    {"IsFileMonitor on a syslog unit",
-     [] { return group(FOP_AND, 0, cond(PT_ENUM_IUT, u"IsFileMonitor", u"0", 1)); }, 0},
-    {"unknown kind name matches no type",
-     [] { return group(FOP_AND, 0, cond(PT_ENUM_IUT, u"IsSomething", u"0", 1)); }, 0},
+     one(PT_ENUM_IUT, u"IsSyslog", u"0", 0), 0},
+    {"IsSyslog with flag 0 and compare 1", one(PT_ENUM_IUT, u"IsSyslog", u"0", 1), 1},
+    {"IsFileMonitor on a syslog unit", one(PT_ENUM_IUT, u"IsFileMonitor", u"0", 1), 0},
+    {"unknown kind name matches no type", one(PT_ENUM_IUT, u"IsSomething", u"0", 1), 0},
 
     // Disk space: 1000 available, 400 used.
-    {"disk space absolute",
-     [] {
-         return group(FOP_AND, 0,
-                      cond(PT_DISKSPACE, u"", u"600", 0, [](auto& v) { v.propertyValueType = 3; }));
-     },
-     1,
-     [](CInfoUnit& u) {
-         u.setPropertyInt(u"maxavailable", 1000), u.setPropertyInt(u"currusage", 400);
-     }},
-    {"disk space in units of 1024",
-     [] {
-         return group(FOP_AND, 0,
-                      cond(PT_DISKSPACE, u"", u"1", 3, [](auto& v) { v.propertyValueType = 4; }));
-     },
-     1,
-     [](CInfoUnit& u) {
-         u.setPropertyInt(u"maxavailable", 1000), u.setPropertyInt(u"currusage", 400);
-     }},
-    {"disk space percent",
-     [] {
-         return group(FOP_AND, 0,
-                      cond(PT_DISKSPACE, u"", u"60", 0, [](auto& v) { v.propertyValueType = 5; }));
-     },
-     1,
-     [](CInfoUnit& u) {
-         u.setPropertyInt(u"maxavailable", 1000), u.setPropertyInt(u"currusage", 400);
-     }},
+    {"disk space absolute", one(PT_DISKSPACE, u"", u"600", 0, valueType(3)), 1, disk1000used400},
+    {"disk space in units of 1024", one(PT_DISKSPACE, u"", u"1", 3, valueType(4)), 1,
+     disk1000used400},
+    {"disk space percent", one(PT_DISKSPACE, u"", u"60", 0, valueType(5)), 1, disk1000used400},
     {"disk space percent below 100 available is undetermined",
-     [] {
-         return group(FOP_AND, 0,
-                      cond(PT_DISKSPACE, u"", u"60", 0, [](auto& v) { v.propertyValueType = 5; }));
-     },
-     0,
+     one(PT_DISKSPACE, u"", u"60", 0, valueType(5)), 0,
      [](CInfoUnit& u) {
          u.setPropertyInt(u"maxavailable", 99), u.setPropertyInt(u"currusage", 9);
      }},
 
     // Time of day and weekday on Tuesday 10:00:00 UTC (settings select UTC).
     {"time of day equal",
-     [] {
-         return group(FOP_AND, 0,
-                      cond(PT_TIME, u"IsTime", u"36000", 0, [](auto& v) { v.optionalValue = 4; }));
-     },
-     1, [](CInfoUnit& u) { u.setTimeGenerated(kTuesday10am); }},
-    {"time of day later than 09:59:59 (global UTC setting)",
-     [] { return group(FOP_AND, 0, cond(PT_TIME, u"IsTime", u"35999", 2)); }, 1,
-     [](CInfoUnit& u) { u.setTimeGenerated(kTuesday10am); }},
+     one(PT_TIME, u"IsTime", u"36000", 0, [](auto& v) { v.optionalValue = 4; }), 1, tuesday},
+    {"time of day later than 09:59:59 (global UTC setting)", one(PT_TIME, u"IsTime", u"35999", 2),
+     1, tuesday},
     {"time of day with a wrong name",
      [] { return group(FOP_AND, 1, cond(PT_TIME, u"Time", u"0", 2), isFalse()); }, 0},
-    {"weekday on the named day",
-     [] { return group(FOP_AND, 0, cond(PT_WDAY, u"TimeTuesday", u"1", 0)); }, 1,
-     [](CInfoUnit& u) { u.setTimeGenerated(kTuesday10am); }},
-    {"Monday on a Tuesday fails an AND",
-     [] { return group(FOP_AND, 0, cond(PT_WDAY, u"TimeMonday", u"1", 0)); }, 0,
-     [](CInfoUnit& u) { u.setTimeGenerated(kTuesday10am); }},
+    {"weekday on the named day", one(PT_WDAY, u"TimeTuesday", u"1", 0), 1, tuesday},
+    {"Monday on a Tuesday fails an AND", one(PT_WDAY, u"TimeMonday", u"1", 0), 0, tuesday},
     {"Monday on a Tuesday is ignored with nThreatNotFoundFilters",
-     [] { return group(FOP_AND, 1, cond(PT_WDAY, u"TimeMonday", u"1", 0)); }, 1,
-     [](CInfoUnit& u) { u.setTimeGenerated(kTuesday10am); }},
+     [] { return group(FOP_AND, 1, cond(PT_WDAY, u"TimeMonday", u"1", 0)); }, 1, tuesday},
 
     // Unknown property type.
-    {"unknown property type is undetermined",
-     [] { return group(FOP_AND, 0, cond(42, u"msg", u"hello", 0)); }, 0},
+    {"unknown property type is undetermined", one(42, u"msg", u"hello", 0), 0},
 };
 
 class FilterTableTest : public ::testing::TestWithParam<FilterCase> {};

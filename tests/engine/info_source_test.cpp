@@ -202,15 +202,9 @@ TEST(InfoSourceUnitTest, HandOverBindsRuleList) {
 TEST(InfoSourceUnitTest, WaitingHandOverReturnsAfterProcessing) {
     SourceOnRegistry env;
     ProbeActionType probeType;
-    const std::u16string rule = env.registry.base() + u"\\R1";
-    regSetDword(rule, u"nActionCount", 1);
-    regSetDword(rule, u"nActionType1", kProbeActionType);
-    auto actions = std::make_unique<CActionList>(CQuilletString(std::u16string_view(rule)),
-                                                 ActionLoadContext{});
-    auto& counter = probeConfig(*static_cast<CActionListEntry*>(actions->next(nullptr)));
+    CActionConfigProbe* counter = nullptr;
     CRuleSetListEntry ruleSet(CQuilletString(u"Default"));
-    ruleSet.getRuleList().add(
-        std::make_unique<CRuleListEntry>(RuleFiringSettings{}, nullptr, std::move(actions)));
+    ruleSet.getRuleList().add(probeRule(env.registry.base() + u"\\R1", counter));
 
     auto settings = makeSettings();
     settings->workerThreads = 2;
@@ -219,7 +213,7 @@ TEST(InfoSourceUnitTest, WaitingHandOverReturnsAfterProcessing) {
     source->setRuleSet(&ruleSet);
     CWaitableInfoUnit unit;
     EXPECT_TRUE(source->EnqueueAndWait(unit));
-    EXPECT_EQ(counter.calls.load(), 1);
+    EXPECT_EQ(counter->calls.load(), 1);
 }
 
 // The GUID text has the registry form, and two GUIDs differ; the Linux one is version 4.

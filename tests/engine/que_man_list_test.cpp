@@ -20,17 +20,6 @@ namespace {
 using namespace vt;
 using namespace vt::test;
 
-// Polls a condition that other threads make true; fails the test after 20 s.
-template <class Pred>
-bool eventually(Pred pred) {
-    const auto end = std::chrono::steady_clock::now() + std::chrono::seconds(20);
-    while (!pred()) {
-        if (std::chrono::steady_clock::now() > end) return false;
-        std::this_thread::sleep_for(std::chrono::milliseconds(1));
-    }
-    return true;
-}
-
 // A unit that tells when it is destroyed.
 class TrackedUnit : public CInfoUnit {
   public:
@@ -79,19 +68,18 @@ class QueueLimitTest : public ::testing::Test {
     std::unique_ptr<CConfigSettings> m_settings = makeSettings();
 };
 
-TEST_F(QueueLimitTest, UnlimitedNeverWaits) {
-    auto queue = makeQueue(0);
-    fill(*queue, 300);
-    EXPECT_EQ(queue->getLength(), 300);
-    EXPECT_EQ(m_clock.sleepCount(), 0);
-}
-
+// Unlimited never waits; with limit 10 the eleventh gets in and the twelfth waits until a unit
+// has gone.
 TEST_F(QueueLimitTest, LimitTenLetsTheEleventhInAndHoldsTheTwelfth) {
+    auto unlimited = makeQueue(0);
+    fill(*unlimited, 300);
+    EXPECT_EQ(unlimited->getLength(), 300);
+    EXPECT_EQ(m_clock.sleepCount(), 0);
     auto queue = makeQueue(10);
     fill(*queue, 11);
     EXPECT_EQ(queue->getLength(), 11);
     EXPECT_EQ(m_clock.sleepCount(), 0);
-    fill(*queue, 1);  // waits until a unit has gone
+    fill(*queue, 1);
     EXPECT_EQ(m_clock.sleepCount(), 1);
     EXPECT_EQ(m_clock.sleepDurations().front(), 1000u);
     EXPECT_EQ(queue->getLength(), 11);
@@ -146,18 +134,13 @@ TEST_F(QueueLimitTest, LowMemoryThrottle) {
 
 TEST_F(QueueLimitTest, RemoveIsFirstInFirstOut) {
     auto queue = makeQueue(0);
-    CInfoUnit* a = new CInfoUnit;
-    CInfoUnit* b = new CInfoUnit;
-    queue->Enqueue(a);
-    queue->Enqueue(b);
-    CInfoUnit* first = queue->Remove();
-    CInfoUnit* second = queue->Remove();
-    EXPECT_EQ(first, a);
-    EXPECT_EQ(second, b);
+    std::unique_ptr<CInfoUnit> a(new CInfoUnit), b(new CInfoUnit);
+    queue->Enqueue(a.get());
+    queue->Enqueue(b.get());
+    EXPECT_EQ(queue->Remove(), a.get());
+    EXPECT_EQ(queue->Remove(), b.get());
     EXPECT_EQ(queue->Remove(), nullptr);
     EXPECT_EQ(queue->getLength(), 0);
-    delete first;
-    delete second;
 }
 
 // A queue whose rule processing the test scripts per unit.
@@ -188,14 +171,6 @@ class QueueWorkerTest : public ::testing::Test {
     }
     std::unique_ptr<CConfigSettings> m_settings = makeSettings();
 };
-
-TEST_F(QueueWorkerTest, WaitableUnitIsReleasedAfterProcessingAndNotDestroyed) {
-    auto queue = makeQueue(2);
-    auto unit = std::make_unique<CInfoUnitFileMonitor>();
-    EXPECT_TRUE(queue->EnqueueAndWait(unit.get()));
-    EXPECT_EQ(queue->processed.load(), 1);
-    unit->setMsg(u"still ours");  // the producer still owns a live unit
-}
 
 // A report from rule processing abandons the unit: its producer is never woken.
 TEST_F(QueueWorkerTest, WaitableUnitIsNotReleasedAfterErrorReport) {
@@ -284,15 +259,10 @@ TEST_F(QueueWorkerTest, ShutdownWithUnitsStillQueued) {
 TEST(QueueConcurrencyTest, FourProducersFiveWorkers) {
     ScopedRegistry registry;
     ProbeActionType probeType;
-    const std::u16string rule = registry.base() + u"\\R1";
-    regSetDword(rule, u"nActionCount", 1);
-    regSetDword(rule, u"nActionType1", kProbeActionType);
-    RuleFiringSettings firing;
-    auto actions = std::make_unique<CActionList>(CQuilletString(std::u16string_view(rule)),
-                                                 ActionLoadContext{});
-    auto& counter = probeConfig(*static_cast<CActionListEntry*>(actions->next(nullptr)));
+    CActionConfigProbe* probe = nullptr;
     CRuleList rules;
-    rules.add(std::make_unique<CRuleListEntry>(firing, nullptr, std::move(actions)));
+    rules.add(probeRule(registry.base() + u"\\R1", probe));
+    auto& counter = *probe;
 
     auto settings = makeSettings();
     settings->workerThreads = 5;
@@ -328,12 +298,10 @@ void onIdle(void*, uint32_t, uint32_t) {
 TEST(QueueTimerTest, IdleTimerRunsOnTheArmingWorker) {
     ScopedRegistry registry;
     ProbeActionType probeType;
-    const std::u16string rule = registry.base() + u"\\R1";
-    regSetDword(rule, u"nActionCount", 1);
-    regSetDword(rule, u"nActionType1", kProbeActionType);
-    auto actions = std::make_unique<CActionList>(CQuilletString(std::u16string_view(rule)),
-                                                 ActionLoadContext{});
-    auto& config = probeConfig(*static_cast<CActionListEntry*>(actions->next(nullptr)));
+    CActionConfigProbe* probe = nullptr;
+    CRuleList rules;
+    rules.add(probeRule(registry.base() + u"\\R1", probe));
+    auto& config = *probe;
     config.createTimer();
     std::atomic<std::thread::id> actionThread;
     config.hook = [&](CInfoUnit&) {
@@ -341,8 +309,6 @@ TEST(QueueTimerTest, IdleTimerRunsOnTheArmingWorker) {
         config.cancelTimer();
         config.armTimer(&onIdle, nullptr, 20);
     };
-    CRuleList rules;
-    rules.add(std::make_unique<CRuleListEntry>(RuleFiringSettings{}, nullptr, std::move(actions)));
     auto settings = makeSettings();
     settings->workerThreads = 1;
     CQueManList queue(settings.get());

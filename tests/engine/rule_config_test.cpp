@@ -1,12 +1,15 @@
 #include <gtest/gtest.h>
 
+#include <utility>
+#include <variant>
+#include <vector>
+
 #include "common/registry_fixture.h"
 #include "engine/que_man_list.h"
 #include "engine/rule_set_list.h"
 #include "engine_test_helper.h"
 #include "model/info_unit_types.h"
 #include "service/config_settings.h"
-#include "vtreg/reg_file.h"
 
 namespace {
 
@@ -17,115 +20,59 @@ using namespace vt::test;
 // "drop" messages and discards them before a third action; R3 has no filters and logs
 // everything that gets that far. "Alerts": R1 logs and discards units of priority below 4;
 // R2 logs the rest. Action type 9001 is the test's probe, which appends its "szTag".
-constexpr char kConfig[] = R"(Windows Registry Editor Version 5.00
-
-[HKEY_LOCAL_MACHINE\SOFTWARE\Quillet\Vantor\Agent\RuleSets]
-"nRuleSetsVersion"=dword:00000007
-"nRuleSetCount"=dword:00000002
-"szRSName1"="Main"
-"szRSName2"="Alerts"
-
-[HKEY_LOCAL_MACHINE\SOFTWARE\Quillet\Vantor\Agent\RuleSets\RS1]
-"nRuleSetNumber"=dword:00000001
-"nRuleCount"=dword:00000003
-"nRuleVersion"=dword:00000001
-
-[HKEY_LOCAL_MACHINE\SOFTWARE\Quillet\Vantor\Agent\RuleSets\RS1\R1]
-"nActionCount"=dword:00000003
-"nActionType1"=dword:00002329
-"szActionName1"="log main-r1"
-"nActionType2"=dword:000003f6
-"szActionName2"="call Alerts"
-"nActionType3"=dword:00002329
-"szActionName3"="log main-r1-after"
-
-[HKEY_LOCAL_MACHINE\SOFTWARE\Quillet\Vantor\Agent\RuleSets\RS1\R1\A1]
-"szTag"="main-r1"
-
-[HKEY_LOCAL_MACHINE\SOFTWARE\Quillet\Vantor\Agent\RuleSets\RS1\R1\A2]
-"szRuleSet"="Alerts"
-
-[HKEY_LOCAL_MACHINE\SOFTWARE\Quillet\Vantor\Agent\RuleSets\RS1\R1\A3]
-"szTag"="main-r1-after"
-
-[HKEY_LOCAL_MACHINE\SOFTWARE\Quillet\Vantor\Agent\RuleSets\RS1\R1\Filters]
-"nFilterCount"=dword:00000001
-
-[HKEY_LOCAL_MACHINE\SOFTWARE\Quillet\Vantor\Agent\RuleSets\RS1\R1\Filters\F1]
-"nOperationType"=dword:00000004
-"PropertyType"=dword:00000001
-"PropertyName"="msg"
-"PropertyValue"="alert"
-"CompareOperation"=dword:00000000
-
-[HKEY_LOCAL_MACHINE\SOFTWARE\Quillet\Vantor\Agent\RuleSets\RS1\R2]
-"nActionCount"=dword:00000003
-"nActionType1"=dword:00002329
-"nActionType2"=dword:00000001
-"nActionType3"=dword:00002329
-
-[HKEY_LOCAL_MACHINE\SOFTWARE\Quillet\Vantor\Agent\RuleSets\RS1\R2\A1]
-"szTag"="main-r2"
-
-[HKEY_LOCAL_MACHINE\SOFTWARE\Quillet\Vantor\Agent\RuleSets\RS1\R2\A3]
-"szTag"="never"
-
-[HKEY_LOCAL_MACHINE\SOFTWARE\Quillet\Vantor\Agent\RuleSets\RS1\R2\Filters]
-"nFilterCount"=dword:00000001
-
-[HKEY_LOCAL_MACHINE\SOFTWARE\Quillet\Vantor\Agent\RuleSets\RS1\R2\Filters\F1]
-"nOperationType"=dword:00000004
-"PropertyType"=dword:00000001
-"PropertyName"="msg"
-"PropertyValue"="drop"
-
-[HKEY_LOCAL_MACHINE\SOFTWARE\Quillet\Vantor\Agent\RuleSets\RS1\R3]
-"nActionCount"=dword:00000001
-"nActionType1"=dword:00002329
-
-[HKEY_LOCAL_MACHINE\SOFTWARE\Quillet\Vantor\Agent\RuleSets\RS1\R3\A1]
-"szTag"="main-r3"
-
-[HKEY_LOCAL_MACHINE\SOFTWARE\Quillet\Vantor\Agent\RuleSets\RS2]
-"nRuleSetNumber"=dword:00000002
-"nRuleCount"=dword:00000002
-
-[HKEY_LOCAL_MACHINE\SOFTWARE\Quillet\Vantor\Agent\RuleSets\RS2\R1]
-"nActionCount"=dword:00000002
-"nActionType1"=dword:00002329
-"nActionType2"=dword:00000001
-
-[HKEY_LOCAL_MACHINE\SOFTWARE\Quillet\Vantor\Agent\RuleSets\RS2\R1\A1]
-"szTag"="alerts-r1"
-
-[HKEY_LOCAL_MACHINE\SOFTWARE\Quillet\Vantor\Agent\RuleSets\RS2\R1\Filters]
-"nFilterCount"=dword:00000001
-
-[HKEY_LOCAL_MACHINE\SOFTWARE\Quillet\Vantor\Agent\RuleSets\RS2\R1\Filters\F1]
-"nOperationType"=dword:00000004
-"PropertyType"=dword:00000000
-"PropertyName"="SyslogPriority"
-"PropertyValue"="4"
-"CompareOperation"=dword:00000003
-
-[HKEY_LOCAL_MACHINE\SOFTWARE\Quillet\Vantor\Agent\RuleSets\RS2\R2]
-"nActionCount"=dword:00000001
-"nActionType1"=dword:00002329
-
-[HKEY_LOCAL_MACHINE\SOFTWARE\Quillet\Vantor\Agent\RuleSets\RS2\R2\A1]
-"szTag"="alerts-r2"
-)";
+struct Value {
+    const char16_t* name;
+    std::variant<uint32_t, const char16_t*> value;
+};
+// clang-format off
+const std::pair<const char16_t*, std::vector<Value>> kConfig[] = {
+    {u"", {{u"nRuleSetsVersion", 7u}, {u"nRuleSetCount", 2u}, {u"szRSName1", u"Main"},
+           {u"szRSName2", u"Alerts"}}},
+    {u"\\RS1", {{u"nRuleSetNumber", 1u}, {u"nRuleCount", 3u}, {u"nRuleVersion", 1u}}},
+    {u"\\RS1\\R1", {{u"nActionCount", 3u}, {u"nActionType1", 9001u},
+                     {u"szActionName1", u"log main-r1"}, {u"nActionType2", 1014u},
+                     {u"szActionName2", u"call Alerts"}, {u"nActionType3", 9001u},
+                     {u"szActionName3", u"log main-r1-after"}}},
+    {u"\\RS1\\R1\\A1", {{u"szTag", u"main-r1"}}},
+    {u"\\RS1\\R1\\A2", {{u"szRuleSet", u"Alerts"}}},
+    {u"\\RS1\\R1\\A3", {{u"szTag", u"main-r1-after"}}},
+    {u"\\RS1\\R1\\Filters", {{u"nFilterCount", 1u}}},
+    {u"\\RS1\\R1\\Filters\\F1", {{u"nOperationType", 4u}, {u"PropertyType", 1u},
+                                    {u"PropertyName", u"msg"}, {u"PropertyValue", u"alert"},
+                                    {u"CompareOperation", 0u}}},
+    {u"\\RS1\\R2", {{u"nActionCount", 3u}, {u"nActionType1", 9001u}, {u"nActionType2", 1u},
+                     {u"nActionType3", 9001u}}},
+    {u"\\RS1\\R2\\A1", {{u"szTag", u"main-r2"}}},
+    {u"\\RS1\\R2\\A3", {{u"szTag", u"never"}}},
+    {u"\\RS1\\R2\\Filters", {{u"nFilterCount", 1u}}},
+    {u"\\RS1\\R2\\Filters\\F1", {{u"nOperationType", 4u}, {u"PropertyType", 1u},
+                                    {u"PropertyName", u"msg"}, {u"PropertyValue", u"drop"}}},
+    {u"\\RS1\\R3", {{u"nActionCount", 1u}, {u"nActionType1", 9001u}}},
+    {u"\\RS1\\R3\\A1", {{u"szTag", u"main-r3"}}},
+    {u"\\RS2", {{u"nRuleSetNumber", 2u}, {u"nRuleCount", 2u}}},
+    {u"\\RS2\\R1", {{u"nActionCount", 2u}, {u"nActionType1", 9001u}, {u"nActionType2", 1u}}},
+    {u"\\RS2\\R1\\A1", {{u"szTag", u"alerts-r1"}}},
+    {u"\\RS2\\R1\\Filters", {{u"nFilterCount", 1u}}},
+    {u"\\RS2\\R1\\Filters\\F1", {{u"nOperationType", 4u}, {u"PropertyType", 0u},
+                                    {u"PropertyName", u"SyslogPriority"},
+                                    {u"PropertyValue", u"4"}, {u"CompareOperation", 3u}}},
+    {u"\\RS2\\R2", {{u"nActionCount", 1u}, {u"nActionType1", 9001u}}},
+    {u"\\RS2\\R2\\A1", {{u"szTag", u"alerts-r2"}}},
+};
+// clang-format on
 
 class RuleConfigTest : public ::testing::Test {
   protected:
     void SetUp() override {
         m_registry.alsoRemove(kRuleSetsKeyPath);
-        vtreg::RegFile file;
-        vtreg::RegParseError error;
-        ASSERT_TRUE(vtreg::parseRegFile(kConfig, file, error))
-            << "line " << error.line << ": " << error.reason;
-        std::string where;
-        ASSERT_EQ(vtreg::applyRegFile(file, where), kRegOk) << where;
+        for (const auto& [key, values] : kConfig)
+            for (const Value& v : values) {
+                const std::u16string path = kRuleSetsKeyPath + std::u16string(key);
+                if (auto* dword = std::get_if<uint32_t>(&v.value))
+                    regSetDword(path, v.name, *dword);
+                else
+                    regSetString(path, v.name, std::get<const char16_t*>(v.value));
+            }
         processRuleSetList().unload();
         ASSERT_EQ(loadAgentRuleSets(), 2u);
         m_main = processRuleSetList().findRuleSet(u"Main");

@@ -1,5 +1,7 @@
 #include <gtest/gtest.h>
 
+#include <vector>
+
 #include "engine/rule_set_list.h"
 #include "engine_test_helper.h"
 #include "service/config_settings.h"
@@ -35,70 +37,64 @@ class RuleFiringTest : public ::testing::Test {
     std::unique_ptr<CConfigSettings> m_settings = makeSettings();
 };
 
-TEST_F(RuleFiringTest, DefaultsFireEveryTime) {
-    auto r = rule(-1, -1, -1);
-    EXPECT_TRUE(fires(*r));
-    EXPECT_TRUE(fires(*r));
-}
+// Each step moves the clock by `advance` seconds, then offers a unit (with "host" when given).
+struct Step {
+    int64_t advance;
+    bool fires;
+    const char16_t* host = u"";
+};
+struct FiringCase {
+    const char* name;
+    int32_t count, window, wait;
+    std::vector<Step> steps;
+    const char16_t* groupBy = u"";
+};
 
-// Three in sixty seconds: the first two do not fire, the third does, the fourth as well.
-TEST_F(RuleFiringTest, ThreeOccurrencesInSixtySeconds) {
-    auto r = rule(3, 60, -1);
-    EXPECT_FALSE(fires(*r));
-    m_clock.advance(20);
-    EXPECT_FALSE(fires(*r));
-    m_clock.advance(20);
-    EXPECT_TRUE(fires(*r));
-    m_clock.advance(1);
-    EXPECT_TRUE(fires(*r));
-}
-
-TEST_F(RuleFiringTest, MinimumWaitHoldsBackTheFourth) {
-    auto r = rule(3, 60, 30);
-    EXPECT_FALSE(fires(*r));
-    EXPECT_FALSE(fires(*r));
-    EXPECT_TRUE(fires(*r));
-    m_clock.advance(5);
-    EXPECT_FALSE(fires(*r));  // within the wait
-    m_clock.advance(25);
-    EXPECT_FALSE(fires(*r));  // exactly last firing + wait is still too early
-    m_clock.advance(1);
-    EXPECT_TRUE(fires(*r));  // the occurrences during the wait counted
-}
-
-TEST_F(RuleFiringTest, OccurrencesOlderThanTheWindowDropOut) {
-    auto r = rule(3, 60, -1);
-    EXPECT_FALSE(fires(*r));
-    EXPECT_FALSE(fires(*r));
-    m_clock.advance(61);
-    EXPECT_FALSE(fires(*r));  // the first two are out of the window
-    EXPECT_FALSE(fires(*r));
-    EXPECT_TRUE(fires(*r));
-}
-
-TEST_F(RuleFiringTest, WaitZeroFiresAtMostOncePerSecond) {
-    auto r = rule(-1, -1, 0);
-    EXPECT_TRUE(fires(*r));
-    EXPECT_FALSE(fires(*r));
-    m_clock.advance(1);
-    EXPECT_TRUE(fires(*r));
-}
-
-// Each value of the grouping property keeps its own count and wait; a unit without the
-// property is counted under "default".
-TEST_F(RuleFiringTest, GroupingByPropertyValue) {
-    auto r = rule(2, 60, 100, u"host");
-    EXPECT_FALSE(fires(*r, u"a"));
-    EXPECT_FALSE(fires(*r, u"b"));
-    EXPECT_TRUE(fires(*r, u"a"));
-    EXPECT_FALSE(fires(*r, u"a"));  // a waits now
-    EXPECT_TRUE(fires(*r, u"b"));   // b does not
-    EXPECT_FALSE(fires(*r));        // "default", first
-    EXPECT_FALSE(fires(*r, u"c"));
-    EXPECT_TRUE(fires(*r));  // "default", second
-    auto named = makeSyslogUnit(u"m");
-    named->setPropertyString(u"host", u"default");
-    EXPECT_FALSE(r->IsMatchingEntry(*named, *m_settings));  // the same group, now waiting
+TEST_F(RuleFiringTest, OccurrencesWindowAndWait) {
+    const FiringCase cases[] = {
+        {"defaults fire every time", -1, -1, -1, {{0, true}, {0, true}}},
+        {"three in sixty seconds, the fourth as well",
+         3,
+         60,
+         -1,
+         {{0, false}, {20, false}, {20, true}, {1, true}}},
+        // Within the wait, and exactly at last firing + wait, is too early; the occurrences
+        // during the wait counted.
+        {"minimum wait holds back the fourth",
+         3,
+         60,
+         30,
+         {{0, false}, {0, false}, {0, true}, {5, false}, {25, false}, {1, true}}},
+        {"occurrences older than the window drop out",
+         3,
+         60,
+         -1,
+         {{0, false}, {0, false}, {61, false}, {0, false}, {0, true}}},
+        {"wait 0 fires at most once per second", -1, -1, 0, {{0, true}, {0, false}, {1, true}}},
+        // Each value of the grouping property keeps its own count and wait; a unit without the
+        // property is counted under "default", the same group as the value "default".
+        {"grouping by property value",
+         2,
+         60,
+         100,
+         {{0, false, u"a"},
+          {0, false, u"b"},
+          {0, true, u"a"},
+          {0, false, u"a"},
+          {0, true, u"b"},
+          {0, false},
+          {0, false, u"c"},
+          {0, true},
+          {0, false, u"default"}},
+         u"host"},
+    };
+    for (const FiringCase& c : cases) {
+        auto r = rule(c.count, c.window, c.wait, c.groupBy);
+        for (size_t i = 0; i < c.steps.size(); ++i) {
+            m_clock.advance(c.steps[i].advance);
+            EXPECT_EQ(fires(*r, c.steps[i].host), c.steps[i].fires) << c.name << ", step " << i;
+        }
+    }
 }
 
 TEST_F(RuleFiringTest, TimeoutListTrimsByCutOff) {

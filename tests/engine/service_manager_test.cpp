@@ -20,12 +20,6 @@ using namespace vt;
 using namespace vt::test;
 using namespace std::chrono_literals;
 
-size_t countOf(const std::string& text, const std::string& what) {
-    size_t n = 0;
-    for (size_t at = text.find(what); at != std::string::npos; at = text.find(what, at + 1)) ++n;
-    return n;
-}
-
 // Services configured below a test key, a rule base with one rule set "Default", and a host
 // that counts its checkpoints and stop requests.
 class ServiceManagerTest : public ::testing::Test {
@@ -147,17 +141,27 @@ TEST_F(ServiceManagerTest, StartsKnownTypesAndSkipsUnknown) {
     EXPECT_NE(log.find("has ended."), std::string::npos);
 }
 
-// A known type whose input is not in this build is reported with its class and skipped.
-TEST_F(ServiceManagerTest, TypeNotInThisBuildIsReported) {
+// A known type whose input is not in this build is reported with its class and skipped; a
+// rule set that does not exist is reported and that service is not started; the next one is.
+TEST_F(ServiceManagerTest, UnavailableTypeAndMissingRuleSetSkipOnlyTheirService) {
     TestSourceType one(1);
-    configure({4, 1});
+    configure({4, 1, 1});
+    regSetString(key(2), u"szRuleSetName", u"Nowhere");
     auto manager = makeManager();
     start(*manager);
     EXPECT_EQ(manager->getService(0), nullptr);
-    EXPECT_TRUE(manager->hasThread(1));
-    EXPECT_NE(debug.text().find("Service type 4 (CInfoSourceSNMPTrap) is not available in "
-                                "this build - ignored!"),
+    EXPECT_EQ(manager->getService(1), nullptr);
+    EXPECT_FALSE(manager->hasThread(1));
+    EXPECT_TRUE(manager->hasThread(2));
+    EXPECT_EQ(stops.load(), 0);
+    const std::string log = debug.text();
+    EXPECT_NE(log.find("Service type 4 (CInfoSourceSNMPTrap) is not available in this build - "
+                       "ignored!"),
               std::string::npos);
+    EXPECT_NE(log.find("No Rulebase found for service 'svc2' - rule base requested was "
+                       "'Nowhere'. This service NOT started."),
+              std::string::npos)
+        << log;
     EXPECT_TRUE(manager->ShutdownServices(host));
 }
 
@@ -185,23 +189,6 @@ TEST_F(ServiceManagerTest, AllDisabledStopsHost) {
     EXPECT_EQ(checkpoints.load(),
               static_cast<int>(countOf(debug.text(), "Worker Thread Pool is not yet finished!")));
     EXPECT_EQ(debug.text().find("Cancel thread"), std::string::npos);
-}
-
-// A rule set that does not exist: reported, that service is not started, the next one is.
-TEST_F(ServiceManagerTest, MissingRuleSetSkipsService) {
-    TestSourceType one(1);
-    configure({1, 1});
-    regSetString(key(1), u"szRuleSetName", u"Nowhere");
-    auto manager = makeManager();
-    start(*manager);
-    EXPECT_EQ(manager->getService(0), nullptr);
-    EXPECT_FALSE(manager->hasThread(0));
-    EXPECT_TRUE(manager->hasThread(1));
-    EXPECT_EQ(stops.load(), 0);
-    EXPECT_NE(debug.text().find("No Rulebase found for service 'svc1' - rule base requested was "
-                                "'Nowhere'. This service NOT started."),
-              std::string::npos);
-    EXPECT_TRUE(manager->ShutdownServices(host));
 }
 
 // No services: reported, the host keeps running, and the shutdown still stops the workers.
@@ -263,25 +250,20 @@ TEST_F(ServiceManagerTest, StuckWorkerEndsProcessUnlessProtected) {
     for (uint32_t protect : {0u, 1u}) {
         SCOPED_TRACE(protect);
         ProbeActionType probeType;
-        const std::u16string rule = registry.base() + u"\\R1";
-        regSetDword(rule, u"nActionCount", 1);
-        regSetDword(rule, u"nActionType1", kProbeActionType);
-        auto actions = std::make_unique<CActionList>(CQuilletString(std::u16string_view(rule)),
-                                                     ActionLoadContext{});
-        auto& probe = probeConfig(*static_cast<CActionListEntry*>(actions->next(nullptr)));
+        CActionConfigProbe* probe = nullptr;
+        auto rule = probeRule(registry.base() + u"\\R1", probe);
         std::mutex lock;
         std::condition_variable cv;
         bool release = false;
         std::atomic<bool> inAction{false};
-        probe.hook = [&](CInfoUnit&) {
+        probe->hook = [&](CInfoUnit&) {
             inAction = true;
             std::unique_lock l(lock);
             cv.wait(l, [&] { return release; });
         };
         CRuleSetList stuckRules;
         auto set = std::make_unique<CRuleSetListEntry>(CQuilletString(u"Default"));
-        set->getRuleList().add(
-            std::make_unique<CRuleListEntry>(RuleFiringSettings{}, nullptr, std::move(actions)));
+        set->getRuleList().add(std::move(rule));
         stuckRules.add(std::move(set));
 
         TestSourceType one(1);

@@ -1,10 +1,7 @@
 """The syslog receiver end to end: vtagent -r with a syslog source and a write-file rule set,
 fed by real senders (logger, rsyslog forwarding compressed datagrams, raw sockets)."""
-import glob
 import os
 import random
-import shutil
-import signal
 import socket
 import subprocess
 import tempfile
@@ -12,9 +9,7 @@ import threading
 import time
 import unittest
 
-from test_service_host import AgentTestCase, VTAGENT
-
-ROOT = r"HKEY_LOCAL_MACHINE\SOFTWARE\Quillet\Vantor\Agent"
+from test_service_host import AgentTestCase, services, write_file_rules
 
 
 def free_port():
@@ -35,78 +30,21 @@ def free_port():
     raise RuntimeError("no free port")
 
 
-def reg_value(name, value):
-    if isinstance(value, int):
-        return '"%s"=dword:%08x\n' % (name, value)
-    return '"%s"="%s"\n' % (name, value.replace("\\", "\\\\").replace('"', '\\"'))
-
-
 class SyslogAgent(AgentTestCase):
     def start(self, sources, general=None, line_format="%msg%%$CRLF%", wait=True):
-        """Imports a configuration with the given sources (dicts of values) and one rule set
-        that writes every message with `line_format`, then runs the agent until every source
-        listens."""
+        """Imports a configuration with the given syslog sources (dicts of values) and one rule
+        set that writes every message with `line_format`, then runs the agent until every
+        source listens."""
         self.out = os.path.join(self.dir, "out")
-        self.log = os.path.join(self.dir, "debug.txt")
-        gen = {"nEnableDebugOutput": 1, "nDebugMini": 1, "nDebugErrors": 1,
-               "nCircularLogging": 0, "szDebugFileName": self.log, "nWorkerThreads": 3}
-        gen.update(general or {})
-        text = "Windows Registry Editor Version 5.00\n\n[%s\\General]\n" % ROOT
-        text += "".join(reg_value(k, v) for k, v in gen.items())
-        text += ("\n[%s\\RuleSets]\n" % ROOT + reg_value("nRuleSetsVersion", 1) +
-                 reg_value("nRuleSetCount", 1) + reg_value("szRSName1", "All"))
-        text += "\n[%s\\RuleSets\\RS1]\n" % ROOT + reg_value("nRuleCount", 1)
-        text += ("\n[%s\\RuleSets\\RS1\\R1]\n" % ROOT + reg_value("nActionCount", 1) +
-                 reg_value("nActionType1", 1003) + reg_value("szActionName1", "file"))
-        text += ("\n[%s\\RuleSets\\RS1\\R1\\A1]\n" % ROOT + reg_value("szFilePath", self.out) +
-                 reg_value("szFileBaseName", "out") + reg_value("nUniqueFileName", 0) +
-                 reg_value("nFileFormat", 3) + reg_value("szLineFormat", line_format))
-        text += ("\n[%s\\Services]\n" % ROOT + reg_value("nConfigVersion", 1) +
-                 reg_value("nInfoSourceCount", len(sources)))
-        for n, source in enumerate(sources, 1):
-            text += reg_value("nISType%d" % n, 1) + reg_value("szISName%d" % n, "syslog%d" % n)
-        for n, source in enumerate(sources, 1):
-            text += "\n[%s\\Services\\IS%d]\n" % (ROOT, n)
-            values = {"nConfigVersion": 1, "szRuleSetName": "All", "szMyIPAddress": "127.0.0.1"}
-            values.update(source)
-            text += "".join(reg_value(k, v) for k, v in values.items())
-        reg = os.path.join(self.dir, "config.reg")
-        with open(reg, "w", encoding="utf-8") as f:
-            f.write(text)
-        self.vtreg("import", reg)
-        self.agent = subprocess.Popen([VTAGENT, "-r"], env=self.env, cwd=self.dir,
-                                      stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL)
-        self.addCleanup(self.stop_agent)
-        if not wait:
-            return
-        listening = lambda: self.log_text().count("CInfoSourceSyslog: listening on")
-        self.wait_for(lambda: listening() >= len(sources), "the sources to listen")
-
-    def stop_agent(self):
-        if self.agent.poll() is None:
-            self.agent.send_signal(signal.SIGINT)
-            try:
-                self.agent.wait(timeout=30)
-            except subprocess.TimeoutExpired:
-                self.agent.kill()
-                self.agent.wait()
-                self.fail("the agent did not stop on SIGINT")
-
-    def log_text(self):
-        try:
-            with open(self.log, "rb") as f:
-                return f.read().decode("utf-8", "replace")
-        except FileNotFoundError:
-            return ""
-
-    def wait_for(self, condition, what, timeout=60.0):
-        deadline = time.monotonic() + timeout
-        while time.monotonic() < deadline:
-            if condition():
-                return
-            self.assertIsNone(self.agent.poll(), "the agent ended while waiting for " + what)
-            time.sleep(0.05)
-        self.fail("timed out waiting for %s\n%s" % (what, self.log_text()[-3000:]))
+        sources = [(1, "syslog%d" % n, dict({"nConfigVersion": 1, "szRuleSetName": "Default",
+                                             "szMyIPAddress": "127.0.0.1"}, **source))
+                   for n, source in enumerate(sources, 1)]
+        self.import_config(write_file_rules(self.out, line_format=line_format) +
+                           services(*sources), **dict({"nWorkerThreads": 3}, **(general or {})))
+        self.agent = self.spawn("-r")
+        if wait:
+            self.wait_for(lambda: self.log_text().count("CInfoSourceSyslog: listening on") >=
+                          len(sources), "the sources to listen", agent=self.agent)
 
     def lines(self):
         path = os.path.join(self.out, "out.log")
@@ -118,7 +56,7 @@ class SyslogAgent(AgentTestCase):
         return [l.rstrip(b"\r") for l in data.split(b"\n")[:-1]]
 
     def wait_lines(self, count, timeout=120.0):
-        self.wait_for(lambda: len(self.lines()) >= count, "%d lines" % count, timeout)
+        self.wait_for(lambda: len(self.lines()) >= count, "%d lines" % count, timeout, self.agent)
         return self.lines()
 
 
@@ -134,7 +72,8 @@ class RealSenders(SyslogAgent):
                             "-t", "mytag", "-p", "user.warning", "hello " + word], check=True,
                            timeout=30)
         # The TCP message keeps its line feed, so its line is followed by an empty one.
-        self.wait_for(lambda: len([l for l in self.lines() if l]) >= 2, "both messages")
+        self.wait_for(lambda: len([l for l in self.lines() if l]) >= 2, "both messages",
+                      agent=self.agent)
         got = sorted(l for l in self.lines() if l)
         self.assertEqual(len(got), 2, got)
         for line, word in zip(got, (b"over-tcp", b"over-udp")):
@@ -202,7 +141,7 @@ class HostileInput(SyslogAgent):
         t.close()
         u.sendto(b"<13>after the storm", ("127.0.0.1", port))
         self.wait_for(lambda: any(l.endswith(b"after the storm") for l in self.lines()),
-                      "the last datagram", timeout=120)
+                      "the last datagram", 120, self.agent)
         self.assertIsNone(self.agent.poll())
         self.assertTrue(any(b"bad \xef\xbf\xbd" in l for l in self.lines()))
 
@@ -227,7 +166,8 @@ class Sessions(SyslogAgent):
     def test_rfc3195_reports_an_error_and_does_not_run(self):
         port = free_port()
         self.start([{"nListenPort": port, "nProtocolType": 3}], wait=False)
-        self.wait_for(lambda: "can't initialize RFC3195 lib." in self.log_text(), "the error")
+        self.wait_for(lambda: "can't initialize RFC3195 lib." in self.log_text(), "the error",
+                      agent=self.agent)
         self.assertNotIn("CInfoSourceSyslog: listening on", self.log_text())
         s = socket.socket(socket.AF_INET, socket.SOCK_STREAM)
         self.assertNotEqual(s.connect_ex(("127.0.0.1", port)), 0)

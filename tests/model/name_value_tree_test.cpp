@@ -5,13 +5,15 @@
 #include <thread>
 #include <vector>
 
+#include "common/registry_fixture.h"
 #include "model/concat.h"
 #include "model/linked_list.h"
-#include "model/log_capture_helper.h"
 #include "model/unit_time.h"
 #include "service/error_report.h"
 
 namespace {
+
+using LogCapture = vt::test::DebugCapture;
 
 // An entry that reports its destruction, to prove the list deletes what it owns.
 class CountedEntry : public CLinkedListEntry {
@@ -80,25 +82,20 @@ TEST(LinkedList, AppendRemoveAndOwnership) {
     EXPECT_EQ(list.getLast(), c);
     EXPECT_EQ(deleted, 3);
     list.append(new CountedEntry(&deleted));
+    list.append(new CountedEntry(&deleted));
+    int seen = 0;
+    for (auto* e = list.next(nullptr); e; e = list.next(e)) ++seen;
+    EXPECT_EQ(seen, 3);
+    EXPECT_EQ(list.count(), 3u);
     list.clear();
     EXPECT_TRUE(list.isEmpty());
-    EXPECT_EQ(deleted, 5);
+    EXPECT_EQ(deleted, 6);
     {
         CLinkedList scoped;
         scoped.append(new CountedEntry(&deleted));
         scoped.append(new CountedEntry(&deleted));
     }
-    EXPECT_EQ(deleted, 7);
-}
-
-TEST(LinkedList, NextWalksFromNullToTheEnd) {
-    int deleted = 0;
-    CLinkedList list;
-    for (int i = 0; i < 3; ++i) list.append(new CountedEntry(&deleted));
-    int seen = 0;
-    for (auto* e = list.next(nullptr); e; e = list.next(e)) ++seen;
-    EXPECT_EQ(seen, 3);
-    EXPECT_EQ(list.count(), 3u);
+    EXPECT_EQ(deleted, 8);
 }
 
 TEST(LinkedList, ClearOfAMillionEntriesNeedsNoStack) {
@@ -231,13 +228,9 @@ TEST(NameValueTree, TimeIsParsedOnceAndSetFillsTheCache) {
 TEST(NameValueTree, MustExistIntThrows1100) {
     LogCapture log;
     CNameValueTree tree;
-    try {
-        tree.getInt(u"syslogpriority", true);
-        FAIL() << "no report thrown";
-    } catch (CErrorReport* raw) {
-        std::unique_ptr<CErrorReport> report(raw);
-        EXPECT_EQ(report->getErrorCode(), 1100u);
-    }
+    const auto report = vt::test::thrownReport([&] { tree.getInt(u"syslogpriority", true); });
+    ASSERT_NE(report, nullptr);
+    EXPECT_EQ(report->getErrorCode(), 1100u);
     EXPECT_EQ(log.count("CNameValueTree|Fatal error, Int VALUE NOT FOUND: syslogpriority\r\n"), 1u);
     EXPECT_EQ(tree.getString(u"s", true), nullptr);
     EXPECT_EQ(log.count("CNameValueTree|Fatal error, Szt VALUE NOT FOUND: s"), 1u);

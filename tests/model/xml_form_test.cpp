@@ -2,12 +2,14 @@
 
 #include <string>
 
+#include "common/registry_fixture.h"
 #include "model/concat.h"
-#include "model/log_capture_helper.h"
 #include "model/name_value_tree.h"
 #include "platform/utf_codec.h"
 
 namespace {
+
+using LogCapture = vt::test::DebugCapture;
 
 std::string n(std::u16string_view wide) {
     return vt::utf16ToUtf8(wide);

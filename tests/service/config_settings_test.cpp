@@ -2,7 +2,7 @@
 
 #include <gtest/gtest.h>
 
-#include <optional>
+#include <string_view>
 
 #include "common/registry_fixture.h"
 #include "service/reg_access.h"
@@ -15,13 +15,11 @@ using vt::RegRoot;
 struct GeneralKey {
     vt::test::ScopedRegistry reg;
     GeneralKey() { reg.alsoRemove(CConfigSettings::kGeneralKeyPath); }
-    std::optional<CRegAccess> key;
-    CRegAccess& writer() {
-        if (!key) {
-            key.emplace();
-            EXPECT_TRUE(key->CreateKey(RegRoot::LocalMachine, CConfigSettings::kGeneralKeyPath));
-        }
-        return *key;
+    void set(std::u16string_view name, uint32_t value) {
+        vt::test::regSetDword(CConfigSettings::kGeneralKeyPath, name, value);
+    }
+    void set(std::u16string_view name, std::u16string_view value) {
+        vt::test::regSetString(CConfigSettings::kGeneralKeyPath, name, value);
     }
 };
 
@@ -90,9 +88,8 @@ TEST(ConfigSettings, CacheRules) {
     const Case cases[] = {{0, 1}, {999, 1}, {1000, 1}, {1001, 1}, {2500, 2}, {7200000, 7200}};
     GeneralKey general;
     for (const auto& c : cases) {
-        CRegAccess& w = general.writer();
-        w.SetDWORDValue("nDNSCacheTime", c.stored);
-        w.SetDWORDValue("nLibCacheTimeOut", c.stored);
+        general.set(u"nDNSCacheTime", c.stored);
+        general.set(u"nLibCacheTimeOut", c.stored);
         CConfigSettings s;
         s.load();
         EXPECT_EQ(s.dnsCacheTimeSeconds, c.seconds) << c.stored;
@@ -100,7 +97,7 @@ TEST(ConfigSettings, CacheRules) {
     }
     const std::pair<uint32_t, uint32_t> limits[] = {{0, 2}, {1, 2}, {2, 2}, {3, 3}, {5000, 5000}};
     for (const auto& [stored, kept] : limits) {
-        general.writer().SetDWORDValue("nDNSCacheLimit", stored);
+        general.set(u"nDNSCacheLimit", stored);
         CConfigSettings s;
         s.load();
         EXPECT_EQ(s.dnsCacheLimit, kept) << stored;
@@ -111,20 +108,17 @@ TEST(ConfigSettings, CacheRules) {
 // switch reaches the string type; the debug settings take a level only when its switch is 1.
 TEST(ConfigSettings, ReadsStoredValues) {
     GeneralKey general;
-    {
-        CRegAccess& w = general.writer();
-        w.SetDWORDValue("NWORKERTHREADS", 9);
-        w.SetDWORDValue("nQueueLimit", 0);
-        w.SetStringValue("szDebugFileName", "/tmp/x.txt");
-        w.SetDWORDValue("nEnableDebugOutput", 1);
-        w.SetDWORDValue("nDebugErrors", 2);
-        w.SetDWORDValue("nDebugUltra", 1);
-        w.SetDWORDValue("nDebugRuleEngine", 1);
-        w.SetDWORDValue("bEnable8BitPassThrough", 1);
-        w.SetStringValue("szMIBSPath", "/usr/share/mibs");
-        w.SetDWORDValue("nRetryCount", 4);
-        w.SetDWORDValue("nEnableDNSCache", 0);
-    }
+    general.set(u"NWORKERTHREADS", 9);
+    general.set(u"nQueueLimit", 0);
+    general.set(u"szDebugFileName", u"/tmp/x.txt");
+    general.set(u"nEnableDebugOutput", 1);
+    general.set(u"nDebugErrors", 2);
+    general.set(u"nDebugUltra", 1);
+    general.set(u"nDebugRuleEngine", 1);
+    general.set(u"bEnable8BitPassThrough", 1);
+    general.set(u"szMIBSPath", u"/usr/share/mibs");
+    general.set(u"nRetryCount", 4);
+    general.set(u"nEnableDNSCache", 0);
     CConfigSettings c;
     c.readGeneralValues();
     c.load();
@@ -140,7 +134,7 @@ TEST(ConfigSettings, ReadsStoredValues) {
     EXPECT_EQ(d.mask, uint32_t{vt::DBG_ULTRA | vt::DBG_RULEENG});
     EXPECT_EQ(d.fileName, "/tmp/x.txt");
 
-    general.writer().SetDWORDValue("bEnable8BitPassThrough", 0);
+    general.set(u"bEnable8BitPassThrough", 0);
     c.readGeneralValues();
     EXPECT_FALSE(vt::eightBitPassThrough());
 }

@@ -5,6 +5,7 @@
 #include <cstdio>
 #include <ctime>
 #include <filesystem>
+#include <fstream>
 #include <map>
 #include <regex>
 #include <string>
@@ -18,7 +19,7 @@
 namespace {
 using vt::test::DebugLogScope;
 using vt::test::fileIn;
-using vt::test::readFile;
+using vt::test::readFileBytes;
 using vt::test::splitLines;
 using vt::test::TempDir;
 
@@ -60,53 +61,65 @@ TEST(DebugLogPrefix, NamesTheLevelAndCutsAt47Characters) {
     EXPECT_LE(vt::debugLinePrefix(0xFFFFFFFF, -1234567890123LL, vt::DBG_RULEENG).size(), 47u);
 }
 
-TEST(DebugLogLevels, WritesOnlyLevelsInTheMaskAndOnlyWhenEnabled) {
+// A debug log in a fresh directory; the previous settings come back at the end.
+class DebugLogTest : public ::testing::Test {
+  protected:
     TempDir dir;
-    const std::string file = fileIn(dir, "levels.txt");
-    {
-        DebugLogScope scope(settingsFor(file, vt::DBG_ERROR | vt::DBG_ULTRA));
-        EXPECT_TRUE(vt::debugOn(vt::DBG_ERROR));
-        EXPECT_FALSE(vt::debugOn(vt::DBG_MINIMUM));
-        EXPECT_TRUE(vt::debugOn(vt::writeAndClose(vt::DBG_ULTRA)));
-        EXPECT_FALSE(vt::debugOn(vt::writeAndClose(vt::DBG_INFO)));
-        vt::debugWrite(vt::DBG_ERROR, "error line");
-        vt::debugWrite(vt::DBG_MINIMUM, "minimum line");
-        vt::debugPrintf(vt::DBG_ULTRA, "ultra %d", 7);
-        vt::debugWrite(vt::DBG_RULEENG, std::u16string(u"rule line"));
+    std::string file = fileIn(dir, "debug.txt");
+    DebugLogScope restore{vt::debugSettings()};
+    std::vector<std::string> lines(const std::string& name = {}) {
+        vt::debugClose();
+        return splitLines(readFileBytes(name.empty() ? file : name));
     }
-    {
-        vt::DebugLogSettings off = settingsFor(file, 0xF8);
-        off.enabled = false;
-        DebugLogScope scope(off);
-        EXPECT_FALSE(vt::debugOn(vt::DBG_ERROR));
-        vt::debugWrite(vt::DBG_ERROR, "written while off");
-    }
-    const auto lines = splitLines(readFile(file));
-    ASSERT_EQ(lines.size(), 2u);
-    EXPECT_EQ(bodyOf(lines[0]), "error line");
-    EXPECT_EQ(bodyOf(lines[1]), "ultra 7");
-    EXPECT_TRUE(std::regex_match(lines[0], std::regex(R"(\d+\t\| \d+ \| Error\t\| error line)")))
-        << lines[0];
+};
+
+TEST_F(DebugLogTest, WritesOnlyLevelsInTheMaskAndOnlyWhenEnabled) {
+    vt::debugConfigure(settingsFor(file, vt::DBG_ERROR | vt::DBG_ULTRA));
+    EXPECT_TRUE(vt::debugOn(vt::DBG_ERROR));
+    EXPECT_FALSE(vt::debugOn(vt::DBG_MINIMUM));
+    EXPECT_TRUE(vt::debugOn(vt::writeAndClose(vt::DBG_ULTRA)));
+    EXPECT_FALSE(vt::debugOn(vt::writeAndClose(vt::DBG_INFO)));
+    vt::debugWrite(vt::DBG_ERROR, "error line");
+    vt::debugWrite(vt::DBG_MINIMUM, "minimum line");
+    vt::debugPrintf(vt::DBG_ULTRA, "ultra %d", 7);
+    vt::debugWrite(vt::DBG_RULEENG, std::u16string(u"rule line"));
+    vt::DebugLogSettings off = settingsFor(file, 0xF8);
+    off.enabled = false;
+    vt::debugConfigure(off);
+    EXPECT_FALSE(vt::debugOn(vt::DBG_ERROR));
+    vt::debugWrite(vt::DBG_ERROR, "written while off");
+    const auto written = lines();
+    ASSERT_EQ(written.size(), 2u);
+    EXPECT_EQ(bodyOf(written[0]), "error line");
+    EXPECT_EQ(bodyOf(written[1]), "ultra 7");
+    EXPECT_TRUE(std::regex_match(written[0], std::regex(R"(\d+\t\| \d+ \| Error\t\| error line)")))
+        << written[0];
 }
 
-TEST(DebugLogLines, AddsALineEndOnlyWhenTheTextHasNone) {
-    TempDir dir;
-    const std::string file = fileIn(dir, "ends.txt");
-    {
-        DebugLogScope scope(settingsFor(file));
-        vt::debugWrite(vt::DBG_ERROR, "plain");
-        vt::debugWrite(vt::DBG_ERROR, "with crlf\r\n");
-        vt::debugWrite(vt::DBG_ERROR, "with lf\n");
-        vt::debugWrite(vt::DBG_ERROR, "odd end\n\r");
-        vt::debugWrite(vt::DBG_ERROR, std::u16string(u"wide \u00e9"));
-        vt::debugWriteNoAlloc(vt::DBG_ERROR, "narrow writer");
-    }
-    const std::string text = readFile(file);
+// A line end is added only when the text has none; long formatted lines are not cut; missing
+// directories are made.
+TEST_F(DebugLogTest, LineEndsLengthAndDirectories) {
+    file = (dir.path() / "a" / "b" / "debug.txt").string();
+    vt::debugConfigure(settingsFor(file));
+    const std::string longText(5000, 'x');
+    vt::debugWrite(vt::DBG_ERROR, "plain");
+    vt::debugWrite(vt::DBG_ERROR, "with crlf\r\n");
+    vt::debugWrite(vt::DBG_ERROR, "with lf\n");
+    vt::debugWrite(vt::DBG_ERROR, "odd end\n\r");
+    vt::debugWrite(vt::DBG_ERROR, std::u16string(u"wide \u00e9"));
+    vt::debugWriteNoAlloc(vt::DBG_ERROR, "narrow writer");
+    vt::debugPrintf(vt::DBG_ERROR, "<%s>", longText.c_str());
+    vt::debugClose();
+    const std::string text = readFileBytes(file);
     std::string wideAsNarrow;
     vt::wideToNarrow(u"wide \u00e9", wideAsNarrow);
-    const std::vector<std::string> bodies = {"plain\r\n",           "with crlf\r\n",
-                                             "with lf\n",           "odd end\n\r\r\n",
-                                             wideAsNarrow + "\r\n", "narrow writer\r\n"};
+    const std::vector<std::string> bodies = {"plain\r\n",
+                                             "with crlf\r\n",
+                                             "with lf\n",
+                                             "odd end\n\r\r\n",
+                                             wideAsNarrow + "\r\n",
+                                             "narrow writer\r\n",
+                                             "<" + longText + ">\r\n"};
     size_t from = 0;
     for (const std::string& body : bodies) {
         const size_t at = text.find(body, from);
@@ -117,42 +130,16 @@ TEST(DebugLogLines, AddsALineEndOnlyWhenTheTextHasNone) {
     EXPECT_EQ(from, text.size());
 }
 
-TEST(DebugLogLines, LongFormattedLinesAreNotCut) {
-    TempDir dir;
-    const std::string file = fileIn(dir, "long.txt");
-    const std::string longText(5000, 'x');
-    {
-        DebugLogScope scope(settingsFor(file));
-        vt::debugPrintf(vt::DBG_ERROR, "<%s>", longText.c_str());
-    }
-    const auto lines = splitLines(readFile(file));
-    ASSERT_EQ(lines.size(), 1u);
-    EXPECT_EQ(bodyOf(lines[0]), "<" + longText + ">");
-}
-
-TEST(DebugLogFile, CreatesMissingDirectories) {
-    TempDir dir;
-    const std::string file = (dir.path() / "a" / "b" / "debug.txt").string();
-    {
-        DebugLogScope scope(settingsFor(file));
-        vt::debugWrite(vt::DBG_ERROR, "deep");
-    }
-    EXPECT_EQ(bodyOf(splitLines(readFile(file)).at(0)), "deep");
-}
-
-TEST(DebugLogFile, WriteAndCloseLevelReopensForTheNextLine) {
-    TempDir dir;
-    const std::string file = fileIn(dir, "reopen.txt");
-    DebugLogScope scope(settingsFor(file));
+TEST_F(DebugLogTest, WriteAndCloseLevelReopensForTheNextLine) {
+    vt::debugConfigure(settingsFor(file));
     vt::debugWrite(vt::writeAndClose(vt::DBG_ERROR), "closed after this");
     // The file is closed, so it can be removed; the next line creates it anew.
     ASSERT_TRUE(std::filesystem::remove(file));
     vt::debugWrite(vt::DBG_ERROR, "after reopen");
-    vt::debugClose();
-    const auto lines = splitLines(readFile(file));
-    ASSERT_EQ(lines.size(), 1u);
-    EXPECT_EQ(bodyOf(lines[0]), "after reopen");
-    EXPECT_NE(lines[0].find("| Error\t| "), std::string::npos);
+    const auto written = lines();
+    ASSERT_EQ(written.size(), 1u);
+    EXPECT_EQ(bodyOf(written[0]), "after reopen");
+    EXPECT_NE(written[0].find("| Error\t| "), std::string::npos);
 }
 
 // The text that makes prefix + text + CRLF exactly `total` bytes on this thread.
@@ -170,40 +157,36 @@ size_t fileSize(const std::string& path) {
     return ec ? static_cast<size_t>(-1) : static_cast<size_t>(size);
 }
 
-// Lines of 100 bytes against a limit of 1 KB: the 11th line reaches 1100 bytes and the file
-// rotates after it; the index runs 1, 2, 3 and back to 1, deleting the file it moves to.
-TEST(DebugLogRotation, RotatesAtTheLimitAndCyclesThroughTheFiles) {
-    TempDir dir;
-    const std::string base = fileIn(dir, "rot.txt");
+vt::DebugLogSettings rotating(const std::string& base, uint32_t files) {
     vt::DebugLogSettings s = settingsFor(base, 0xF8, true);
     s.maxFileSizeKb = 1;
-    s.numberOfFiles = 3;
-    DebugLogScope scope(s);
-    EXPECT_EQ(vt::debugCurrentFileName(), base + "_1");
-
-    int number = 0;
-    for (int i = 0; i < 33; ++i) vt::debugWrite(vt::DBG_ERROR, textForLineOf(100, ++number));
-    EXPECT_EQ(vt::debugCurrentFileName(), base + "_1");
-    vt::debugWrite(vt::DBG_ERROR, textForLineOf(100, ++number));
-    vt::debugClose();
-
-    EXPECT_EQ(fileSize(base + "_1"), 100u);
-    EXPECT_EQ(fileSize(base + "_2"), 1100u);
-    EXPECT_EQ(fileSize(base + "_3"), 1100u);
-    EXPECT_FALSE(std::filesystem::exists(base + "_4"));
-    EXPECT_FALSE(std::filesystem::exists(base));
-    EXPECT_EQ(bodyOf(splitLines(readFile(base + "_1")).at(0)).substr(0, 8), "line 34 ");
-    EXPECT_EQ(bodyOf(splitLines(readFile(base + "_2")).at(0)).substr(0, 8), "line 12 ");
+    s.numberOfFiles = files;
+    return s;
 }
 
-TEST(DebugLogRotation, FewerThanTwoFilesBehavesAsTwo) {
+// Lines of 100 bytes against a limit of 1 KB: the 11th line reaches 1100 bytes and the file
+// rotates after it; the index runs 1, 2, 3 and back to 1, deleting the file it moves to.
+TEST_F(DebugLogTest, RotatesAtTheLimitAndCyclesThroughTheFiles) {
+    vt::debugConfigure(rotating(file, 3));
+    EXPECT_EQ(vt::debugCurrentFileName(), file + "_1");
+    int number = 0;
+    for (int i = 0; i < 33; ++i) vt::debugWrite(vt::DBG_ERROR, textForLineOf(100, ++number));
+    EXPECT_EQ(vt::debugCurrentFileName(), file + "_1");
+    vt::debugWrite(vt::DBG_ERROR, textForLineOf(100, ++number));
+    vt::debugClose();
+    EXPECT_EQ(fileSize(file + "_1"), 100u);
+    EXPECT_EQ(fileSize(file + "_2"), 1100u);
+    EXPECT_EQ(fileSize(file + "_3"), 1100u);
+    EXPECT_FALSE(std::filesystem::exists(file + "_4"));
+    EXPECT_FALSE(std::filesystem::exists(file));
+    EXPECT_EQ(bodyOf(lines(file + "_1").at(0)).substr(0, 8), "line 34 ");
+    EXPECT_EQ(bodyOf(lines(file + "_2").at(0)).substr(0, 8), "line 12 ");
+}
+
+TEST_F(DebugLogTest, FewerThanTwoFilesBehavesAsTwo) {
     for (uint32_t files : {0u, 1u}) {
-        TempDir dir;
-        const std::string base = fileIn(dir, "two.txt");
-        vt::DebugLogSettings s = settingsFor(base, 0xF8, true);
-        s.maxFileSizeKb = 1;
-        s.numberOfFiles = files;
-        DebugLogScope scope(s);
+        const std::string base = fileIn(dir, "two" + std::to_string(files));
+        vt::debugConfigure(rotating(base, files));
         for (int i = 1; i <= 11; ++i) vt::debugWrite(vt::DBG_ERROR, textForLineOf(100, i));
         EXPECT_EQ(vt::debugCurrentFileName(), base + "_2") << files;
         for (int i = 12; i <= 22; ++i) vt::debugWrite(vt::DBG_ERROR, textForLineOf(100, i));
@@ -211,64 +194,41 @@ TEST(DebugLogRotation, FewerThanTwoFilesBehavesAsTwo) {
     }
 }
 
-// A restarted agent appends to the file it finds and counts its size towards the limit.
-TEST(DebugLogRotation, CountsTheSizeOfAnExistingFile) {
-    TempDir dir;
-    const std::string base = fileIn(dir, "old.txt");
-    {
-        std::FILE* f = std::fopen((base + "_1").c_str(), "wb");
-        ASSERT_NE(f, nullptr);
-        const std::string old(1000, 'o');
-        std::fwrite(old.data(), 1, old.size(), f);
-        std::fclose(f);
-    }
-    vt::DebugLogSettings s = settingsFor(base, 0xF8, true);
-    s.maxFileSizeKb = 1;
-    DebugLogScope scope(s);
+// A restarted agent appends to the file it finds and counts its size towards the limit; the
+// out-of-memory writer shares the prefix and the rotation with the normal one.
+TEST_F(DebugLogTest, ExistingFileAndNarrowWriterCountTowardsTheLimit) {
+    std::ofstream(file + "_1", std::ios::binary) << std::string(1000, 'o');
+    vt::debugConfigure(rotating(file, 10));
     vt::debugWrite(vt::DBG_ERROR, textForLineOf(100, 1));
-    EXPECT_EQ(vt::debugCurrentFileName(), base + "_2");
-    vt::debugClose();
-    EXPECT_EQ(fileSize(base + "_1"), 1100u);
-}
-
-// The out-of-memory writer shares the prefix and the rotation with the normal one.
-TEST(DebugLogRotation, NarrowWriterRotatesToo) {
-    TempDir dir;
-    const std::string base = fileIn(dir, "oom.txt");
-    vt::DebugLogSettings s = settingsFor(base, 0xF8, true);
-    s.maxFileSizeKb = 1;
-    DebugLogScope scope(s);
+    EXPECT_EQ(vt::debugCurrentFileName(), file + "_2");
     for (int i = 1; i <= 11; ++i)
         vt::debugWriteNoAlloc(vt::DBG_ERROR, textForLineOf(100, i).c_str());
-    EXPECT_EQ(vt::debugCurrentFileName(), base + "_2");
+    EXPECT_EQ(vt::debugCurrentFileName(), file + "_3");
     vt::debugClose();
-    EXPECT_EQ(fileSize(base + "_1"), 1100u);
+    EXPECT_EQ(fileSize(file + "_1"), 1100u);
+    EXPECT_EQ(fileSize(file + "_2"), 1100u);
 }
 
 // Eight threads write at once: every line in the file is one whole line of one thread, and
 // each thread's lines keep their order.
-TEST(DebugLogThreads, LinesOfConcurrentWritersNeverInterleave) {
-    TempDir dir;
-    const std::string file = fileIn(dir, "threads.txt");
+TEST_F(DebugLogTest, LinesOfConcurrentWritersNeverInterleave) {
     constexpr int kThreads = 8;
     constexpr int kLines = 2000;
-    {
-        DebugLogScope scope(settingsFor(file));
-        std::vector<std::thread> threads;
-        for (int t = 0; t < kThreads; ++t)
-            threads.emplace_back([t] {
-                const std::string filler(40 + t * 13, static_cast<char>('a' + t));
-                for (int i = 0; i < kLines; ++i)
-                    vt::debugPrintf(vt::DBG_ERROR, "T%d #%d %s", t, i, filler.c_str());
-            });
-        for (auto& th : threads) th.join();
-    }
+    vt::debugConfigure(settingsFor(file));
+    std::vector<std::thread> threads;
+    for (int t = 0; t < kThreads; ++t)
+        threads.emplace_back([t] {
+            const std::string filler(40 + t * 13, static_cast<char>('a' + t));
+            for (int i = 0; i < kLines; ++i)
+                vt::debugPrintf(vt::DBG_ERROR, "T%d #%d %s", t, i, filler.c_str());
+        });
+    for (auto& th : threads) th.join();
     const std::regex shape(R"((\d+)\t\| \d+ \| Error\t\| T(\d) #(\d+) ([a-h]+))");
     std::map<int, int> next;
     std::map<int, std::string> threadOfWriter;
-    const auto lines = splitLines(readFile(file));
-    ASSERT_EQ(lines.size(), static_cast<size_t>(kThreads * kLines));
-    for (const std::string& line : lines) {
+    const auto written = lines();
+    ASSERT_EQ(written.size(), static_cast<size_t>(kThreads * kLines));
+    for (const std::string& line : written) {
         std::smatch m;
         ASSERT_TRUE(std::regex_match(line, m, shape)) << line;
         const int t = std::stoi(m[2]);

@@ -25,16 +25,14 @@ TEST(ErrorReport, MessageIsReplacedAndTracedAtUltra) {
 // Thrown by pointer and caught as the base: the catcher owns it and sees the subclass.
 TEST(ErrorReport, SystemErrorTravelsWithTheReport) {
     vt::setLastSystemError(10061);
-    try {
-        throw new CWinSockError(3, CQuilletString("connect failed"));
-    } catch (CErrorReport* raw) {
-        std::unique_ptr<CErrorReport> report(raw);
-        EXPECT_STREQ(report->getClassName(), "CWinSockError");
-        auto* sockError = dynamic_cast<CWinSockError*>(report.get());
-        ASSERT_NE(sockError, nullptr);
-        EXPECT_EQ(sockError->getSystemError(), 10061u);
-        EXPECT_EQ(sockError->getErrorCode(), 3u);
-    }
+    const auto report = vt::test::thrownReport(
+        [] { throw new CWinSockError(3, CQuilletString("connect failed")); });
+    ASSERT_NE(report, nullptr);
+    EXPECT_STREQ(report->getClassName(), "CWinSockError");
+    auto* sockError = dynamic_cast<CWinSockError*>(report.get());
+    ASSERT_NE(sockError, nullptr);
+    EXPECT_EQ(sockError->getSystemError(), 10061u);
+    EXPECT_EQ(sockError->getErrorCode(), 3u);
     CErrorReport plain;
     EXPECT_STREQ(plain.getClassName(), "CErrorReport");
 }

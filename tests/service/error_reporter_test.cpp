@@ -6,6 +6,7 @@
 #include <filesystem>
 #include <regex>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "platform/process.h"
@@ -15,9 +16,8 @@
 namespace {
 using vt::ClockMinute;
 using vt::EventThrottle;
-using vt::test::DebugLogScope;
+using vt::test::DebugCapture;
 using vt::test::fileIn;
-using vt::test::readFile;
 using vt::test::SyslogSink;
 using vt::test::TempDir;
 
@@ -52,37 +52,17 @@ TEST(EventThrottle, HundredEventsInAMinuteSilenceTheRestOfTheHour) {
     EXPECT_TRUE(throttle.enabled());
 }
 
-// A burst that starts at 10:59 silences only until 11:00.
-TEST(EventThrottle, BurstAtTheEndOfAnHourSilencesOnlyUntilTheHourChanges) {
-    EventThrottle throttle;
-    EXPECT_EQ(feed(throttle, {10, 59}, 100).closed, 1);
-    EXPECT_EQ(feed(throttle, {10, 59}, 3).admitted, 0);
-    EXPECT_EQ(feed(throttle, {11, 0}, 1).admitted, 1);
-}
-
+// 99 events at 8:30, then one more: at 8:29 (the stored minute equals the current one plus one)
+// it counts and closes the burst; at 8:31 it does not count but starts a new burst.
 TEST(EventThrottle, BurstCountsOnlyItsOwnMinuteAndTheMinuteBefore) {
-    struct Case {
-        const char* name;
-        std::vector<ClockMinute> times;
-        int closedAt;  // index of the event that closes the burst, -1: none
-    } cases[] = {
-        // The stored minute equals the current minute plus one: the event counts.
-        {"minute before counts", {}, 99},
-        // The next minute does not count: it starts a new burst.
-        {"next minute restarts", {}, -1},
-    };
-    for (int m = 0; m < 99; ++m) cases[0].times.push_back({8, 30});
-    cases[0].times.push_back({8, 29});
-    for (int m = 0; m < 99; ++m) cases[1].times.push_back({8, 30});
-    cases[1].times.push_back({8, 31});
-    for (const Case& c : cases) {
+    for (const auto& [last, closes] : {std::pair{ClockMinute{8, 29}, true}, {{8, 31}, false}}) {
         EventThrottle throttle;
-        int closedAt = -1;
-        for (size_t i = 0; i < c.times.size(); ++i) {
-            ASSERT_TRUE(throttle.admit(c.times[i])) << c.name;
-            if (throttle.closeBurstIfFull(c.times[i])) closedAt = static_cast<int>(i);
-        }
-        EXPECT_EQ(closedAt, c.closedAt) << c.name;
+        const Outcome first = feed(throttle, {8, 30}, 99);
+        EXPECT_EQ(first.admitted, 99);
+        EXPECT_EQ(first.closed, 0);
+        const Outcome o = feed(throttle, last, 1);
+        EXPECT_EQ(o.admitted, 1);
+        EXPECT_EQ(o.closed, closes ? 1 : 0) << last.minute;
     }
 }
 
@@ -91,6 +71,9 @@ TEST(EventThrottle, NewBurstCountsFromOneAfterAGap) {
     EXPECT_EQ(feed(throttle, {9, 10}, 60).closed, 0);
     EXPECT_EQ(feed(throttle, {9, 40}, 99).closed, 0);
     EXPECT_EQ(feed(throttle, {9, 40}, 1).closed, 1);
+    // A burst that starts at 9:59 silences only until 10:00.
+    EXPECT_EQ(feed(throttle, {9, 59}, 3).admitted, 0);
+    EXPECT_EQ(feed(throttle, {10, 0}, 1).admitted, 1);
 }
 
 TEST(SyslogDatagram, CarriesPriorityTagIdAndTexts) {
@@ -134,21 +117,13 @@ class ReporterTest : public ::testing::Test {
 
 // The wrapper's line goes to the debug log whatever happens to the event.
 TEST_F(ReporterTest, WrappersWriteTheirDebugLines) {
-    const std::string file = fileIn(dir, "wrappers.txt");
-    {
-        vt::DebugLogSettings s;
-        s.enabled = true;
-        s.mask = vt::DBG_ERROR | vt::DBG_ULTRA;
-        s.fileName = file;
-        s.circular = false;
-        DebugLogScope scope(s);
-        SyslogSink sink(fileIn(dir, "sock"));
-        vt::setEventlogWarningsSetting(0);
-        vt::reportError(114, "Test::Error", "bad thing");
-        vt::reportWarning(1044, "Test::Warning", "odd thing");
-        vt::reportInformation(130, "Test::Info", "fine thing");
-    }
-    const std::string text = readFile(file);
+    DebugCapture log(vt::DBG_ERROR | vt::DBG_ULTRA);
+    SyslogSink sink(fileIn(dir, "sock"));
+    vt::setEventlogWarningsSetting(0);
+    vt::reportError(114, "Test::Error", "bad thing");
+    vt::reportWarning(1044, "Test::Warning", "odd thing");
+    vt::reportInformation(130, "Test::Info", "fine thing");
+    const std::string text = log.raw();
     EXPECT_NE(text.find("| Error\t| Error Event 114 logged with data 'bad thing'.\r\n"),
               std::string::npos);
     EXPECT_NE(text.find("| Error\t| Warning Event 1044 logged with data 'odd thing'.\r\n"),
@@ -159,28 +134,20 @@ TEST_F(ReporterTest, WrappersWriteTheirDebugLines) {
 }
 
 TEST_F(ReporterTest, SystemExceptionReportWritesItsLinesAndAsksForTheHandler) {
-    const std::string file = fileIn(dir, "exception.txt");
-    {
-        vt::DebugLogSettings s;
-        s.enabled = true;
-        s.mask = vt::DBG_ERROR;
-        s.fileName = file;
-        s.circular = false;
-        DebugLogScope scope(s);
-        vt::SystemExceptionDetails access;
-        access.address = 0x401000;
-        access.hasAccessDetails = true;
-        access.accessKind = 1;
-        access.accessAddress = 0x10;
-        EXPECT_EQ(vt::reportSystemException(vt::kExceptionAccessViolation, "CWorker", "Run",
-                                            vt::kNoEvent, access),
-                  vt::kExceptionExecuteHandler);
-        vt::SystemExceptionDetails other;
-        other.address = 0x1234;
-        other.hasAccessDetails = true;  // ignored: not an access violation
-        vt::reportSystemException(0xC0000094, "CWorker", "Divide", vt::kNoEvent, other);
-    }
-    const std::string text = readFile(file);
+    DebugCapture log(vt::DBG_ERROR);
+    vt::SystemExceptionDetails access;
+    access.address = 0x401000;
+    access.hasAccessDetails = true;
+    access.accessKind = 1;
+    access.accessAddress = 0x10;
+    EXPECT_EQ(vt::reportSystemException(vt::kExceptionAccessViolation, "CWorker", "Run",
+                                        vt::kNoEvent, access),
+              vt::kExceptionExecuteHandler);
+    vt::SystemExceptionDetails other;
+    other.address = 0x1234;
+    other.hasAccessDetails = true;  // ignored: not an access violation
+    vt::reportSystemException(0xC0000094, "CWorker", "Divide", vt::kNoEvent, other);
+    const std::string text = log.text();
     for (const char* line :
          {"CWorker| Run: System Exception caught, Code '0xc0000005'\r\n",
           "CWorker| Run: System Exception Details - ExceptionAddress='0x401000'\r\n",
@@ -221,13 +188,7 @@ TEST_F(ReporterTest, EventsReachTheSyslogSocketWithSeverityAndText) {
 
 // 100 errors at 10:59: the 100th is followed by event 151, then nothing until 11:00.
 TEST_F(ReporterTest, BurstEndsWithEvent151AndSilenceUntilTheNextHour) {
-    const std::string file = fileIn(dir, "burst.txt");
-    vt::DebugLogSettings s;
-    s.enabled = true;
-    s.mask = vt::DBG_ULTRA;
-    s.fileName = file;
-    s.circular = false;
-    DebugLogScope scope(s);
+    DebugCapture log(vt::DBG_ULTRA);
     SyslogSink sink(fileIn(dir, "sock"));
     for (int i = 1; i <= 100; ++i) vt::reportError(114, "T", "event " + std::to_string(i));
     vt::reportError(114, "T", "dropped at 10:59");
@@ -241,26 +202,16 @@ TEST_F(ReporterTest, BurstEndsWithEvent151AndSilenceUntilTheNextHour) {
               "configuration or network problems.\r\nFrom now, there will no more events logged "
               "for this hour.");
     EXPECT_EQ(shapeOf(got[101]), "<27>|[114] first of 11:00");
-    vt::debugClose();
-    EXPECT_NE(readFile(file).find("A Event was not logged, internal EventLogging is disabled for "
-                                  "one hour\r\n"),
+    EXPECT_NE(log.text().find("A Event was not logged, internal EventLogging is disabled for "
+                              "one hour\r\n"),
               std::string::npos);
 }
 
 TEST_F(ReporterTest, UnreachableSocketIsAFailedRegistration) {
-    const std::string file = fileIn(dir, "nosocket.txt");
-    vt::DebugLogSettings s;
-    s.enabled = true;
-    s.mask = vt::DBG_INFO;
-    s.fileName = file;
-    s.circular = false;
-    DebugLogScope scope(s);
-    const std::string previous = std::getenv("VTAGENT_EVENTLOG_SOCKET");
-    ::setenv("VTAGENT_EVENTLOG_SOCKET", fileIn(dir, "nobody-listens").c_str(), 1);
+    DebugCapture log(vt::DBG_INFO);
+    vt::test::ScopedEnv socket("VTAGENT_EVENTLOG_SOCKET", fileIn(dir, "nobody-listens"));
     vt::reportError(114, "T", "lost");
-    ::setenv("VTAGENT_EVENTLOG_SOCKET", previous.c_str(), 1);
-    vt::debugClose();
-    EXPECT_NE(readFile(file).find("| Info\t| hEvtLog is NULL\r\n"), std::string::npos);
+    EXPECT_NE(log.raw().find("| Info\t| hEvtLog is NULL\r\n"), std::string::npos);
 }
 
 TEST_F(ReporterTest, SystemExceptionWithAnEventIdReportsTheThreeLines) {

@@ -18,7 +18,7 @@
 namespace {
 using vt::test::DebugLogScope;
 using vt::test::fileIn;
-using vt::test::readFile;
+using vt::test::readFileBytes;
 using vt::test::ScopedRegistry;
 using vt::test::TempDir;
 
@@ -54,14 +54,10 @@ TEST(KestrelSrvc, StartupWritesBannerAndLastVersionRun) {
     registry.alsoRemove(kGeneral);
     TempDir dir;
     const std::string logFile = fileIn(dir, "agent.txt");
-    {
-        CRegAccess general;
-        ASSERT_TRUE(general.CreateKey(vt::RegRoot::LocalMachine, CQuilletString(kGeneral)));
-        ASSERT_TRUE(general.SetDWORDValue(u"nEnableDebugOutput", 1));
-        ASSERT_TRUE(general.SetDWORDValue(u"nDebugMini", 1));
-        ASSERT_TRUE(general.SetDWORDValue(u"nCircularLogging", 0));
-        ASSERT_TRUE(general.SetStringValue(u"szDebugFileName", CQuilletString(logFile.c_str())));
-    }
+    vt::test::regSetDword(kGeneral, u"nEnableDebugOutput", 1);
+    vt::test::regSetDword(kGeneral, u"nDebugMini", 1);
+    vt::test::regSetDword(kGeneral, u"nCircularLogging", 0);
+    vt::test::regSetString(kGeneral, u"szDebugFileName", CQuilletString(logFile.c_str()).wide());
     DebugLogScope restore(vt::debugSettings());
     const bool firstStart = vt::processSettings() == nullptr;
     CKestrelSrvc service;
@@ -71,7 +67,7 @@ TEST(KestrelSrvc, StartupWritesBannerAndLastVersionRun) {
     EXPECT_EQ(vt::processSettings()->serviceName.getStringA(), std::string("QuilletVantoreAgent"));
     vt::debugClose();
 
-    const std::string text = readFile(logFile);
+    const std::string text = readFileBytes(logFile);
     EXPECT_TRUE(std::regex_search(
         text,
         std::regex("\\| Minimum\t\\| \r\n\r\nService STARTUP \\[V4\\.4\\(Final Release\\)\\]- "
@@ -110,47 +106,5 @@ TEST(KestrelSrvc, StartupOnAnEmptyRegistryUsesDefaults) {
     CRegAccess general;
     EXPECT_FALSE(general.OpenKey(vt::RegRoot::LocalMachine, CQuilletString(kGeneral)));
 }
-
-#ifndef _WIN32
-// Linux install: the unit file, then the event source and the installation values in the hive;
-// remove deletes the unit and leaves the event source key in place.
-TEST(KestrelSrvc, InstallAndRemoveOnLinux) {
-    ScopedRegistry registry;
-    TempDir dir;
-    ::setenv("VTAGENT_SYSTEMD_DIR", dir.path().string().c_str(), 1);
-    CKestrelSrvc service;
-    EXPECT_FALSE(service.IsInstalled());
-    ASSERT_TRUE(service.Install());
-    EXPECT_TRUE(service.IsInstalled());
-    EXPECT_TRUE(std::filesystem::exists(fileIn(dir, "QuilletVantoreAgent.service")));
-
-    vt::RegKey source;
-    ASSERT_EQ(source.open(vt::RegRoot::LocalMachine,
-                          u"SYSTEM\\CurrentControlSet\\Services\\EventLog\\Application\\"
-                          u"QuilletVantoreAgent",
-                          vt::kKeyRead),
-              vt::kRegOk);
-    uint32_t type = 0;
-    std::vector<uint8_t> data;
-    ASSERT_EQ(source.queryValue(u"EventMessageFile", type, data), vt::kRegOk);
-    EXPECT_EQ(type, vt::kRegExpandSz);
-    EXPECT_FALSE(vt::regBytesToString(data).empty());
-    ASSERT_EQ(source.queryValue(u"TypesSupported", type, data), vt::kRegOk);
-    EXPECT_EQ(data, vt::regDwordBytes(7));
-    CRegAccess parameters;
-    uint32_t build = 0;
-    EXPECT_TRUE(parameters.OpenKey(vt::RegRoot::LocalMachine, CQuilletString(kParameters)));
-    EXPECT_TRUE(parameters.ReadDWORDValue(u"nServiceBuildID", build));
-    EXPECT_EQ(build, 334u);
-
-    ASSERT_TRUE(service.Uninstall());
-    EXPECT_FALSE(service.IsInstalled());
-    EXPECT_EQ(source.queryValue(u"TypesSupported", type, data), vt::kRegOk);
-    // Removing what is not there fails with the system's error.
-    EXPECT_FALSE(service.Uninstall());
-    EXPECT_EQ(vt::lastSystemError(), 2u);
-    ::unsetenv("VTAGENT_SYSTEMD_DIR");
-}
-#endif
 
 }  // namespace

@@ -1,9 +1,6 @@
 #include "service/service_fixture_helper.h"
 
 #include <atomic>
-#include <fstream>
-#include <random>
-#include <sstream>
 #include <utility>
 
 #ifndef _WIN32
@@ -17,26 +14,6 @@
 
 namespace vt::test {
 
-std::string readFile(const std::string& path) {
-    std::ifstream in(path, std::ios::binary);
-    std::ostringstream out;
-    out << in.rdbuf();
-    return out.str();
-}
-
-std::vector<std::string> splitLines(const std::string& text) {
-    std::vector<std::string> lines;
-    size_t start = 0;
-    for (;;) {
-        const size_t end = text.find("\r\n", start);
-        if (end == std::string::npos) break;
-        lines.push_back(text.substr(start, end - start));
-        start = end + 2;
-    }
-    if (start < text.size()) lines.push_back(text.substr(start));
-    return lines;
-}
-
 DebugLogScope::DebugLogScope(const DebugLogSettings& settings) : m_previous(debugSettings()) {
     debugConfigure(settings);
 }
@@ -46,18 +23,6 @@ DebugLogScope::~DebugLogScope() {
 }
 
 #ifndef _WIN32
-namespace {
-// No test may reach the machine's /dev/log: unless a test sets up a sink, events go to a socket
-// path where nobody listens (the reporter then takes its "cannot register" path).
-const bool g_noSystemEventLog = [] {
-    const std::string nowhere = (std::filesystem::temp_directory_path() /
-                                 ("vtagent-no-eventlog-" + std::to_string(::getpid()) + ".sock"))
-                                    .string();
-    ::setenv("VTAGENT_EVENTLOG_SOCKET", nowhere.c_str(), 1);
-    return true;
-}();
-}  // namespace
-
 SyslogSink::SyslogSink(const std::string& socketPath) : m_path(socketPath) {
     if (const char* previous = std::getenv("VTAGENT_EVENTLOG_SOCKET")) m_previousSocket = previous;
     m_fd = ::socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0);

@@ -17,9 +17,6 @@ inline std::string fileIn(const TempDir& dir, const std::string& name) {
     return (dir.path() / name).string();
 }
 
-std::string readFile(const std::string& path);
-std::vector<std::string> splitLines(const std::string& text);  // at "\r\n", last one kept
-
 // Points the debug log at a file and restores the previous settings when it goes.
 class DebugLogScope {
   public:

@@ -62,18 +62,9 @@ class FileMonitorTest : public ::testing::Test {
         setDword(u"nPreventOverrunDelay", 0);
         setDword(u"nConfigVersion", 1);
     }
-    void setDword(const char16_t* name, uint32_t value) {
-        CRegAccess reg;
-        ASSERT_TRUE(
-            reg.CreateKey(RegRoot::LocalMachine, CQuilletString(std::u16string_view(config))));
-        ASSERT_TRUE(reg.SetDWORDValue(CQuilletString(name), value));
-    }
+    void setDword(const char16_t* name, uint32_t value) { regSetDword(config, name, value); }
     void setString(const char16_t* name, const std::string& value) {
-        CRegAccess reg;
-        ASSERT_TRUE(
-            reg.CreateKey(RegRoot::LocalMachine, CQuilletString(std::u16string_view(config))));
-        ASSERT_TRUE(
-            reg.SetStringValue(CQuilletString(name), CQuilletString(std::string_view(value))));
+        regSetString(config, name, utf8ToUtf16(value));
     }
     void follow(const std::string& pattern) {
         setString(u"szPathAndFileName", (files.path() / pattern).string());
@@ -267,11 +258,7 @@ TEST_F(FileMonitorTest, W3CHeaderColumnsAndComments) {
 TEST_F(FileMonitorTest, Utf16FileWithBomKeepsByteOffsets) {
     follow("u16.log");
     const std::u16string text = u"caf\u00E9\r\nzwei\r\n";
-    std::string bytes = "\xFF\xFE";
-    for (char16_t c : text) {
-        bytes.push_back(static_cast<char>(c & 0xFF));
-        bytes.push_back(static_cast<char>(c >> 8));
-    }
+    const std::string bytes = utf16File(text);
     append(path("u16.log"), bytes);
     auto monitor = make();
     monitor->doProcessFile();
@@ -382,15 +369,6 @@ TEST_F(FileMonitorTest, SkipLinesAndSeparatorsAndCleanup) {
     EXPECT_EQ(monitor->seen[1].properties.count("msgseplast"), 0u);
     EXPECT_EQ(monitor->seen[2].properties["msgsep"], "END");
     EXPECT_EQ(monitor->seen[2].properties["msgseplast"], "BEGIN");
-}
-
-TEST(FileMonitorType, RegisteredAsTypeFive) {
-    const InfoSourceType* type = findInfoSourceType(5);
-    ASSERT_NE(type, nullptr);
-    EXPECT_STREQ(type->className, "CInfoSourceFileMonitor");
-    InfoSourceContext context;
-    ASSERT_NE(type->create, nullptr);
-    EXPECT_NE(dynamic_cast<CInfoSourceFileMonitor*>(type->create(context).get()), nullptr);
 }
 
 }  // namespace

@@ -168,20 +168,6 @@ TEST(LineSplitting, LongLinesComeInPiecesWithoutSplittingCharacters) {
     // A surrogate pair stays whole in UTF-16 pieces.
     EXPECT_EQ(cutAll(le(u"a\U0001F600bc\n"), TextEncoding::Utf16LE, 4, heldBack),
               "a+\xF0\x9F\x98\x80+bc|");
-
-    // A 10 MB line comes whole: 159 pieces and the last 64 KiB ended by its LF.
-    const std::string big(10u * 1024u * 1024u, 'x');
-    const std::string text = big + "\nend\n";
-    size_t pos = 0, total = 0, pieces = 0;
-    LineCut cut;
-    while (findLine(std::string_view(text).substr(pos), TextEncoding::Utf8, 65536, cut)) {
-        if (cut.piece) ++pieces;
-        total += cut.contentBytes;
-        pos += cut.consumed;
-    }
-    EXPECT_EQ(pieces, 159u);
-    EXPECT_EQ(total, big.size() + 3);
-    EXPECT_EQ(pos, text.size());
 }
 
 TEST(LineCleanup, Options) {

@@ -34,15 +34,9 @@ struct SyslogSourceRig {
         queue = std::make_unique<CQueManList>(&settings, CQueManList::StartWorkers::Later);
     }
     std::u16string key() const { return services + u"\\IS1"; }
-    void setDword(std::u16string_view name, uint32_t value) {
-        CRegAccess reg;
-        ASSERT_TRUE(reg.CreateKey(RegRoot::LocalMachine, CQuilletString(key())));
-        ASSERT_TRUE(reg.SetDWORDValue(CQuilletString(name), value));
-    }
+    void setDword(std::u16string_view name, uint32_t value) { regSetDword(key(), name, value); }
     void setString(std::u16string_view name, std::u16string_view value) {
-        CRegAccess reg;
-        ASSERT_TRUE(reg.CreateKey(RegRoot::LocalMachine, CQuilletString(key())));
-        ASSERT_TRUE(reg.SetStringValue(CQuilletString(name), CQuilletString(value)));
+        regSetString(key(), name, value);
     }
     std::unique_ptr<CInfoSourceSyslog> make() {
         InfoSourceContext context;
@@ -55,30 +49,16 @@ struct SyslogSourceRig {
         source->setServiceNumber(1);
         return source;
     }
-    std::unique_ptr<CInfoUnit> take() { return std::unique_ptr<CInfoUnit>(queue->Remove()); }
     // Waits (bounded) for the next unit the running source hands over.
     std::unique_ptr<CInfoUnit> waitForUnit() {
-        for (int i = 0; i < 2000; ++i) {
-            if (auto unit = take()) return unit;
-            std::this_thread::sleep_for(5ms);
-        }
-        return nullptr;
+        std::unique_ptr<CInfoUnit> unit;
+        eventually([&] { return (unit.reset(queue->Remove()), unit != nullptr); });
+        return unit;
     }
 };
 
 std::string prop(const CInfoUnit& unit, std::u16string_view name) {
     return utf16ToUtf8(unit.getPropertyString(name));
-}
-
-TEST(InfoSourceSyslogTest, TypeOneMakesASyslogSource) {
-    const InfoSourceType* type = findInfoSourceType(1);
-    ASSERT_NE(type, nullptr);
-    ASSERT_NE(type->create, nullptr);
-    SyslogSourceRig rig;
-    InfoSourceContext context;
-    context.servicesKeyPath = CQuilletString(std::u16string_view(rig.services));
-    auto source = type->create(context);
-    EXPECT_NE(dynamic_cast<CInfoSourceSyslog*>(source.get()), nullptr);
 }
 
 TEST(InfoSourceSyslogTest, LoadConfigReadsOnVersionChangeAndKeepsAnInvalidPort) {
@@ -189,27 +169,30 @@ CIPAddress loopback(uint16_t port) {
     return address;
 }
 
+// A source of `protocol` configured on a loopback port that was free a moment ago.
+std::unique_ptr<CInfoSourceSyslog> onFreePort(SyslogSourceRig& rig, uint32_t protocol,
+                                              uint16_t& port) {
+    {
+        CWinSock probe = CWinSock::create(AF_INET, protocol == 1 ? SOCK_STREAM : SOCK_DGRAM);
+        probe.bind(loopback(0));
+        port = probe.localAddress().port();
+    }
+    rig.setDword(u"nConfigVersion", 1);
+    rig.setDword(u"nProtocolType", protocol);
+    rig.setDword(u"nListenPort", port);
+    rig.setString(u"szMyIPAddress", u"127.0.0.1");
+    auto source = rig.make();
+    EXPECT_TRUE(source->LoadConfig());
+    return source;
+}
+
 // Datagrams become units (NUL and, with escaping on, control characters escaped), and the
 // shutdown ends the blocked receive.
 TEST(InfoSourceSyslogTest, UdpDatagramsBecomeUnitsAndShutdownEndsTheReceive) {
     SyslogSourceRig rig;
-    rig.setDword(u"nConfigVersion", 1);
-    rig.setDword(u"nListenPort", 0);  // replaced below: port 0 means 514 here
-    rig.setString(u"szMyIPAddress", u"127.0.0.1");
     rig.setDword(u"nEscapeControlCharacters", 1);
-    auto source = rig.make();
-    ASSERT_TRUE(source->LoadConfig());
-    // Bind a free port: take one from the system, then configure it.
     uint16_t port = 0;
-    {
-        CWinSock probe = CWinSock::create(AF_INET, SOCK_DGRAM);
-        probe.bind(loopback(0));
-        port = probe.localAddress().port();
-    }
-    rig.setDword(u"nConfigVersion", 2);
-    rig.setDword(u"nListenPort", port);
-    ASSERT_TRUE(source->LoadConfig());
-
+    auto source = onFreePort(rig, 0, port);
     RunningSource running(*source);
     ASSERT_EQ(running.waitForPort(), port);
     CWinSock sender = CWinSock::create(AF_INET, SOCK_DGRAM);
@@ -224,24 +207,10 @@ TEST(InfoSourceSyslogTest, UdpDatagramsBecomeUnitsAndShutdownEndsTheReceive) {
 
 TEST(InfoSourceSyslogTest, TcpMessagesBecomeUnitsAndShutdownEndsTheLoop) {
     SyslogSourceRig rig;
-    rig.setDword(u"nConfigVersion", 1);
-    rig.setDword(u"nProtocolType", 1);
-    rig.setDword(u"nListenPort", 0);
-    rig.setString(u"szMyIPAddress", u"127.0.0.1");
     rig.setDword(u"nEnableTCPMsgSep", 1);
     rig.setString(u"szTCPMsgSep", u"\\n");
-    auto source = rig.make();
-    ASSERT_TRUE(source->LoadConfig());
     uint16_t port = 0;
-    {
-        CWinSock probe = CWinSock::create(AF_INET, SOCK_STREAM);
-        probe.bind(loopback(0));
-        port = probe.localAddress().port();
-    }
-    rig.setDword(u"nConfigVersion", 2);
-    rig.setDword(u"nListenPort", port);
-    ASSERT_TRUE(source->LoadConfig());
-
+    auto source = onFreePort(rig, 1, port);
     RunningSource running(*source);
     ASSERT_EQ(running.waitForPort(), port);
     CWinSock client = CWinSock::create(AF_INET, SOCK_STREAM);
@@ -257,31 +226,26 @@ TEST(InfoSourceSyslogTest, TcpMessagesBecomeUnitsAndShutdownEndsTheLoop) {
     running.stop();
 }
 
-TEST(InfoSourceSyslogTest, BoundPortTakenReportsAndReturns) {
+// A port already taken, and RFC 3195 (not built): reported, and Run returns at once.
+TEST(InfoSourceSyslogTest, SourcesThatCannotListenReportAndReturn) {
     CWinSock holder = CWinSock::create(AF_INET, SOCK_DGRAM);
     holder.bind(loopback(0));
-    SyslogSourceRig rig;
-    rig.setDword(u"nConfigVersion", 1);
-    rig.setDword(u"nListenPort", holder.localAddress().port());
-    rig.setString(u"szMyIPAddress", u"127.0.0.1");
-    auto source = rig.make();
-    ASSERT_TRUE(source->LoadConfig());
-    DebugCapture capture;
-    source->Run();  // returns at once: nothing to listen on
-    EXPECT_EQ(source->boundPort(), 0);
-    EXPECT_NE(capture.text().find("Can't bind to socket"), std::string::npos);
-}
-
-TEST(InfoSourceSyslogTest, Rfc3195IsReportedAndDoesNotRun) {
-    SyslogSourceRig rig;
-    rig.setDword(u"nConfigVersion", 1);
-    rig.setDword(u"nProtocolType", 3);
-    auto source = rig.make();
-    ASSERT_TRUE(source->LoadConfig());
-    DebugCapture capture;
-    source->Run();
-    EXPECT_EQ(source->boundPort(), 0);
-    EXPECT_NE(capture.text().find("can't initialize RFC3195 lib."), std::string::npos);
+    for (uint32_t protocol : {0u, 3u}) {
+        SyslogSourceRig rig;
+        rig.setDword(u"nConfigVersion", 1);
+        rig.setDword(u"nProtocolType", protocol);
+        rig.setDword(u"nListenPort", holder.localAddress().port());
+        rig.setString(u"szMyIPAddress", u"127.0.0.1");
+        auto source = rig.make();
+        ASSERT_TRUE(source->LoadConfig());
+        DebugCapture capture;
+        source->Run();
+        EXPECT_EQ(source->boundPort(), 0);
+        EXPECT_NE(capture.text().find(protocol == 0 ? "Can't bind to socket"
+                                                    : "can't initialize RFC3195 lib."),
+                  std::string::npos)
+            << protocol;
+    }
 }
 
 }  // namespace

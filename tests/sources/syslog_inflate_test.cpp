@@ -20,29 +20,22 @@ std::string zDatagram(const std::string& text, int level = 9) {
     return "z" + out;
 }
 
-TEST(SyslogInflate, MarkedDatagramIsInflated) {
+// A marked datagram is inflated, an unmarked one left alone, a broken or cut stream dropped
+// at once (a cut stream is told apart from a full buffer).
+TEST(SyslogInflate, MarkedUnmarkedAndBroken) {
     const std::string text = "<13>Jan  5 10:20:30 host1 app: compressed hello";
-    std::string out;
-    EXPECT_EQ(vt::inflateSyslogDatagram(zDatagram(text), out), InflateResult::Inflated);
-    EXPECT_EQ(out, text);
-}
-
-TEST(SyslogInflate, UnmarkedDatagramIsLeftAlone) {
     std::string out = "untouched";
     EXPECT_EQ(vt::inflateSyslogDatagram("<13>plain", out), InflateResult::NotCompressed);
     EXPECT_EQ(vt::inflateSyslogDatagram("", out), InflateResult::NotCompressed);
     EXPECT_EQ(out, "untouched");
-}
-
-TEST(SyslogInflate, BrokenStreamsAreDropped) {
-    std::string out;
-    EXPECT_EQ(vt::inflateSyslogDatagram("zhello world", out), InflateResult::Failed);
+    EXPECT_EQ(vt::inflateSyslogDatagram(zDatagram(text), out), InflateResult::Inflated);
+    EXPECT_EQ(out, text);
     const std::string good = zDatagram(std::string(200, 'q'));
-    // A cut stream is told apart from a full buffer and dropped at once.
-    EXPECT_EQ(vt::inflateSyslogDatagram(good.substr(0, good.size() - 4), out),
-              InflateResult::Failed);
-    EXPECT_EQ(vt::inflateSyslogDatagram("z", out), InflateResult::Failed);
-    EXPECT_TRUE(out.empty());
+    for (const std::string& broken :
+         {std::string("zhello world"), good.substr(0, good.size() - 4), std::string("z")}) {
+        EXPECT_EQ(vt::inflateSyslogDatagram(broken, out), InflateResult::Failed);
+        EXPECT_TRUE(out.empty());
+    }
 }
 
 // Runs of zeros compress about a thousand to one. Those that inflate to at most 128 times the

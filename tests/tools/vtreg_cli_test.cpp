@@ -43,14 +43,7 @@ struct Vtreg {
     vt::test::TempDir dir;
 };
 
-std::string utf16File(std::u16string_view text) {
-    std::string out = "\xFF\xFE";
-    for (char16_t c : text) {
-        out.push_back(static_cast<char>(c & 0xFF));
-        out.push_back(static_cast<char>(c >> 8));
-    }
-    return out;
-}
+using vt::test::utf16File;
 
 std::vector<vt::RegValue> valuesOf(const std::u16string& path) {
     vt::RegKey key;
