@@ -37,8 +37,9 @@ unsigned addressForLog(const void* p) {
 // Ends a unit's life after processing: a waiting producer owns a waitable unit and is woken;
 // any other unit is destroyed here.
 void releaseUnit(CInfoUnit* unit) {
-    if (auto* waitable = dynamic_cast<CWaitableInfoUnit*>(unit))
-        waitable->signalProcessed();
+    // Asked of the unit rather than found by a cast: this runs for every unit.
+    if (unit->awaitsProcessing())
+        unit->signalProcessed();
     else
         delete unit;
 }

@@ -44,18 +44,21 @@ void setInfoUnitIds(int32_t customerId, int32_t systemId) noexcept {
 }
 }  // namespace vt
 
-CInfoUnit::CInfoUnit() : m_properties(std::make_unique<CNameValueTree>()) {
+CInfoUnit::CInfoUnit() : CInfoUnit(vt::IUT_NONE, 128) {}
+
+CInfoUnit::CInfoUnit(int32_t type, int32_t facility)
+    : m_properties(std::make_unique<CNameValueTree>()) {
     // The store is empty, so every name is appended without a look-up; the order is the one
     // the XML form of a unit shows. "importance" ends as 5 although 128 was its first value.
     CNameValueTree& p = *m_properties;
     p.reserveEntries(vt::kReservedProperties);
-    p.addInt(u"iut", 0);
+    p.addInt(u"iut", type);
     const int64_t now = vt::currentTime();
     p.addTime(u"timegenerated", now);
     p.addTime(u"timereported", now);
     p.addInt(u"importance", 5);
     p.addInt(u"syslogpriority", 5);
-    p.addInt(u"syslogfacility", 128);
+    p.addInt(u"syslogfacility", facility);
     p.addString(u"resource", std::u16string_view());
     p.addString(u"syslogtag", u"Vantor");
     p.addInt(u"iuvers", 2);

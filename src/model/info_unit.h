@@ -141,6 +141,10 @@ class CInfoUnit {
     static std::unique_ptr<CInfoUnit> createInfoUnitOfType(int32_t type);
 
   protected:
+    // A unit of `type` whose syslog facility starts as `facility` (the default constructor:
+    // type 0, facility 128); every other standard property as always.
+    CInfoUnit(int32_t type, int32_t facility);
+
     // Installs `properties` in place of the current store (used when rebuilding from XML).
     void installProperties(std::unique_ptr<CNameValueTree> properties) noexcept;
 

@@ -1,12 +1,7 @@
 #include "model/info_unit_types.h"
 
-CInfoUnitSyslog::CInfoUnitSyslog() {
-    setSyslogFacility(16);
-    setPropertyInt(u"syslogpriority", 5);
-    setImportance(5);
-    setImportance(5);
-    setType(vt::IUT_SYSLOG);
-}
+// Priority and importance are 5 already, as the syslog unit wants them.
+CInfoUnitSyslog::CInfoUnitSyslog() : CInfoUnit(vt::IUT_SYSLOG, 16) {}
 
 const char16_t* CInfoUnitSyslog::getRawMsgText() const {
     const CQuilletString* raw = getPropertyStringObject(u"rawsyslogmsg");

@@ -93,30 +93,31 @@ void CThreadSafeLinkedList::removeFirst() noexcept {
     removeFirstUnlocked();
 }
 
-CSearchableLinkedListEntry::CSearchableLinkedListEntry(std::u16string_view name) {
-    if (const CQuilletString* shared = vt::sharedPropertyName(name))
-        m_pName = shared;
-    else
-        m_name.setString(name);
+CSearchableLinkedListEntry::CSearchableLinkedListEntry(std::u16string_view name)
+    : m_pName(vt::sharedPropertyName(name)) {
+    if (m_pName) return;
+    m_ownName = std::make_unique<CQuilletString>(name);
+    m_pName = m_ownName.get();
 }
 
 namespace {
 // Length and three characters: property names differ in these almost always, and it costs
 // no loop over the name.
-size_t nameSlot(std::u16string_view name, size_t slots) noexcept {
+uint32_t nameHash(std::u16string_view name) noexcept {
     if (name.empty()) return 0;
     const size_t n = name.size();
     const uint32_t h = static_cast<uint32_t>(n) * 0x9E3779B1u ^ name[0] * 0x85EBCA77u ^
                        name[n - 1] * 0xC2B2AE3Du ^ name[n / 2] * 0x27D4EB2Fu;
-    return (h ^ (h >> 15)) & (slots - 1);
+    return h ^ (h >> 15);
 }
 }  // namespace
 
 CSearchableLinkedListEntry* CSearchableLinkedList::find(std::u16string_view name) const noexcept {
-    for (size_t i = nameSlot(name, kSlots);; i = (i + 1) & (kSlots - 1)) {
+    const uint32_t hash = nameHash(name);
+    for (size_t i = hash & (kSlots - 1);; i = (i + 1) & (kSlots - 1)) {
         CSearchableLinkedListEntry* e = m_slots[i];
         if (!e) break;
-        if (e->getName().view() == name) return e;
+        if (m_hashes[i] == hash && e->getName().view() == name) return e;
     }
     return m_overflow ? findLinear(name) : nullptr;
 }
@@ -133,14 +134,17 @@ CSearchableLinkedListEntry* CSearchableLinkedList::findLinear(
 void CSearchableLinkedList::index(CSearchableLinkedListEntry* entry) noexcept {
     if (m_overflow) return;
     const std::u16string_view name = entry->getName().view();
-    size_t i = nameSlot(name, kSlots);
+    const uint32_t hash = nameHash(name);
+    size_t i = hash & (kSlots - 1);
     for (; m_slots[i]; i = (i + 1) & (kSlots - 1))
-        if (m_slots[i]->getName().view() == name) return;  // an earlier entry of the name wins
+        if (m_hashes[i] == hash && m_slots[i]->getName().view() == name)
+            return;  // an earlier entry of the name wins
     if (m_indexed == kMaxIndexed) {
         m_overflow = true;
         return;
     }
     m_slots[i] = entry;
+    m_hashes[i] = hash;
     ++m_indexed;
 }
 

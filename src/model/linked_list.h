@@ -2,6 +2,7 @@
 #include <array>
 #include <cstddef>
 #include <cstdint>
+#include <memory>
 #include <mutex>
 #include <string_view>
 
@@ -82,14 +83,17 @@ class CThreadSafeLinkedList : public CLinkedList {
 // indexes its entries by name.
 class CSearchableLinkedListEntry : public CLinkedListEntry {
   public:
-    CSearchableLinkedListEntry() = default;
+    CSearchableLinkedListEntry() : CSearchableLinkedListEntry(std::u16string_view()) {}
     explicit CSearchableLinkedListEntry(std::u16string_view name);
 
     const CQuilletString& getName() const noexcept { return *m_pName; }
 
   private:
-    CQuilletString m_name;
-    const CQuilletString* m_pName = &m_name;  // m_name, or the shared copy of a common name
+    // The shared copy of a standard property name, or the entry's own name. An entry is
+    // created for every property of every unit, so it stays small and the standard names
+    // cost no allocation.
+    const CQuilletString* m_pName;
+    std::unique_ptr<CQuilletString> m_ownName;
 };
 
 // Every property read and write of an info unit is a look-up by name, a few dozen per unit, so
@@ -118,6 +122,7 @@ class CSearchableLinkedList : public CLinkedList {
     void rebuildIndex() noexcept;
 
     std::array<CSearchableLinkedListEntry*, kSlots> m_slots{};
+    std::array<uint32_t, kSlots> m_hashes{};  // of the names in m_slots
     uint32_t m_indexed = 0;
     bool m_overflow = false;  // a name is missing from the index: search the chain
 };

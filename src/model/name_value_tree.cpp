@@ -226,7 +226,7 @@ template <class ListBase, class Entry>
 void BasicNameValueTree<ListBase, Entry>::reserveEntries(size_t count) {
     // One block per tree: its slots are not reused, and it lives as long as the tree.
     if (m_block || count == 0) return;
-    m_block = std::make_unique<std::byte[]>(count * slotBytes<Entry>());
+    m_block = std::make_unique_for_overwrite<std::byte[]>(count * slotBytes<Entry>());
     m_blockSlots = count;
     m_blockUsed = 0;
 }

@@ -1,19 +1,34 @@
 #include "model/property_names.h"
 
 #include <array>
+#include <cstdint>
 
 namespace vt {
 namespace {
-// Names of up to seven characters fit into the string object itself and need no sharing.
-constexpr std::array<std::u16string_view, 10> kLongNames = {
-    u"timegenerated", u"timereported", u"importance", u"syslogpriority", u"syslogfacility",
-    u"resource",      u"syslogtag",    u"CustomerID", u"SystemID",       u"rawsyslogmsg"};
+constexpr std::array<std::u16string_view, 14> kNames = {
+    u"iut",        u"timegenerated",  u"timereported",
+    u"importance", u"syslogpriority", u"syslogfacility",
+    u"resource",   u"syslogtag",      u"iuvers",
+    u"source",     u"CustomerID",     u"SystemID",
+    u"msg",        u"rawsyslogmsg"};
+
+// For each length, the (at most three) names of that length.
+constexpr uint8_t kNone = 0xFF;
+constexpr auto kByLength = [] {
+    std::array<std::array<uint8_t, 3>, 16> table{};
+    for (auto& slot : table) slot = {kNone, kNone, kNone};
+    for (size_t i = 0; i < kNames.size(); ++i) {
+        auto& slot = table[kNames[i].size()];
+        slot[slot[0] == kNone ? 0 : slot[1] == kNone ? 1 : 2] = static_cast<uint8_t>(i);
+    }
+    return table;
+}();
 
 struct SharedNames {
-    std::array<CQuilletString, kLongNames.size()> names;
+    std::array<CQuilletString, kNames.size()> names;
     SharedNames() {
-        for (size_t i = 0; i < kLongNames.size(); ++i) {
-            names[i] = kLongNames[i];
+        for (size_t i = 0; i < kNames.size(); ++i) {
+            names[i] = kNames[i];
             names[i].getStringA();
         }
     }
@@ -21,10 +36,14 @@ struct SharedNames {
 }  // namespace
 
 const CQuilletString* sharedPropertyName(std::u16string_view name) noexcept {
-    if (name.size() < 8) return nullptr;
+    // By length first: this runs for every property a unit gets.
+    if (name.size() >= kByLength.size()) return nullptr;
+    const auto& candidates = kByLength[name.size()];
+    if (candidates[0] == kNone) return nullptr;
     static const SharedNames shared;
-    for (size_t i = 0; i < kLongNames.size(); ++i)
-        if (kLongNames[i] == name) return &shared.names[i];
+    for (const uint8_t i : candidates)
+        if (i != kNone && kNames[i] == name) return &shared.names[i];
     return nullptr;
 }
+
 }  // namespace vt

@@ -4,7 +4,7 @@
 #include "model/quillet_string.h"
 
 namespace vt {
-// The long names of the properties that every unit carries. An entry with one of these names
+// The names of the properties that every unit carries. An entry with one of these names
 // refers to one shared copy instead of holding (and allocating) its own; the copies are never
 // changed, and their narrow forms are built up front, so any thread may read them.
 const CQuilletString* sharedPropertyName(std::u16string_view name) noexcept;
