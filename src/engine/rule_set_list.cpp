@@ -187,8 +187,12 @@ bool CRuleListEntry::IsMatchingEntry(CInfoUnit& unit, CConfigSettings& settings)
                    "fire again\r\n");
         return false;
     }
-    lastFiring->store(now, std::memory_order_relaxed);
-    if (lastFiring != &m_lastFiring) m_lastFiring.store(now, std::memory_order_relaxed);
+    // Written only when the second changes: every worker passes here for every unit, and a
+    // store per unit would move the value's cache line from core to core.
+    if (lastFiring->load(std::memory_order_relaxed) != now)
+        lastFiring->store(now, std::memory_order_relaxed);
+    if (lastFiring != &m_lastFiring && m_lastFiring.load(std::memory_order_relaxed) != now)
+        m_lastFiring.store(now, std::memory_order_relaxed);
     return true;
 }
 

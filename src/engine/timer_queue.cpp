@@ -1,17 +1,33 @@
 #include "engine/timer_queue.h"
 
+#include <atomic>
 #include <vector>
 
 namespace vt {
 namespace {
 thread_local std::shared_ptr<TimerQueue> t_timerQueue;
+// Ids are unique across queues, so an id kept from a queue that is gone matches nothing in a
+// later one.
+std::atomic<uint64_t> g_nextTimerId{1};
 }  // namespace
 
 uint64_t TimerQueue::add(Clock::time_point deadline, TimerRoutine routine, void* context) {
+    const uint64_t id = g_nextTimerId.fetch_add(1, std::memory_order_relaxed);
     std::lock_guard lock(m_lock);
-    const uint64_t id = m_nextId++;
     m_entries.emplace(deadline, Entry{id, routine, context});
     return id;
+}
+
+bool TimerQueue::reschedule(uint64_t id, Clock::time_point deadline) {
+    std::lock_guard lock(m_lock);
+    for (auto it = m_entries.begin(); it != m_entries.end(); ++it) {
+        if (it->second.id != id) continue;
+        auto node = m_entries.extract(it);
+        node.key() = deadline;
+        m_entries.insert(std::move(node));
+        return true;
+    }
+    return false;
 }
 
 bool TimerQueue::cancel(uint64_t id) {
@@ -79,15 +95,24 @@ TimerQueueScope::~TimerQueueScope() {
 }
 
 bool WaitableTimer::arm(TimerRoutine routine, void* context, uint32_t milliseconds) {
-    std::shared_ptr<TimerQueue> target = t_timerQueue;
+    const auto deadline = TimerQueue::Clock::now() + std::chrono::milliseconds(milliseconds);
+    TimerQueue* current = t_timerQueue.get();
     std::lock_guard lock(m_lock);
+    // The calling thread's own queue is alive while the thread runs, so it may be used
+    // through the plain pointer.
+    if (current && m_id != 0 && m_armedOn == current && m_routine == routine &&
+        m_context == context && current->reschedule(m_id, deadline))
+        return true;
     if (auto previous = m_queue.lock(); previous && m_id != 0) previous->cancel(m_id);
     m_id = 0;
     m_queue.reset();
-    if (!target) return false;
-    m_id = target->add(TimerQueue::Clock::now() + std::chrono::milliseconds(milliseconds), routine,
-                       context);
-    m_queue = target;
+    m_armedOn = nullptr;
+    if (!current) return false;
+    m_id = current->add(deadline, routine, context);
+    m_queue = t_timerQueue;
+    m_armedOn = current;
+    m_routine = routine;
+    m_context = context;
     return true;
 }
 
@@ -96,6 +121,7 @@ void WaitableTimer::cancel() {
     if (auto queue = m_queue.lock(); queue && m_id != 0) queue->cancel(m_id);
     m_id = 0;
     m_queue.reset();
+    m_armedOn = nullptr;
 }
 
 bool WaitableTimer::isPending() const {

@@ -27,6 +27,8 @@ class TimerQueue {
     uint64_t add(Clock::time_point deadline, TimerRoutine routine, void* context);
     // Removes a pending routine; false when it has run already or was never there.
     bool cancel(uint64_t id);
+    // Moves a pending routine to a new deadline; false when it is no longer pending.
+    bool reschedule(uint64_t id, Clock::time_point deadline);
     std::optional<Clock::time_point> nextDeadline() const;
     // Runs, on the calling thread and outside the lock, every routine due at `now`, earliest
     // first. Returns how many ran.
@@ -44,7 +46,6 @@ class TimerQueue {
     };
     mutable std::mutex m_lock;
     std::multimap<Clock::time_point, Entry> m_entries;  // guarded by m_lock
-    uint64_t m_nextId = 1;                              // guarded by m_lock
 };
 
 // The timer queue of the calling thread, or null on threads that own none.
@@ -86,6 +87,11 @@ class WaitableTimer {
     mutable std::mutex m_lock;
     std::weak_ptr<TimerQueue> m_queue;  // guarded by m_lock
     uint64_t m_id = 0;                  // guarded by m_lock
+    // What the pending expiry was armed with (guarded by m_lock), so that arming again on the
+    // same thread moves it instead of replacing it: actions arm after every unit.
+    const TimerQueue* m_armedOn = nullptr;
+    TimerRoutine m_routine = nullptr;
+    void* m_context = nullptr;
 };
 
 }  // namespace vt

@@ -11,7 +11,8 @@
 void CActionRelaylogV3FlatFile::doAction(CInfoUnit& unit, CConfigSettings& /*settings*/,
                                          CActionListEntry& /*entry*/) {
     vt::debugWrite(vt::DBG_ULTRA, "ENTER File:doAction\r\n");
-    m_config.cancelTimer();
+    // The idle timer is not cancelled here: its routine needs the action's lock, which this
+    // unit holds, and arming it at the end moves a pending expiry to the new deadline.
     m_config.setCurrentUnit(&unit);
 
     const int32_t format = m_config.fileFormat();
