@@ -5,7 +5,8 @@
 # million messages, peak RSS, and for UDP the fraction lost; then the vtagent/rsyslog ratios.
 #
 #   bench/syslog_vs_rsyslog.sh            (builds build/linux first; needs /usr/sbin/rsyslogd)
-# Environment: TCP_COUNT (1000000), UDP_COUNT (500000), UDP_RATE (100000), SIZE (120).
+# Environment: TCP_COUNT (1000000), UDP_COUNT (500000), UDP_RATE (100000), SIZE (120),
+# ROUNDS (3), CASES ("tcp-1 tcp-8 udp"), VT_WORKERS (5), PERF_OUT (profile vtagent).
 set -euo pipefail
 cd "$(dirname "$0")/.."
 ROOT=$(pwd)
@@ -180,30 +181,47 @@ run_case() {  # label proto count extra
   local label=$1 proto=$2 count=$3 extra=$4 mode=tcp
   [ "$proto" = 0 ] && mode=udp
   local vp rp
-  vp=$(free_port); start_vtagent "$T/$label-vt" "$proto" "$vp"
-  rp=$(free_port); start_rsyslog "$T/$label-rs" "$proto" "$rp"
+  vp=$(free_port); start_vtagent "$T/$label-$round-vt" "$proto" "$vp"
+  rp=$(free_port); start_rsyslog "$T/$label-$round-rs" "$proto" "$rp"
   echo "== $label: $count messages of $SIZE bytes ($mode, $extra $([ "$mode" = tcp ] && echo connection\(s\) || echo msg/s))"
   local vr rr
   local perfpid=""
-  if [ -n "${PERF_OUT:-}" ]; then  # profile vtagent: perf report -i $PERF_OUT.<label>
-    perf record -g -o "$PERF_OUT.$label" -p "$VT_PID" 2>/dev/null & perfpid=$!
+  if [ -n "${PERF_OUT:-}" ]; then  # profile vtagent: perf report -i $PERF_OUT.<label>.<round>
+    perf record -g -o "$PERF_OUT.$label.$round" -p "$VT_PID" 2>/dev/null & perfpid=$!
     sleep 0.5
   fi
-  vr=$(measure vtagent "$VT_PID" "$T/$label-vt/out.log" "$count" "$mode" "$vp" "$count" "$SIZE" "$extra" 3>&1 >&4)
+  vr=$(measure vtagent "$VT_PID" "$T/$label-$round-vt/out.log" "$count" "$mode" "$vp" "$count" "$SIZE" "$extra" 3>&1 >&4)
   [ -n "$perfpid" ] && { kill -INT "$perfpid"; wait "$perfpid" || true; }
-  rr=$(measure rsyslog "$RS_PID" "$T/$label-rs/out.log" "$count" "$mode" "$rp" "$count" "$SIZE" "$extra" 3>&1 >&4)
-  python3 -c "import sys; v,r=float(sys.argv[1]),float(sys.argv[2]); print('   ratio vtagent/rsyslog msg/s: %.2f' % (v/r if r else 0))" "$vr" "$rr"
+  sync  # each side's file reaches the disk outside the other's measurement
+  rr=$(measure rsyslog "$RS_PID" "$T/$label-$round-rs/out.log" "$count" "$mode" "$rp" "$count" "$SIZE" "$extra" 3>&1 >&4)
+  local ratio
+  ratio=$(python3 -c "import sys; v,r=float(sys.argv[1]),float(sys.argv[2]); print('%.2f' % (v/r if r else 0))" "$vr" "$rr")
+  echo "   ratio vtagent/rsyslog msg/s: $ratio"
+  RATIOS[$label]="${RATIOS[$label]:-} $ratio"
   kill -INT "$VT_PID" 2>/dev/null || true
   kill "$RS_PID" 2>/dev/null || true
   wait "$VT_PID" 2>/dev/null || true
   wait "$RS_PID" 2>/dev/null || true
+  # The next case must not pay for writing this one's files back to disk.
+  [ -n "${KEEP:-}" ] || rm -rf "$T/$label-$round-vt" "$T/$label-$round-rs"
+  sync
 }
 
 echo "rsyslogd: $("$RSYSLOGD" -v | head -1)"
+# Rounds of all cases, so that a passing disturbance of the machine shows as one outlier
+# rather than as the result; the summary gives each case's median ratio.
+declare -A RATIOS
+for round in $(seq "${ROUNDS:-3}"); do
+  echo "--- round $round"
+  for c in ${CASES:-tcp-1 tcp-8 udp}; do
+    case $c in
+      tcp-1) run_case tcp-1 1 "$TCP_COUNT" 1 ;;
+      tcp-8) run_case tcp-8 1 "$TCP_COUNT" 8 ;;
+      udp) run_case udp 0 "$UDP_COUNT" "$UDP_RATE" ;;
+    esac
+  done
+done
+echo "--- median ratio vtagent/rsyslog msg/s over ${ROUNDS:-3} round(s)"
 for c in ${CASES:-tcp-1 tcp-8 udp}; do
-  case $c in
-    tcp-1) run_case tcp-1 1 "$TCP_COUNT" 1 ;;
-    tcp-8) run_case tcp-8 1 "$TCP_COUNT" 8 ;;
-    udp) run_case udp 0 "$UDP_COUNT" "$UDP_RATE" ;;
-  esac
+  python3 -c "import sys, statistics; r=[float(x) for x in sys.argv[2:]]; print('%-6s %.2f  (%s)' % (sys.argv[1], statistics.median(r), ' '.join(sys.argv[2:])))" "$c" ${RATIOS[$c]}
 done
