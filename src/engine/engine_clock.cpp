@@ -2,6 +2,7 @@
 
 #include <atomic>
 #include <chrono>
+#include <ctime>
 #include <thread>
 
 namespace vt {
@@ -9,11 +10,7 @@ namespace {
 
 class SystemClock final : public EngineClock {
   public:
-    int64_t nowSeconds() override {
-        return std::chrono::duration_cast<std::chrono::seconds>(
-                   std::chrono::system_clock::now().time_since_epoch())
-            .count();
-    }
+    int64_t nowSeconds() override { return static_cast<int64_t>(std::time(nullptr)); }
     void sleepMs(uint32_t milliseconds) override {
         std::this_thread::sleep_for(std::chrono::milliseconds(milliseconds));
     }
