@@ -17,6 +17,23 @@ constexpr char kBindFailed[] =
     "Can't bind to socket - please make sure no other service is listening on the same "
     "port/protocol.";
 constexpr uint32_t kSourceErrorEvent = 114;
+
+// Runs `bind`, which throws a CErrorReport* when the address or port cannot be had; false
+// once that is logged and reported.
+template <class Bind>
+bool bindOrReport(Bind&& bind) {
+    try {
+        bind();
+        return true;
+    } catch (CErrorReport* raw) {
+        std::unique_ptr<CErrorReport> report(raw);
+        vt::debugPrintf(vt::DBG_ERROR, "CInfoSourceSyslog::Run: %s (%s)\r\n", kBindFailed,
+                        report->getMessage().getStringA());
+        vt::reportError(kSourceErrorEvent, "CInfoSourceSyslog", kBindFailed,
+                        report->getMessage().getStringA());
+        return false;
+    }
+}
 }  // namespace
 
 CInfoSourceSyslog::CInfoSourceSyslog(const vt::InfoSourceContext& context) : CInfoSource(context) {}
@@ -98,16 +115,7 @@ void CInfoSourceSyslog::Run() {
 void CInfoSourceSyslog::runUdp() {
     m_udp.setRFC3164Parsing(m_nRFC3164Parsing == 1);
     m_udp.setEscapeControlCharacters(m_nEscapeControlCharacters == 1);
-    try {
-        m_udp.open(m_szMyIPAddress.getStringA(), m_nListenPort);
-    } catch (CErrorReport* raw) {
-        std::unique_ptr<CErrorReport> report(raw);
-        vt::debugPrintf(vt::DBG_ERROR, "CInfoSourceSyslog::Run: %s (%s)\r\n", kBindFailed,
-                        report->getMessage().getStringA());
-        vt::reportError(kSourceErrorEvent, "CInfoSourceSyslog", kBindFailed,
-                        report->getMessage().getStringA());
-        return;
-    }
+    if (!bindOrReport([this] { m_udp.open(m_szMyIPAddress.getStringA(), m_nListenPort); })) return;
     m_boundPort.store(m_udp.localPort(), std::memory_order_release);
     vt::debugPrintf(vt::DBG_MINIMUM, "CInfoSourceSyslog: listening on UDP %s port %u\r\n",
                     m_szMyIPAddress.getStringA(), unsigned(m_udp.localPort()));
@@ -137,16 +145,7 @@ void CInfoSourceSyslog::runTcp() {
     settings.framing = vt::TcpFramingSettings::fromConfig(
         m_nEnableTCPMsgSep == 1, m_szTCPMsgSep.view(), m_nEscapeControlCharacters == 1);
     setSettings(settings);
-    try {
-        listen(m_szMyIPAddress.getStringA(), m_nListenPort);
-    } catch (CErrorReport* raw) {
-        std::unique_ptr<CErrorReport> report(raw);
-        vt::debugPrintf(vt::DBG_ERROR, "CInfoSourceSyslog::Run: %s (%s)\r\n", kBindFailed,
-                        report->getMessage().getStringA());
-        vt::reportError(kSourceErrorEvent, "CInfoSourceSyslog", kBindFailed,
-                        report->getMessage().getStringA());
-        return;
-    }
+    if (!bindOrReport([this] { listen(m_szMyIPAddress.getStringA(), m_nListenPort); })) return;
     m_boundPort.store(localPort(), std::memory_order_release);
     vt::debugPrintf(vt::DBG_MINIMUM, "CInfoSourceSyslog: listening on TCP %s port %u\r\n",
                     m_szMyIPAddress.getStringA(), unsigned(localPort()));
