@@ -1,5 +1,6 @@
 #include "engine/timer_queue.h"
 
+#include <algorithm>
 #include <atomic>
 #include <vector>
 
@@ -18,27 +19,27 @@ uint64_t TimerQueue::add(Clock::time_point deadline, TimerRoutine routine, void*
     return id;
 }
 
+TimerQueue::Entries::const_iterator TimerQueue::findLocked(uint64_t id) const {
+    return std::find_if(m_entries.begin(), m_entries.end(),
+                        [id](const auto& item) { return item.second.id == id; });
+}
+
 bool TimerQueue::reschedule(uint64_t id, Clock::time_point deadline) {
     std::lock_guard lock(m_lock);
-    for (auto it = m_entries.begin(); it != m_entries.end(); ++it) {
-        if (it->second.id != id) continue;
-        auto node = m_entries.extract(it);
-        node.key() = deadline;
-        m_entries.insert(std::move(node));
-        return true;
-    }
-    return false;
+    const auto it = findLocked(id);
+    if (it == m_entries.end()) return false;
+    auto node = m_entries.extract(it);
+    node.key() = deadline;
+    m_entries.insert(std::move(node));
+    return true;
 }
 
 bool TimerQueue::cancel(uint64_t id) {
     std::lock_guard lock(m_lock);
-    for (auto it = m_entries.begin(); it != m_entries.end(); ++it) {
-        if (it->second.id == id) {
-            m_entries.erase(it);
-            return true;
-        }
-    }
-    return false;
+    const auto it = findLocked(id);
+    if (it == m_entries.end()) return false;
+    m_entries.erase(it);
+    return true;
 }
 
 std::optional<TimerQueue::Clock::time_point> TimerQueue::nextDeadline() const {
@@ -70,9 +71,7 @@ size_t TimerQueue::runAll() {
 
 bool TimerQueue::contains(uint64_t id) const {
     std::lock_guard lock(m_lock);
-    for (const auto& [deadline, entry] : m_entries)
-        if (entry.id == id) return true;
-    return false;
+    return findLocked(id) != m_entries.end();
 }
 
 size_t TimerQueue::pending() const {

@@ -44,8 +44,12 @@ class TimerQueue {
         TimerRoutine routine;
         void* context;
     };
+    using Entries = std::multimap<Clock::time_point, Entry>;
+    // The entry with `id`, or end(); the caller holds m_lock.
+    Entries::const_iterator findLocked(uint64_t id) const;
+
     mutable std::mutex m_lock;
-    std::multimap<Clock::time_point, Entry> m_entries;  // guarded by m_lock
+    Entries m_entries;  // guarded by m_lock
 };
 
 // The timer queue of the calling thread, or null on threads that own none.

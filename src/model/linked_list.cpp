@@ -172,12 +172,6 @@ void CSearchableLinkedList::removeFirst() noexcept {
     rebuildIndex();
 }
 
-void CSearchableLinkedList::removeAfter(CLinkedListEntry* predecessor,
-                                        CLinkedListEntry* entry) noexcept {
-    CLinkedList::removeAfter(predecessor, entry);
-    rebuildIndex();
-}
-
 void CSearchableLinkedList::detachAfter(CLinkedListEntry* predecessor,
                                         CLinkedListEntry* entry) noexcept {
     CLinkedList::detachAfter(predecessor, entry);

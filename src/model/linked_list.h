@@ -110,7 +110,7 @@ class CSearchableLinkedList : public CLinkedList {
     void append(CLinkedListEntry* entry) noexcept override;
     void clear() noexcept override;
     void removeFirst() noexcept override;
-    void removeAfter(CLinkedListEntry* predecessor, CLinkedListEntry* entry) noexcept override;
+    // removeAfter needs no twin: it unlinks through detachAfter, which rebuilds the index.
     void detachAfter(CLinkedListEntry* predecessor, CLinkedListEntry* entry) noexcept override;
 
   private:

@@ -19,6 +19,8 @@ constexpr auto kByLength = [] {
     for (auto& slot : table) slot = {kNone, kNone, kNone};
     for (size_t i = 0; i < kNames.size(); ++i) {
         auto& slot = table[kNames[i].size()];
+        // A fourth name of one length would not fit: the build stops here instead.
+        if (slot[2] != kNone) throw "more than three shared names of one length";
         slot[slot[0] == kNone ? 0 : slot[1] == kNone ? 1 : 2] = static_cast<uint8_t>(i);
     }
     return table;

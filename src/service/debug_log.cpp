@@ -33,10 +33,6 @@ DebugLogState& state() {
     return s;
 }
 
-uint32_t baseLevel(uint32_t level) noexcept {
-    return level > DBG_WRITE_AND_CLOSE_ABOVE ? level - DBG_WRITE_AND_CLOSE_ABOVE : level;
-}
-
 const char* levelName(uint32_t level) noexcept {
     switch (baseLevel(level)) {
         case DBG_ERROR:

@@ -52,11 +52,15 @@ void debugWriteOn(uint32_t level, std::string_view text);
 void debugWriteOn(uint32_t level, std::u16string_view text);
 }  // namespace detail
 
+// The level without the "write, then close" part.
+constexpr uint32_t baseLevel(uint32_t level) noexcept {
+    return level > DBG_WRITE_AND_CLOSE_ABOVE ? level - DBG_WRITE_AND_CLOSE_ABOVE : level;
+}
+
 // True when debug output is on and the level's bit is in the mask.
 inline bool debugOn(uint32_t level) noexcept {
-    const uint32_t base =
-        level > DBG_WRITE_AND_CLOSE_ABOVE ? level - DBG_WRITE_AND_CLOSE_ABOVE : level;
-    return (detail::g_debugActiveMask.load(std::memory_order_relaxed) & base & 0xFF) != 0;
+    return (detail::g_debugActiveMask.load(std::memory_order_relaxed) & baseLevel(level) & 0xFF) !=
+           0;
 }
 
 inline void debugWrite(uint32_t level, std::string_view text) {
