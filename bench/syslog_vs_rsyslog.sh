@@ -6,7 +6,8 @@
 #
 #   bench/syslog_vs_rsyslog.sh            (builds build/linux first; needs /usr/sbin/rsyslogd)
 # Environment: TCP_COUNT (1000000), UDP_COUNT (500000), UDP_RATE (100000), SIZE (120),
-# ROUNDS (3), CASES ("tcp-1 tcp-8 udp"), VT_WORKERS (5), PERF_OUT (profile vtagent).
+# ROUNDS (3), CASES ("tcp-1 tcp-8 udp"), VT_WORKERS (5), PERF_OUT (profile vtagent),
+# PERF_CALLGRAPH (perf record call-graph option, default -g; "--call-graph dwarf" for jemalloc).
 set -euo pipefail
 cd "$(dirname "$0")/.."
 ROOT=$(pwd)
@@ -187,7 +188,7 @@ run_case() {  # label proto count extra
   local vr rr
   local perfpid=""
   if [ -n "${PERF_OUT:-}" ]; then  # profile vtagent: perf report -i $PERF_OUT.<label>.<round>
-    perf record -g -o "$PERF_OUT.$label.$round" -p "$VT_PID" 2>/dev/null & perfpid=$!
+    perf record ${PERF_CALLGRAPH:--g} -o "$PERF_OUT.$label.$round" -p "$VT_PID" 2>/dev/null & perfpid=$!
     sleep 0.5
   fi
   vr=$(measure vtagent "$VT_PID" "$T/$label-$round-vt/out.log" "$count" "$mode" "$vp" "$count" "$SIZE" "$extra" 3>&1 >&4)

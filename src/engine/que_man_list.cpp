@@ -269,7 +269,8 @@ void CQueManList::runRules(CInfoUnit& unit) {
 
 void CQueManList::processUnit(CInfoUnit* unit) {
     try {
-        unit->getPropertyInt(u"iut", true);
+        // A unit without a type is refused; the by-name read logs and throws for it.
+        if (!unit->findProperty(vt::StdProperty::Iut)) unit->getPropertyInt(u"iut", true);
     } catch (CErrorReport* raw) {
         std::unique_ptr<CErrorReport> report(raw);
         vt::reportError(150, kWorkingTag, report->getMessage().narrowView());

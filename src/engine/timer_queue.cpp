@@ -57,6 +57,7 @@ size_t TimerQueue::runDue(Clock::time_point now) {
             if (m_entries.empty() || m_entries.begin()->first > now) break;
             entry = m_entries.begin()->second;
             m_entries.erase(m_entries.begin());
+            m_runs.fetch_add(1, std::memory_order_acq_rel);
         }
         // Outside the lock: the routine may arm a timer again on this very queue.
         entry.routine(entry.context, 0, 0);
@@ -93,21 +94,40 @@ TimerQueueScope::~TimerQueueScope() {
     t_timerQueue = m_previous;
 }
 
-bool WaitableTimer::arm(TimerRoutine routine, void* context, uint32_t milliseconds) {
+namespace {
+TimerQueue::Clock::time_point roundedDeadline(uint32_t milliseconds) {
+    using namespace std::chrono;
     const auto deadline = TimerQueue::Clock::now() + std::chrono::milliseconds(milliseconds);
+    const nanoseconds grain =
+        std::min<nanoseconds>(std::chrono::milliseconds(milliseconds) / 16, seconds(1));
+    if (grain <= nanoseconds(0)) return deadline;
+    const nanoseconds since = deadline.time_since_epoch();
+    return TimerQueue::Clock::time_point((since + grain - nanoseconds(1)) / grain * grain);
+}
+}  // namespace
+
+bool WaitableTimer::arm(TimerRoutine routine, void* context, uint32_t milliseconds) {
+    const auto deadline = roundedDeadline(milliseconds);
     TimerQueue* current = t_timerQueue.get();
     std::lock_guard lock(m_lock);
     // The calling thread's own queue is alive while the thread runs, so it may be used
-    // through the plain pointer.
-    if (current && m_id != 0 && m_armedOn == current && m_routine == routine &&
-        m_context == context && current->reschedule(m_id, deadline))
+    // through the plain pointer. While that queue has run nothing, the expiry is pending.
+    const bool sameExpiry = current && m_id != 0 && m_armedOn == current && !m_queue.expired() &&
+                            m_routine == routine && m_context == context;
+    if (sameExpiry && m_deadline == deadline && m_queueRuns == current->runCount()) return true;
+    if (sameExpiry && current->reschedule(m_id, deadline)) {
+        m_deadline = deadline;
+        m_queueRuns = current->runCount();
         return true;
+    }
     if (auto previous = m_queue.lock(); previous && m_id != 0) previous->cancel(m_id);
     m_id = 0;
     m_queue.reset();
     m_armedOn = nullptr;
     if (!current) return false;
     m_id = current->add(deadline, routine, context);
+    m_deadline = deadline;
+    m_queueRuns = current->runCount();
     m_queue = t_timerQueue;
     m_armedOn = current;
     m_routine = routine;

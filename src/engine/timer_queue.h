@@ -1,4 +1,5 @@
 #pragma once
+#include <atomic>
 #include <chrono>
 #include <cstdint>
 #include <map>
@@ -37,6 +38,9 @@ class TimerQueue {
     size_t runAll();
     size_t pending() const;
     bool contains(uint64_t id) const;
+    // How many routines this queue has run: a timer armed since the last change of this count
+    // is still pending.
+    uint64_t runCount() const noexcept { return m_runs.load(std::memory_order_acquire); }
 
   private:
     struct Entry {
@@ -50,6 +54,7 @@ class TimerQueue {
 
     mutable std::mutex m_lock;
     Entries m_entries;  // guarded by m_lock
+    std::atomic<uint64_t> m_runs{0};
 };
 
 // The timer queue of the calling thread, or null on threads that own none.
@@ -81,7 +86,9 @@ class WaitableTimer {
 
     // Cancels any pending expiry, then registers `routine` to run after `milliseconds` on the
     // calling thread's timer queue. False when the thread has no timer queue; nothing is
-    // registered then.
+    // registered then. The expiry may come up to a sixteenth of the period (at most a second)
+    // late, never early: actions arm after every unit, and arming again within that grain
+    // leaves the queue alone.
     bool arm(TimerRoutine routine, void* context, uint32_t milliseconds);
     // Discards a pending expiry, if any.
     void cancel();
@@ -96,6 +103,8 @@ class WaitableTimer {
     const TimerQueue* m_armedOn = nullptr;
     TimerRoutine m_routine = nullptr;
     void* m_context = nullptr;
+    std::chrono::steady_clock::time_point m_deadline{};
+    uint64_t m_queueRuns = 0;  // the queue's run count when the deadline was set
 };
 
 }  // namespace vt

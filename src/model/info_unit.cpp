@@ -50,64 +50,71 @@ CInfoUnit::CInfoUnit(int32_t type, int32_t facility)
     : m_properties(std::make_unique<CNameValueTree>()) {
     // The store is empty, so every name is appended without a look-up; the order is the one
     // the XML form of a unit shows. "importance" ends as 5 although 128 was its first value.
+    using vt::StdProperty;
     CNameValueTree& p = *m_properties;
     p.reserveEntries(vt::kReservedProperties);
-    p.addInt(u"iut", type);
+    auto add = [&p](StdProperty id) { return p.addEntry(vt::sharedPropertyName(id)); };
+    add(StdProperty::Iut)->setInt(type);
     const int64_t now = vt::currentTime();
-    p.addTime(u"timegenerated", now);
-    p.addTime(u"timereported", now);
-    p.addInt(u"importance", 5);
-    p.addInt(u"syslogpriority", 5);
-    p.addInt(u"syslogfacility", facility);
-    p.addString(u"resource", std::u16string_view());
-    p.addString(u"syslogtag", u"Vantor");
-    p.addInt(u"iuvers", 2);
+    add(StdProperty::TimeGenerated)->setTime(now);
+    add(StdProperty::TimeReported)->setTime(now);
+    add(StdProperty::Importance)->setInt(5);
+    add(StdProperty::SyslogPriority)->setInt(5);
+    add(StdProperty::SyslogFacility)->setInt(facility);
+    add(StdProperty::Resource);
+    add(StdProperty::SyslogTag)->setValue(std::u16string_view(u"Vantor"));
+    add(StdProperty::IuVers)->setInt(2);
     if (const std::u16string* source = vt::computerName())
-        p.addString(u"source", *source);
+        add(StdProperty::Source)->setValue(std::u16string_view(*source));
     else
         vt::debugWrite(vt::DBG_ERROR, "GetComputerName failed!\r\n");
-    p.addInt(u"CustomerID", vt::g_customerId.load(std::memory_order_relaxed));
-    p.addInt(u"SystemID", vt::g_systemId.load(std::memory_order_relaxed));
+    add(StdProperty::CustomerId)->setInt(vt::g_customerId.load(std::memory_order_relaxed));
+    add(StdProperty::SystemId)->setInt(vt::g_systemId.load(std::memory_order_relaxed));
 }
 
 CInfoUnit::~CInfoUnit() = default;
 
 void CInfoUnit::setMsgA(std::string_view narrow) {
-    m_properties->setStringA(u"msg", narrow);
+    setPropertyStringA(vt::StdProperty::Msg, narrow);
 }
 
 void CInfoUnit::setMsg(std::u16string_view wide) {
-    m_properties->setString(u"msg", wide);
+    setPropertyString(vt::StdProperty::Msg, wide);
 }
 
 void CInfoUnit::setMsgString(const CQuilletString& text) {
-    m_properties->setString(u"msg", text);
+    setPropertyString(vt::StdProperty::Msg, text);
 }
 
 int32_t CInfoUnit::getSyslogPriority() const {
-    return m_properties->getInt(u"syslogpriority", true);
+    if (const CNameValueTreeEntry* e = findProperty(vt::StdProperty::SyslogPriority))
+        return e->getInt();
+    return m_properties->getInt(u"syslogpriority", true);  // logs and throws
 }
 
 int32_t CInfoUnit::getSyslogFacility() const {
-    return m_properties->getInt(u"syslogfacility", true);
+    if (const CNameValueTreeEntry* e = findProperty(vt::StdProperty::SyslogFacility))
+        return e->getInt();
+    return m_properties->getInt(u"syslogfacility", true);  // logs and throws
 }
 
 void CInfoUnit::setSyslogPriority(int32_t priority) {
-    setPropertyInt(u"syslogpriority", priority);
-    setPropertyInt(u"importance", priority);
+    setPropertyInt(vt::StdProperty::SyslogPriority, priority);
+    setPropertyInt(vt::StdProperty::Importance, priority);
 }
 
 void CInfoUnit::setSyslogFacility(int32_t facility) {
-    setPropertyInt(u"syslogfacility", facility);
+    setPropertyInt(vt::StdProperty::SyslogFacility, facility);
 }
 
 int32_t CInfoUnit::getImportance() const {
-    const int32_t v = m_properties->getInt(u"importance");
+    const CNameValueTreeEntry* e = findProperty(vt::StdProperty::Importance);
+    const int32_t v = e ? e->getInt() : -1;
     return v < 0 ? 0 : v;
 }
 
 void CInfoUnit::setImportance(int32_t importance) {
-    setPropertyInt(u"importance", importance);
+    setPropertyInt(vt::StdProperty::Importance, importance);
 }
 
 uint32_t CInfoUnit::getMsgLength() const {
@@ -136,15 +143,22 @@ const char* CInfoUnit::getMsgA() const {
 }
 
 const CQuilletString* CInfoUnit::getMsgString() const {
-    return m_properties->getStringObject(u"msg");
+    const CNameValueTreeEntry* e = findProperty(vt::StdProperty::Msg);
+    return e ? &e->getValue() : nullptr;
 }
 
 void CInfoUnit::setIUVersion(int32_t version) {
-    setPropertyInt(u"iuvers", version);
+    setPropertyInt(vt::StdProperty::IuVers, version);
 }
 
 int32_t CInfoUnit::getIUVersion() const {
-    return m_properties->getInt(u"iuvers");
+    const CNameValueTreeEntry* e = findProperty(vt::StdProperty::IuVers);
+    return e ? e->getInt() : -1;
+}
+
+int32_t CInfoUnit::getType() const {
+    const CNameValueTreeEntry* e = findProperty(vt::StdProperty::Iut);
+    return e ? e->getInt() : -1;
 }
 
 void CInfoUnit::setPropertyInt(std::u16string_view name, int32_t value) {

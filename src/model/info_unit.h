@@ -8,6 +8,7 @@
 #include <string_view>
 
 #include "model/name_value_tree.h"
+#include "model/property_names.h"
 #include "model/quillet_string.h"
 
 // The event record. All data are named text values in the property store; typed getters and
@@ -98,6 +99,27 @@ class CInfoUnit {
     void setPropertyFormatted(std::u16string_view name, const char* format, ...)
         __attribute__((format(printf, 3, 4)));
 
+    // The same for the standard properties, without hashing their names.
+    void setPropertyInt(vt::StdProperty id, int32_t value) { standardEntry(id).setInt(value); }
+    void setPropertyTime(vt::StdProperty id, int64_t seconds) {
+        standardEntry(id).setTime(seconds);
+    }
+    void setPropertyString(vt::StdProperty id, std::u16string_view value) {
+        standardEntry(id).setValue(value);
+    }
+    void setPropertyString(vt::StdProperty id, const CQuilletString& value) {
+        standardEntry(id).setValue(value);
+    }
+    void setPropertyStringA(vt::StdProperty id, std::string_view narrow) {
+        standardEntry(id).setValueA(narrow);
+    }
+    void takePropertyString(vt::StdProperty id, std::u16string&& value) {
+        standardEntry(id).setValue(std::move(value));
+    }
+    CNameValueTreeEntry* findProperty(vt::StdProperty id) const noexcept {
+        return m_properties->findEntry(vt::sharedPropertyName(id));
+    }
+
     int32_t getPropertyInt(std::u16string_view name, bool mustExist = false) const {
         return m_properties->getInt(name, mustExist);
     }
@@ -116,10 +138,14 @@ class CInfoUnit {
     CNameValueTree& getProperties() noexcept { return *m_properties; }
     const CNameValueTree& getProperties() const noexcept { return *m_properties; }
 
-    int32_t getType() const { return m_properties->getInt(u"iut"); }
-    void setType(int32_t type) { setPropertyInt(u"iut", type); }
-    void setResource(std::u16string_view resource) { setPropertyString(u"resource", resource); }
-    void setTimeGenerated(int64_t seconds) { setPropertyTime(u"timegenerated", seconds); }
+    int32_t getType() const;  // -1 when absent or not numeric
+    void setType(int32_t type) { setPropertyInt(vt::StdProperty::Iut, type); }
+    void setResource(std::u16string_view resource) {
+        setPropertyString(vt::StdProperty::Resource, resource);
+    }
+    void setTimeGenerated(int64_t seconds) {
+        setPropertyTime(vt::StdProperty::TimeGenerated, seconds);
+    }
 
     // The "event" element of the unit: no declaration, no indentation.
     CQuilletString toXML() const;
@@ -149,6 +175,10 @@ class CInfoUnit {
     void installProperties(std::unique_ptr<CNameValueTree> properties) noexcept;
 
   private:
+    CNameValueTreeEntry& standardEntry(vt::StdProperty id) {
+        return *m_properties->entryFor(vt::sharedPropertyName(id));
+    }
+
     std::unique_ptr<CNameValueTree> m_properties;
     uint8_t m_actionFailed = 0;
 };

@@ -4,22 +4,22 @@
 CInfoUnitSyslog::CInfoUnitSyslog() : CInfoUnit(vt::IUT_SYSLOG, 16) {}
 
 const char16_t* CInfoUnitSyslog::getRawMsgText() const {
-    const CQuilletString* raw = getPropertyStringObject(u"rawsyslogmsg");
+    const CQuilletString* raw = rawMsg();
     return raw ? raw->getString() : u"";
 }
 
 const char* CInfoUnitSyslog::getRawMsgA() const {
-    const CQuilletString* raw = getPropertyStringObject(u"rawsyslogmsg");
+    const CQuilletString* raw = rawMsg();
     return raw ? raw->getStringA() : "";
 }
 
 uint32_t CInfoUnitSyslog::getRawMsgLength() const {
-    const CQuilletString* raw = getPropertyStringObject(u"rawsyslogmsg");
+    const CQuilletString* raw = rawMsg();
     return raw ? raw->getLength() : 0;
 }
 
 uint32_t CInfoUnitSyslog::getRawMsgLengthA() const {
-    const CQuilletString* raw = getPropertyStringObject(u"rawsyslogmsg");
+    const CQuilletString* raw = rawMsg();
     return raw ? raw->getLengthA() : 0;
 }
 

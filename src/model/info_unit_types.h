@@ -14,9 +14,21 @@ class CInfoUnitSyslog : public CInfoUnit {
     const char* getRawMsgA() const override;
     uint32_t getRawMsgLength() const override;
     uint32_t getRawMsgLengthA() const override;
-    void setRawMsg(std::u16string_view raw) { setPropertyString(u"rawsyslogmsg", raw); }
-    void setRawMsgA(std::string_view raw) { setPropertyStringA(u"rawsyslogmsg", raw); }
-    void takeRawMsg(std::u16string&& raw) { takePropertyString(u"rawsyslogmsg", std::move(raw)); }
+    void setRawMsg(std::u16string_view raw) {
+        setPropertyString(vt::StdProperty::RawSyslogMsg, raw);
+    }
+    void setRawMsgA(std::string_view raw) {
+        setPropertyStringA(vt::StdProperty::RawSyslogMsg, raw);
+    }
+    void takeRawMsg(std::u16string&& raw) {
+        takePropertyString(vt::StdProperty::RawSyslogMsg, std::move(raw));
+    }
+
+  private:
+    const CQuilletString* rawMsg() const {
+        const CNameValueTreeEntry* e = findProperty(vt::StdProperty::RawSyslogMsg);
+        return e ? &e->getValue() : nullptr;
+    }
 };
 
 class CInfoUnitHeartbeat : public CInfoUnit {

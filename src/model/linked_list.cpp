@@ -94,26 +94,32 @@ void CThreadSafeLinkedList::removeFirst() noexcept {
 }
 
 CSearchableLinkedListEntry::CSearchableLinkedListEntry(std::u16string_view name)
-    : m_pName(vt::sharedPropertyName(name)) {
-    if (m_pName) return;
+    : m_hash(vt::propertyNameHash(name)) {
+    if (const vt::SharedPropertyName* shared = vt::findSharedPropertyName(name)) {
+        m_pName = shared->text;
+        return;
+    }
     m_ownName = std::make_unique<CQuilletString>(name);
     m_pName = m_ownName.get();
 }
 
-namespace {
-// Length and three characters: property names differ in these almost always, and it costs
-// no loop over the name.
-uint32_t nameHash(std::u16string_view name) noexcept {
-    if (name.empty()) return 0;
-    const size_t n = name.size();
-    const uint32_t h = static_cast<uint32_t>(n) * 0x9E3779B1u ^ name[0] * 0x85EBCA77u ^
-                       name[n - 1] * 0xC2B2AE3Du ^ name[n / 2] * 0x27D4EB2Fu;
-    return h ^ (h >> 15);
+CSearchableLinkedListEntry* CSearchableLinkedList::find(
+    const vt::SharedPropertyName& name) const noexcept {
+    for (size_t i = name.hash & (kSlots - 1);; i = (i + 1) & (kSlots - 1)) {
+        CSearchableLinkedListEntry* e = m_slots[i];
+        if (!e) break;
+        if (e->m_pName == name.text) return e;
+    }
+    if (!m_overflow) return nullptr;
+    for (auto* e = getFirst(); e; e = e->getNext()) {
+        auto* s = static_cast<CSearchableLinkedListEntry*>(e);
+        if (s->m_pName == name.text) return s;
+    }
+    return nullptr;
 }
-}  // namespace
 
 CSearchableLinkedListEntry* CSearchableLinkedList::find(std::u16string_view name) const noexcept {
-    const uint32_t hash = nameHash(name);
+    const uint32_t hash = vt::propertyNameHash(name);
     for (size_t i = hash & (kSlots - 1);; i = (i + 1) & (kSlots - 1)) {
         CSearchableLinkedListEntry* e = m_slots[i];
         if (!e) break;
@@ -134,10 +140,11 @@ CSearchableLinkedListEntry* CSearchableLinkedList::findLinear(
 void CSearchableLinkedList::index(CSearchableLinkedListEntry* entry) noexcept {
     if (m_overflow) return;
     const std::u16string_view name = entry->getName().view();
-    const uint32_t hash = nameHash(name);
+    const uint32_t hash = entry->m_hash;
     size_t i = hash & (kSlots - 1);
     for (; m_slots[i]; i = (i + 1) & (kSlots - 1))
-        if (m_hashes[i] == hash && m_slots[i]->getName().view() == name)
+        if (m_hashes[i] == hash &&
+            (m_slots[i]->m_pName == entry->m_pName || m_slots[i]->getName().view() == name))
             return;  // an earlier entry of the name wins
     if (m_indexed == kMaxIndexed) {
         m_overflow = true;

@@ -6,6 +6,7 @@
 #include <mutex>
 #include <string_view>
 
+#include "model/property_names.h"
 #include "model/quillet_string.h"
 
 // Intrusive, singly linked lists. A list owns its entries: append hands the entry over, and
@@ -85,15 +86,19 @@ class CSearchableLinkedListEntry : public CLinkedListEntry {
   public:
     CSearchableLinkedListEntry() : CSearchableLinkedListEntry(std::u16string_view()) {}
     explicit CSearchableLinkedListEntry(std::u16string_view name);
+    explicit CSearchableLinkedListEntry(const vt::SharedPropertyName& name) noexcept
+        : m_pName(name.text), m_hash(name.hash) {}
 
     const CQuilletString& getName() const noexcept { return *m_pName; }
 
   private:
+    friend class CSearchableLinkedList;
     // The shared copy of a standard property name, or the entry's own name. An entry is
     // created for every property of every unit, so it stays small and the standard names
     // cost no allocation.
     const CQuilletString* m_pName;
     std::unique_ptr<CQuilletString> m_ownName;
+    uint32_t m_hash;  // of the name, for the list's index
 };
 
 // Every property read and write of an info unit is a look-up by name, a few dozen per unit, so
@@ -106,6 +111,8 @@ class CSearchableLinkedList : public CLinkedList {
     CSearchableLinkedListEntry* find(const char16_t* name, size_t length) const noexcept {
         return find(std::u16string_view(name, length));
     }
+    // The same for a standard name: no hashing, and names compare by their shared copy.
+    CSearchableLinkedListEntry* find(const vt::SharedPropertyName& name) const noexcept;
 
     void append(CLinkedListEntry* entry) noexcept override;
     void clear() noexcept override;
@@ -131,6 +138,8 @@ class CThreadSafeSearchableLinkedListEntry : public CLinkedListEntry {
   public:
     CThreadSafeSearchableLinkedListEntry() = default;
     explicit CThreadSafeSearchableLinkedListEntry(std::u16string_view name) : m_name(name) {}
+    explicit CThreadSafeSearchableLinkedListEntry(const vt::SharedPropertyName& name)
+        : m_name(*name.text) {}
 
     const CQuilletString& getName() const noexcept { return m_name; }
 
@@ -145,5 +154,8 @@ class CThreadSafeSearchableLinkedList : public CThreadSafeLinkedList {
     CThreadSafeSearchableLinkedListEntry* find(std::u16string_view name) const noexcept;
     CThreadSafeSearchableLinkedListEntry* find(const char16_t* name, size_t length) const noexcept {
         return find(std::u16string_view(name, length));
+    }
+    CThreadSafeSearchableLinkedListEntry* find(const vt::SharedPropertyName& name) const noexcept {
+        return find(name.text->view());
     }
 };

@@ -233,6 +233,17 @@ void BasicNameValueTree<ListBase, Entry>::reserveEntries(size_t count) {
 
 template <class ListBase, class Entry>
 Entry* BasicNameValueTree<ListBase, Entry>::addEntry(std::u16string_view name) {
+    return emplaceEntry(name);
+}
+
+template <class ListBase, class Entry>
+Entry* BasicNameValueTree<ListBase, Entry>::addEntry(const SharedPropertyName& name) {
+    return emplaceEntry(name);
+}
+
+template <class ListBase, class Entry>
+template <class Name>
+Entry* BasicNameValueTree<ListBase, Entry>::emplaceEntry(const Name& name) {
     Entry* e;
     if (m_blockUsed < m_blockSlots) {
         std::byte* raw = m_block.get() + m_blockUsed * slotBytes<Entry>();

@@ -26,6 +26,7 @@ template <class EntryBase, class Tree>
 class BasicNameValueTreeEntry : public EntryBase {
   public:
     explicit BasicNameValueTreeEntry(std::u16string_view name) : EntryBase(name) {}
+    explicit BasicNameValueTreeEntry(const vt::SharedPropertyName& name) : EntryBase(name) {}
     ~BasicNameValueTreeEntry() override;
 
     // An entry lives either on the heap or in the block of entries its tree reserved; a header
@@ -86,6 +87,14 @@ class BasicNameValueTree : public ListBase {
     Entry* findEntry(std::u16string_view name) const noexcept {
         return static_cast<Entry*>(ListBase::find(name));
     }
+    Entry* findEntry(const vt::SharedPropertyName& name) const noexcept {
+        return static_cast<Entry*>(ListBase::find(name));
+    }
+    // The first entry of a standard name; appended (with an empty value) when there is none.
+    Entry* entryFor(const vt::SharedPropertyName& name) {
+        Entry* e = findEntry(name);
+        return e ? e : addEntry(name);
+    }
     Entry* firstEntry() const noexcept { return static_cast<Entry*>(ListBase::getFirst()); }
     Entry* nextEntry(const Entry* entry) const noexcept {
         return static_cast<Entry*>(ListBase::next(entry));
@@ -121,6 +130,7 @@ class BasicNameValueTree : public ListBase {
     Entry* addInt(std::u16string_view name, int32_t value);
     Entry* addTime(std::u16string_view name, int64_t seconds);
     Entry* addEntry(std::u16string_view name);
+    Entry* addEntry(const vt::SharedPropertyName& name);
 
     // Reads XML text into this tree (appending). Never fails; complaints go to the debug log.
     void parse(std::u16string_view xml);
@@ -138,6 +148,9 @@ class BasicNameValueTree : public ListBase {
   private:
     template <class, class>
     friend class BasicNameValueTreeEntry;
+    template <class Name>
+    Entry* emplaceEntry(const Name& name);
+
     Entry* m_pOwner = nullptr;
     std::unique_ptr<std::byte[]> m_block;  // reserved entry slots, each after its header
     size_t m_blockSlots = 0;

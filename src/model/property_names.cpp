@@ -1,11 +1,10 @@
 #include "model/property_names.h"
 
 #include <array>
-#include <cstdint>
 
 namespace vt {
 namespace {
-constexpr std::array<std::u16string_view, 14> kNames = {
+constexpr std::array<std::u16string_view, kStdPropertyCount> kNames = {
     u"iut",        u"timegenerated",  u"timereported",
     u"importance", u"syslogpriority", u"syslogfacility",
     u"resource",   u"syslogtag",      u"iuvers",
@@ -27,24 +26,32 @@ constexpr auto kByLength = [] {
 }();
 
 struct SharedNames {
-    std::array<CQuilletString, kNames.size()> names;
+    std::array<CQuilletString, kStdPropertyCount> texts;
+    std::array<SharedPropertyName, kStdPropertyCount> names;
     SharedNames() {
         for (size_t i = 0; i < kNames.size(); ++i) {
-            names[i] = kNames[i];
-            names[i].getStringA();
+            texts[i] = kNames[i];
+            texts[i].getStringA();
+            names[i] = {&texts[i], propertyNameHash(kNames[i])};
         }
     }
 };
+
+const SharedNames& shared() noexcept {
+    static const SharedNames names;
+    return names;
+}
 }  // namespace
 
-const CQuilletString* sharedPropertyName(std::u16string_view name) noexcept {
-    // By length first: this runs for every property a unit gets.
+const SharedPropertyName& sharedPropertyName(StdProperty id) noexcept {
+    return shared().names[static_cast<size_t>(id)];
+}
+
+const SharedPropertyName* findSharedPropertyName(std::u16string_view name) noexcept {
+    // By length first: this runs for every property added by name.
     if (name.size() >= kByLength.size()) return nullptr;
-    const auto& candidates = kByLength[name.size()];
-    if (candidates[0] == kNone) return nullptr;
-    static const SharedNames shared;
-    for (const uint8_t i : candidates)
-        if (i != kNone && kNames[i] == name) return &shared.names[i];
+    for (const uint8_t i : kByLength[name.size()])
+        if (i != kNone && kNames[i] == name) return &shared().names[i];
     return nullptr;
 }
 

@@ -127,8 +127,8 @@ void CInfoSource::setCommonInfoUnitSettings(CInfoUnit& unit) const {
     // unit carries the plain facility number.
     unit.setSyslogFacility(static_cast<int32_t>(m_nDefaultFacility >> 3));
     unit.setSyslogPriority(static_cast<int32_t>(m_nDefaultPriority));
-    unit.setPropertyString(u"resource", m_szResource);
-    unit.setPropertyString(u"syslogtag", m_szSyslogTag);
+    unit.setPropertyString(vt::StdProperty::Resource, m_szResource);
+    unit.setPropertyString(vt::StdProperty::SyslogTag, m_szSyslogTag);
     vt::debugPrintf(vt::DBG_INFO, "CInfoSource| Syslog Tag: %s \r\n", m_szSyslogTag.getStringA());
 }
 

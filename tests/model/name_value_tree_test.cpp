@@ -8,6 +8,7 @@
 #include "common/registry_fixture.h"
 #include "model/concat.h"
 #include "model/linked_list.h"
+#include "model/property_names.h"
 #include "model/unit_time.h"
 #include "service/error_report.h"
 
@@ -51,6 +52,41 @@ TEST(SearchableLinkedList, FindsTheFirstEntryOfEachNameBeyondTheIndexAndAfterRem
         EXPECT_EQ(tree.findEntry(u"p4"), nullptr);
         CNameValueTreeEntry* fresh = tree.setString(u"p4", u"again");
         EXPECT_EQ(tree.findEntry(u"p4"), fresh);
+    }
+}
+
+// A standard name is found by its id whether the entry was added by id or by its text (as the
+// XML reader adds it), also past the index and after removals.
+TEST(SearchableLinkedList, StandardNamesAreFoundByIdAndByText) {
+    const auto& msg = vt::sharedPropertyName(vt::StdProperty::Msg);
+    const auto& tag = vt::sharedPropertyName(vt::StdProperty::SyslogTag);
+    EXPECT_EQ(vt::findSharedPropertyName(u"msg"), &msg);
+    EXPECT_EQ(vt::findSharedPropertyName(u"Msg"), nullptr);
+    EXPECT_EQ(vt::findSharedPropertyName(u"msgs"), nullptr);
+    for (const int fillers : {0, 40}) {
+        SCOPED_TRACE(fillers);
+        CNameValueTree tree;
+        for (int i = 0; i < fillers; ++i) {
+            std::u16string name(u"f");
+            name.push_back(static_cast<char16_t>(u'a' + i % 26));
+            name.push_back(static_cast<char16_t>(u'a' + i / 26));
+            tree.addEntry(name);
+        }
+        EXPECT_EQ(tree.findEntry(msg), nullptr);
+        CNameValueTreeEntry* byText = tree.addString(u"msg", u"first");
+        CNameValueTreeEntry* byId = tree.addEntry(msg);
+        CNameValueTreeEntry* tagEntry = tree.entryFor(tag);
+        EXPECT_EQ(&byId->getName(), &byText->getName());
+        EXPECT_EQ(tree.findEntry(msg), byText);
+        EXPECT_EQ(tree.findEntry(u"msg"), byText);
+        EXPECT_EQ(tree.entryFor(tag), tagEntry);
+        EXPECT_EQ(tree.findEntry(u"syslogtag"), tagEntry);
+        // The first "msg" goes; the second one is found by both routes.
+        CNameValueTreeEntry* before = nullptr;
+        for (auto* e = tree.firstEntry(); e != byText; e = tree.nextEntry(e)) before = e;
+        tree.removeAfter(before, byText);
+        EXPECT_EQ(tree.findEntry(msg), byId);
+        EXPECT_EQ(tree.findEntry(u"msg"), byId);
     }
 }
 

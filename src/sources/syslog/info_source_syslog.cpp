@@ -181,12 +181,13 @@ std::unique_ptr<CInfoUnitSyslog> CInfoSourceSyslog::buildUnit(std::string_view b
     unit->setMsg(parts.msg);
     unit->setSyslogFacility(static_cast<int32_t>(parts.facility));
     unit->setSyslogPriority(static_cast<int32_t>(parts.severity));
-    unit->setPropertyString(u"syslogtag", parts.tag);
+    unit->setPropertyString(vt::StdProperty::SyslogTag, parts.tag);
     if (m_nTakeSourceSysFromSyslogMsg == 1 && parts.hostParsed && !parts.host.empty())
-        unit->setPropertyString(u"source", parts.host);
+        unit->setPropertyString(vt::StdProperty::Source, parts.host);
     else
-        unit->setPropertyStringA(u"source", peerText);
-    if (m_nParseSyslogDate == 1) unit->setPropertyTime(u"timereported", parts.timestamp);
+        unit->setPropertyStringA(vt::StdProperty::Source, peerText);
+    if (m_nParseSyslogDate == 1)
+        unit->setPropertyTime(vt::StdProperty::TimeReported, parts.timestamp);
     // Last, because the parts above are views into the text that moves into the unit here.
     unit->takeRawMsg(std::move(text));
     return unit;
