@@ -1,6 +1,7 @@
 #include "model/name_value_tree.h"
 
 #include <algorithm>
+#include <array>
 #include <cstdarg>
 #include <cstdio>
 #include <limits>
@@ -109,7 +110,7 @@ template <class EntryBase, class Tree>
 int32_t BasicNameValueTreeEntry<EntryBase, Tree>::getInt() const {
     if (!m_intParsed) {
         int32_t v = 0;
-        m_intValue = parseIntValue(m_value.view(), v) ? v : -1;
+        m_intValue = parseIntValue(getValue().view(), v) ? v : -1;
         m_intParsed = true;
     }
     return m_intValue;
@@ -119,7 +120,7 @@ template <class EntryBase, class Tree>
 int64_t BasicNameValueTreeEntry<EntryBase, Tree>::getTime() const {
     if (!m_timeParsed) {
         int64_t v = 0;
-        if (!parseTimeText(m_value.view(), v)) {
+        if (!parseTimeText(getValue().view(), v)) {
             debugWrite(DBG_INFO, "Invalid Date value in Tag!!!");
             v = 0;
         }
@@ -129,11 +130,10 @@ int64_t BasicNameValueTreeEntry<EntryBase, Tree>::getTime() const {
     return m_timeValue;
 }
 
-template <class EntryBase, class Tree>
-void BasicNameValueTreeEntry<EntryBase, Tree>::setInt(int32_t value) {
-    // "%d" by hand: this runs a dozen times for every unit created.
-    char16_t digits[12];
-    size_t pos = sizeof digits / sizeof digits[0];
+namespace {
+// "%d" by hand: this runs a dozen times for every unit created.
+std::u16string_view intText(int32_t value, std::array<char16_t, 12>& digits) noexcept {
+    size_t pos = digits.size();
     uint32_t magnitude =
         value < 0 ? 0u - static_cast<uint32_t>(value) : static_cast<uint32_t>(value);
     do {
@@ -141,33 +141,67 @@ void BasicNameValueTreeEntry<EntryBase, Tree>::setInt(int32_t value) {
         magnitude /= 10;
     } while (magnitude);
     if (value < 0) digits[--pos] = u'-';
-    setValue(std::u16string_view(digits + pos, sizeof digits / sizeof digits[0] - pos));
+    return std::u16string_view(digits.data() + pos, digits.size() - pos);
+}
+}  // namespace
+
+template <class EntryBase, class Tree>
+void BasicNameValueTreeEntry<EntryBase, Tree>::writePendingText() const {
+    if (m_pendingText == PendingText::Int) {
+        std::array<char16_t, 12> digits;
+        m_value.setString(intText(m_intValue, digits));
+    } else {
+        std::u16string text;
+        appendTimeText(m_timeValue, text);
+        m_value.takeString(std::move(text));
+    }
+    m_pendingText = PendingText::None;
+}
+
+template <class EntryBase, class Tree>
+void BasicNameValueTreeEntry<EntryBase, Tree>::setInt(int32_t value) {
+    if (value < 0) {
+        // Read back, "-5" is no number (-1, and a line in the debug log): keep that as it is.
+        std::array<char16_t, 12> digits;
+        setValue(intText(value, digits));
+        return;
+    }
+    clearCaches();
+    m_intValue = value;
+    m_intParsed = true;
+    m_pendingText = PendingText::Int;
 }
 
 template <class EntryBase, class Tree>
 void BasicNameValueTreeEntry<EntryBase, Tree>::setTime(int64_t seconds) {
-    // Every new unit is stamped twice with the current second, so the text of the last second
-    // seen and what a read of it yields are kept per thread.
+    // Every new unit is stamped twice with the current second, so what a read of that
+    // second's text yields is kept per thread.
     struct LastTime {
         int64_t seconds = 0;
         bool valid = false;
-        std::u16string text;
         int64_t value = 0;
     };
     thread_local LastTime last;
     if (!last.valid || last.seconds != seconds) {
-        last.text.clear();
-        appendTimeText(seconds, last.text);
+        std::u16string text;
+        appendTimeText(seconds, text);
         int64_t parsed = 0;
-        // The cache holds what a read of the text would yield, so a time before 1970 still
-        // reads 0.
-        last.value = parseTimeText(last.text, parsed) ? parsed : 0;
+        // A read of the text decides the value, so a time before 1970 still reads 0.
+        last.value = parseTimeText(text, parsed) ? parsed : 0;
         last.seconds = seconds;
         last.valid = true;
     }
-    setValue(std::u16string_view(last.text));
+    clearCaches();
     m_timeValue = last.value;
     m_timeParsed = true;
+    if (last.value == seconds) {
+        m_pendingText = PendingText::Time;
+        return;
+    }
+    // The text of a time that does not read back as itself is written now, as it was set.
+    std::u16string text;
+    appendTimeText(seconds, text);
+    m_value.takeString(std::move(text));
 }
 
 // ---------------------------------------------------------------- trees

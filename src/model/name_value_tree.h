@@ -44,7 +44,10 @@ class BasicNameValueTreeEntry : public EntryBase {
     // Hands the child tree to the caller, who owns it afterwards; the entry keeps no child.
     Tree* detachChild() noexcept;
 
-    const CQuilletString& getValue() const noexcept { return m_value; }
+    const CQuilletString& getValue() const {
+        if (m_pendingText != PendingText::None) writePendingText();
+        return m_value;
+    }
     void setValue(std::u16string_view value);
     void setValue(const CQuilletString& value);
     void setValue(const char16_t* value) { setValue(std::u16string_view(value ? value : u"")); }
@@ -60,10 +63,18 @@ class BasicNameValueTreeEntry : public EntryBase {
     void setTime(int64_t seconds);
 
   private:
-    void clearCaches() noexcept { m_intParsed = m_timeParsed = false; }
+    // A number or time set on a unit is mostly read as a number or time, if at all, so its
+    // text is written on the first read of the text.
+    enum class PendingText : uint8_t { None, Int, Time };
+    void writePendingText() const;
+    void clearCaches() noexcept {
+        m_intParsed = m_timeParsed = false;
+        m_pendingText = PendingText::None;
+    }
 
     Tree* m_pChild = nullptr;
-    CQuilletString m_value;
+    mutable CQuilletString m_value;
+    mutable PendingText m_pendingText = PendingText::None;
     mutable int32_t m_intValue = 0;
     mutable bool m_intParsed = false;
     mutable bool m_timeParsed = false;

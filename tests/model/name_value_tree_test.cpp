@@ -261,6 +261,30 @@ TEST(NameValueTree, TimeIsParsedOnceAndSetFillsTheCache) {
     EXPECT_EQ(log.count("Invalid Date value in Tag!!!"), 1u);
 }
 
+// Numbers and times written as values are read back through every form of the text, also
+// after a text (and its narrow copy) was there before, and across kinds.
+TEST(NameValueTree, SetNumbersAndTimesReadBackAsText) {
+    CNameValueTree tree;
+    CNameValueTreeEntry* e = tree.setString(u"v", u"old");
+    EXPECT_STREQ(e->getValue().getStringA(), "old");
+    e->setInt(2147483647);
+    EXPECT_EQ(e->getInt(), 2147483647);
+    EXPECT_STREQ(e->getValue().getStringA(), "2147483647");
+    e->setInt(0);
+    EXPECT_EQ(tree.getTime(u"v"), 0);  // "0" is no time text
+    EXPECT_EQ(std::u16string_view(tree.getString(u"v")), u"0");
+    e->setTime(1700000000);
+    EXPECT_EQ(e->getInt(), -1);  // the time text is no number
+    EXPECT_STREQ(e->getValue().getStringA(), "2023-11-14 22:13:20");
+    e->setTime(-1);
+    EXPECT_EQ(e->getTime(), 0);
+    EXPECT_EQ(e->getValue(), u"1969-12-31 23:59:59");
+    e->setInt(5);
+    e->setValue(u"text");
+    EXPECT_EQ(e->getValue(), u"text");
+    EXPECT_EQ(e->getInt(), -1);
+}
+
 TEST(NameValueTree, MustExistIntThrows1100) {
     LogCapture log;
     CNameValueTree tree;
