@@ -108,8 +108,7 @@ void CInfoUnit::setSyslogFacility(int32_t facility) {
 }
 
 int32_t CInfoUnit::getImportance() const {
-    const CNameValueTreeEntry* e = findProperty(vt::StdProperty::Importance);
-    const int32_t v = e ? e->getInt() : -1;
+    const int32_t v = getPropertyInt(vt::StdProperty::Importance);
     return v < 0 ? 0 : v;
 }
 
@@ -143,8 +142,7 @@ const char* CInfoUnit::getMsgA() const {
 }
 
 const CQuilletString* CInfoUnit::getMsgString() const {
-    const CNameValueTreeEntry* e = findProperty(vt::StdProperty::Msg);
-    return e ? &e->getValue() : nullptr;
+    return getPropertyStringObject(vt::StdProperty::Msg);
 }
 
 void CInfoUnit::setIUVersion(int32_t version) {
@@ -152,13 +150,7 @@ void CInfoUnit::setIUVersion(int32_t version) {
 }
 
 int32_t CInfoUnit::getIUVersion() const {
-    const CNameValueTreeEntry* e = findProperty(vt::StdProperty::IuVers);
-    return e ? e->getInt() : -1;
-}
-
-int32_t CInfoUnit::getType() const {
-    const CNameValueTreeEntry* e = findProperty(vt::StdProperty::Iut);
-    return e ? e->getInt() : -1;
+    return getPropertyInt(vt::StdProperty::IuVers);
 }
 
 void CInfoUnit::setPropertyInt(std::u16string_view name, int32_t value) {

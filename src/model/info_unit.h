@@ -119,6 +119,14 @@ class CInfoUnit {
     CNameValueTreeEntry* findProperty(vt::StdProperty id) const noexcept {
         return m_properties->findEntry(vt::sharedPropertyName(id));
     }
+    int32_t getPropertyInt(vt::StdProperty id) const {  // -1 when absent or not numeric
+        const CNameValueTreeEntry* e = findProperty(id);
+        return e ? e->getInt() : -1;
+    }
+    const CQuilletString* getPropertyStringObject(vt::StdProperty id) const {  // null: absent
+        const CNameValueTreeEntry* e = findProperty(id);
+        return e ? &e->getValue() : nullptr;
+    }
 
     int32_t getPropertyInt(std::u16string_view name, bool mustExist = false) const {
         return m_properties->getInt(name, mustExist);
@@ -138,7 +146,7 @@ class CInfoUnit {
     CNameValueTree& getProperties() noexcept { return *m_properties; }
     const CNameValueTree& getProperties() const noexcept { return *m_properties; }
 
-    int32_t getType() const;  // -1 when absent or not numeric
+    int32_t getType() const { return getPropertyInt(vt::StdProperty::Iut); }
     void setType(int32_t type) { setPropertyInt(vt::StdProperty::Iut, type); }
     void setResource(std::u16string_view resource) {
         setPropertyString(vt::StdProperty::Resource, resource);

@@ -26,8 +26,7 @@ class CInfoUnitSyslog : public CInfoUnit {
 
   private:
     const CQuilletString* rawMsg() const {
-        const CNameValueTreeEntry* e = findProperty(vt::StdProperty::RawSyslogMsg);
-        return e ? &e->getValue() : nullptr;
+        return getPropertyStringObject(vt::StdProperty::RawSyslogMsg);
     }
 };
 

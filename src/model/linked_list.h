@@ -129,7 +129,8 @@ class CSearchableLinkedList : public CLinkedList {
     void rebuildIndex() noexcept;
 
     std::array<CSearchableLinkedListEntry*, kSlots> m_slots{};
-    std::array<uint32_t, kSlots> m_hashes{};  // of the names in m_slots
+    // The hashes of the names in m_slots, beside them, so that a probe touches no entry.
+    std::array<uint32_t, kSlots> m_hashes{};
     uint32_t m_indexed = 0;
     bool m_overflow = false;  // a name is missing from the index: search the chain
 };
