@@ -15,8 +15,6 @@
 
 namespace vt {
 namespace {
-// The standard properties, the message, its raw form and a few more of a source's own.
-constexpr size_t kReservedProperties = 16;
 std::atomic<int32_t> g_customerId{0};
 std::atomic<int32_t> g_systemId{0};
 
@@ -46,13 +44,12 @@ void setInfoUnitIds(int32_t customerId, int32_t systemId) noexcept {
 
 CInfoUnit::CInfoUnit() : CInfoUnit(vt::IUT_NONE, 128) {}
 
-CInfoUnit::CInfoUnit(int32_t type, int32_t facility)
-    : m_properties(std::make_unique<CNameValueTree>()) {
+CInfoUnit::CInfoUnit(int32_t type, int32_t facility) {
     // The store is empty, so every name is appended without a look-up; the order is the one
     // the XML form of a unit shows. "importance" ends as 5 although 128 was its first value.
     using vt::StdProperty;
     CNameValueTree& p = *m_properties;
-    p.reserveEntries(vt::kReservedProperties);
+    p.useEntryStorage(m_entryStorage, kEntrySlots);
     auto add = [&p](StdProperty id) { return p.addEntry(vt::sharedPropertyName(id)); };
     add(StdProperty::Iut)->setInt(type);
     const int64_t now = vt::currentTime();
@@ -196,7 +193,10 @@ void CInfoUnit::appendXML(std::u16string& out) const {
 }
 
 void CInfoUnit::installProperties(std::unique_ptr<CNameValueTree> properties) noexcept {
-    m_properties = std::move(properties);
+    if (!properties) return;
+    m_installed = std::move(properties);
+    m_properties = m_installed.get();
+    m_ownProperties.clear();
 }
 
 std::unique_ptr<CInfoUnit> CInfoUnit::createInfoUnitOfType(int32_t type) {

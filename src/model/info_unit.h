@@ -1,6 +1,7 @@
 #pragma once
 #include <chrono>
 #include <condition_variable>
+#include <cstddef>
 #include <cstdint>
 #include <memory>
 #include <mutex>
@@ -187,7 +188,15 @@ class CInfoUnit {
         return *m_properties->entryFor(vt::sharedPropertyName(id));
     }
 
-    std::unique_ptr<CNameValueTree> m_properties;
+    // The standard properties and two of a source's own live in the unit itself: one
+    // allocation per unit instead of one per property. Declared before the tree that uses
+    // them, so they outlive its entries.
+    static constexpr size_t kEntrySlots = vt::kStdPropertyCount + 2;
+    alignas(std::max_align_t) std::byte
+        m_entryStorage[kEntrySlots * CNameValueTree::kEntrySlotBytes];
+    CNameValueTree m_ownProperties;
+    std::unique_ptr<CNameValueTree> m_installed;  // a store rebuilt from XML
+    CNameValueTree* m_properties = &m_ownProperties;
     uint8_t m_actionFailed = 0;
 };
 

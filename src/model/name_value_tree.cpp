@@ -247,20 +247,12 @@ int64_t BasicNameValueTree<ListBase, Entry>::getTime(std::u16string_view name) c
     return 0;
 }
 
-namespace {
-template <class Entry>
-constexpr size_t slotBytes() {
-    constexpr size_t bytes = Entry::kHeaderBytes + sizeof(Entry);
-    return (bytes + alignof(std::max_align_t) - 1) / alignof(std::max_align_t) *
-           alignof(std::max_align_t);
-}
-}  // namespace
-
 template <class ListBase, class Entry>
-void BasicNameValueTree<ListBase, Entry>::reserveEntries(size_t count) {
-    // One block per tree: its slots are not reused, and it lives as long as the tree.
-    if (m_block || count == 0) return;
-    m_block = std::make_unique_for_overwrite<std::byte[]>(count * slotBytes<Entry>());
+void BasicNameValueTree<ListBase, Entry>::useEntryStorage(std::byte* storage,
+                                                          size_t count) noexcept {
+    // One block per tree: its slots are not reused.
+    if (m_block || !storage || count == 0) return;
+    m_block = storage;
     m_blockSlots = count;
     m_blockUsed = 0;
 }
@@ -280,7 +272,7 @@ template <class Name>
 Entry* BasicNameValueTree<ListBase, Entry>::emplaceEntry(const Name& name) {
     Entry* e;
     if (m_blockUsed < m_blockSlots) {
-        std::byte* raw = m_block.get() + m_blockUsed * slotBytes<Entry>();
+        std::byte* raw = m_block + m_blockUsed * kEntrySlotBytes;
         raw[0] = kInBlock;
         e = new (raw + Entry::kHeaderBytes) Entry(name);
         ++m_blockUsed;

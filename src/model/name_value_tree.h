@@ -87,13 +87,19 @@ class BasicNameValueTree : public ListBase {
     using EntryType = Entry;
 
     BasicNameValueTree() = default;
-    // Deletes the entries while the block that may hold them still exists.
+    // Deletes the entries first: some may live in storage that the owner frees after the tree.
     ~BasicNameValueTree() override { this->clear(); }
 
-    // Room for `count` entries in one allocation, taken by the next entries added. A unit's
-    // store gets a dozen properties at once and loses them all at once, so they need not cost
-    // an allocation each. Only for a tree that one thread fills.
-    void reserveEntries(size_t count);
+    // Bytes one entry takes in storage handed to useEntryStorage (its header, the entry, and
+    // alignment), and the alignment that storage needs.
+    static constexpr size_t kEntrySlotBytes =
+        (Entry::kHeaderBytes + sizeof(Entry) + alignof(std::max_align_t) - 1) /
+        alignof(std::max_align_t) * alignof(std::max_align_t);
+    // The next `count` entries added are built in `storage` (count * kEntrySlotBytes bytes,
+    // aligned for std::max_align_t) instead of on the heap. A unit's store gets a dozen
+    // properties at once and loses them all at once, so its owner keeps the room beside the
+    // tree, and it must outlive the tree's entries. Only for a tree that one thread fills.
+    void useEntryStorage(std::byte* storage, size_t count) noexcept;
 
     Entry* findEntry(std::u16string_view name) const noexcept {
         return static_cast<Entry*>(ListBase::find(name));
@@ -163,7 +169,7 @@ class BasicNameValueTree : public ListBase {
     Entry* emplaceEntry(const Name& name);
 
     Entry* m_pOwner = nullptr;
-    std::unique_ptr<std::byte[]> m_block;  // reserved entry slots, each after its header
+    std::byte* m_block = nullptr;  // the owner's entry slots, each after its header
     size_t m_blockSlots = 0;
     size_t m_blockUsed = 0;
 };
