@@ -3,7 +3,7 @@
 #include <mutex>
 
 void CStatusTable::setValue(std::u16string_view name, std::u16string_view value) {
-    std::unique_lock lock(m_lock);
+    std::lock_guard lock(m_lock);
     auto it = m_values.find(name);
     if (it == m_values.end())
         m_values.emplace(std::u16string(name), std::u16string(value));
@@ -12,7 +12,7 @@ void CStatusTable::setValue(std::u16string_view name, std::u16string_view value)
 }
 
 bool CStatusTable::getValue(std::u16string_view name, std::u16string& value) const {
-    std::shared_lock lock(m_lock);
+    std::lock_guard lock(m_lock);
     auto it = m_values.find(name);
     if (it == m_values.end()) return false;
     value = it->second;
@@ -21,7 +21,7 @@ bool CStatusTable::getValue(std::u16string_view name, std::u16string& value) con
 
 bool CStatusTable::readValue(std::u16string_view name,
                              const std::function<void(std::u16string_view)>& reader) const {
-    std::shared_lock lock(m_lock);
+    std::lock_guard lock(m_lock);
     auto it = m_values.find(name);
     if (it == m_values.end()) return false;
     reader(it->second);
@@ -31,7 +31,7 @@ bool CStatusTable::readValue(std::u16string_view name,
 void CStatusTable::modifyValue(
     std::u16string_view name,
     const std::function<bool(std::u16string& value, bool existed)>& change) {
-    std::unique_lock lock(m_lock);
+    std::lock_guard lock(m_lock);
     auto it = m_values.find(name);
     if (it != m_values.end()) {
         std::u16string value = it->second;
@@ -43,7 +43,7 @@ void CStatusTable::modifyValue(
 }
 
 bool CStatusTable::removeValue(std::u16string_view name) {
-    std::unique_lock lock(m_lock);
+    std::lock_guard lock(m_lock);
     auto it = m_values.find(name);
     if (it == m_values.end()) return false;
     m_values.erase(it);
@@ -51,12 +51,12 @@ bool CStatusTable::removeValue(std::u16string_view name) {
 }
 
 void CStatusTable::clear() {
-    std::unique_lock lock(m_lock);
+    std::lock_guard lock(m_lock);
     m_values.clear();
 }
 
 size_t CStatusTable::size() const {
-    std::shared_lock lock(m_lock);
+    std::lock_guard lock(m_lock);
     return m_values.size();
 }
 

@@ -1,7 +1,7 @@
 #pragma once
 #include <functional>
 #include <map>
-#include <shared_mutex>
+#include <mutex>
 #include <string>
 #include <string_view>
 
@@ -36,7 +36,10 @@ class CStatusTable {
     size_t size() const;
 
   private:
-    mutable std::shared_mutex m_lock;
+    // A plain mutex: the reader/writer lock of the Windows build's thread library let two
+    // writers in at once under contention (lost updates and torn reads in 2 of 50 runs),
+    // and reads of status variables are too rare to need sharing.
+    mutable std::mutex m_lock;
     std::map<std::u16string, std::u16string, std::less<>> m_values;  // guarded by m_lock
 };
 
