@@ -360,20 +360,6 @@ Entry* BasicNameValueTree<ListBase, Entry>::addString(std::u16string_view name,
     return e;
 }
 
-template <class ListBase, class Entry>
-Entry* BasicNameValueTree<ListBase, Entry>::addInt(std::u16string_view name, int32_t value) {
-    Entry* e = addEntry(name);
-    e->setInt(value);
-    return e;
-}
-
-template <class ListBase, class Entry>
-Entry* BasicNameValueTree<ListBase, Entry>::addTime(std::u16string_view name, int64_t seconds) {
-    Entry* e = addEntry(name);
-    e->setTime(seconds);
-    return e;
-}
-
 template class BasicNameValueTreeEntry<CSearchableLinkedListEntry, CNameValueTree>;
 template class BasicNameValueTreeEntry<CThreadSafeSearchableLinkedListEntry,
                                        CThreadSafeNameValueTree>;

@@ -144,8 +144,6 @@ class BasicNameValueTree : public ListBase {
 
     // Always append, even when the name exists.
     Entry* addString(std::u16string_view name, std::u16string_view value);
-    Entry* addInt(std::u16string_view name, int32_t value);
-    Entry* addTime(std::u16string_view name, int64_t seconds);
     Entry* addEntry(std::u16string_view name);
     Entry* addEntry(const vt::SharedPropertyName& name);
 

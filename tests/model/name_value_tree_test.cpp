@@ -318,8 +318,8 @@ TEST(NameValueTree, FormattedAndNarrowSetters) {
     EXPECT_EQ(std::u16string_view(tree.getString(u"f")), u"ab-7-00ff");
     tree.setStringA(u"n", platformNarrow(u"gr\u00FC\u00DF"));
     EXPECT_EQ(std::u16string_view(tree.getString(u"n")), u"gr\u00FC\u00DF");
-    tree.addInt(u"i", 5);
-    tree.addInt(u"i", 6);
+    tree.addEntry(u"i")->setInt(5);
+    tree.addEntry(u"i")->setInt(6);
     EXPECT_EQ(tree.getInt(u"i"), 5);
 }
 
