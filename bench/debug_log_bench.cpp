@@ -6,7 +6,7 @@
 #include <filesystem>
 #include <string>
 
-#include "service/debug_log.h"
+#include "base/debug_log.h"
 
 namespace {
 

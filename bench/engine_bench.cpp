@@ -13,14 +13,14 @@
 #include <thread>
 #include <vector>
 
-#include "actions/action_config.h"
-#include "actions/action_list.h"
-#include "actions/action_types.h"
+#include "base/config_settings.h"
+#include "engine/action_config.h"
+#include "engine/action_list.h"
+#include "engine/action_types.h"
 #include "engine/que_man_list.h"
 #include "engine/rule_set_list.h"
 #include "model/info_unit_types.h"
 #include "platform/registry.h"
-#include "service/config_settings.h"
 
 namespace {
 

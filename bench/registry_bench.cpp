@@ -5,8 +5,8 @@
 #include <filesystem>
 #include <random>
 
+#include "base/reg_access.h"
 #include "platform/registry.h"
-#include "service/reg_access.h"
 
 namespace {
 

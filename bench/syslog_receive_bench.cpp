@@ -8,10 +8,10 @@
 #include <string>
 #include <thread>
 
+#include "net/tcp_framer.h"
+#include "net/tcp_server.h"
+#include "net/udp_server.h"
 #include "platform/utf_codec.h"
-#include "sources/net/tcp_framer.h"
-#include "sources/net/tcp_server.h"
-#include "sources/net/udp_server.h"
 #include "sources/syslog/syslog_splitter.h"
 
 namespace {

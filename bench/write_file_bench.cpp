@@ -12,13 +12,14 @@
 #include <string>
 #include <vector>
 
-#include "actions/action_list.h"
 #include "actions/write_file/write_file_config.h"
+#include "base/config_settings.h"
+#include "engine/action_list.h"
 #include "engine/timer_queue.h"
 #include "model/info_unit_types.h"
 #include "platform/registry.h"
 #include "platform/utf_codec.h"
-#include "service/config_settings.h"
+#include "service/action_type_table.h"
 
 namespace {
 
@@ -83,7 +84,7 @@ void runWrites(benchmark::State& state, int format) {
     setDword(key, u"nFileFormat", static_cast<uint32_t>(format));
     setString(key, u"szLineFormat", u"%msg%%$CRLF%");
     CActionListEntry entry(CQuilletString(u"Write"), CQuilletString(key), 1003,
-                           vt::ActionLoadContext{});
+                           vt::ActionLoadContext{nullptr, vt::agentActionTypes()});
     auto& config = static_cast<CActionConfigWriteFile&>(*entry.getConfig());
     CConfigSettings settings;
     const auto units = makeUnits();

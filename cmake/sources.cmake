@@ -1,30 +1,60 @@
-# Sources are gathered by folder so that adding a file needs no edit here: every .cpp under
-# src/ belongs to the core library, except the program entry points and the platform
-# implementations of the other operating system.
-file(GLOB_RECURSE VT_CORE_SOURCES CONFIGURE_DEPENDS
-     ${CMAKE_SOURCE_DIR}/src/service/*.cpp
-     ${CMAKE_SOURCE_DIR}/src/model/*.cpp
-     ${CMAKE_SOURCE_DIR}/src/engine/*.cpp
-     ${CMAKE_SOURCE_DIR}/src/sources/*.cpp
-     ${CMAKE_SOURCE_DIR}/src/actions/*.cpp)
-list(FILTER VT_CORE_SOURCES EXCLUDE REGEX ".*/main\\.cpp$")
-file(GLOB VT_PLATFORM_COMMON CONFIGURE_DEPENDS ${CMAKE_SOURCE_DIR}/src/platform/*.cpp)
+# One static library per layer, and one per input and per action folder, each linking only the
+# layers below it: platform < base < net < model < engine < sources, actions < service.
+# scripts/check_layers.sh checks the includes against the same order. Sources are gathered by
+# folder, so adding a file needs no edit here.
+
+function(vt_library name)  # vt_library(NAME GLOB... DEPENDS lib...)
+  cmake_parse_arguments(arg "" "" "GLOBS;DEPENDS" ${ARGN})
+  file(GLOB srcs CONFIGURE_DEPENDS ${arg_GLOBS})
+  list(FILTER srcs EXCLUDE REGEX ".*/main\\.cpp$")
+  add_library(${name} STATIC ${srcs})
+  target_include_directories(${name} PUBLIC ${CMAKE_SOURCE_DIR}/src)
+  target_link_libraries(${name} PUBLIC ${arg_DEPENDS})
+endfunction()
+
+set(S ${CMAKE_SOURCE_DIR}/src)
 if(WIN32)
-  file(GLOB_RECURSE VT_PLATFORM_OS CONFIGURE_DEPENDS ${CMAKE_SOURCE_DIR}/src/platform/win32/*.cpp)
+  set(VT_OS_FOLDER win32)
 else()
-  file(GLOB_RECURSE VT_PLATFORM_OS CONFIGURE_DEPENDS ${CMAKE_SOURCE_DIR}/src/platform/posix/*.cpp)
+  set(VT_OS_FOLDER posix)
 endif()
-
-add_library(vtcore STATIC ${VT_CORE_SOURCES} ${VT_PLATFORM_COMMON} ${VT_PLATFORM_OS})
-target_include_directories(vtcore PUBLIC ${CMAKE_SOURCE_DIR}/src)
-target_link_libraries(vtcore PUBLIC ${VT_PLATFORM_LIBS})
+vt_library(vt_platform GLOBS ${S}/platform/*.cpp ${S}/platform/${VT_OS_FOLDER}/*.cpp
+           DEPENDS ${VT_PLATFORM_LIBS})
 if(WIN32)
-  target_compile_definitions(vtcore PUBLIC WIN32_LEAN_AND_MEAN NOMINMAX _WIN32_WINNT=0x0601)
+  target_compile_definitions(vt_platform PUBLIC WIN32_LEAN_AND_MEAN NOMINMAX _WIN32_WINNT=0x0601)
 endif()
+vt_library(vt_base GLOBS ${S}/base/*.cpp DEPENDS vt_platform)
+vt_library(vt_net GLOBS ${S}/net/*.cpp DEPENDS vt_base)
+vt_library(vt_model GLOBS ${S}/model/*.cpp DEPENDS vt_base)
+vt_library(vt_engine GLOBS ${S}/engine/*.cpp DEPENDS vt_model)
+vt_library(vt_sources GLOBS ${S}/sources/*.cpp DEPENDS vt_engine)
 
-add_executable(vtagent ${CMAKE_SOURCE_DIR}/src/service/main.cpp)
-target_link_libraries(vtagent PRIVATE vtcore ${VT_ALLOCATOR_LIBS})
-if(WIN32 AND EXISTS ${CMAKE_SOURCE_DIR}/src/platform/win32/resources/messages.mc)
+# Every folder below sources/ and actions/ is one input or one action.
+set(VT_PLUGINS)
+foreach(kind sources actions)
+  file(GLOB folders LIST_DIRECTORIES true ${S}/${kind}/*)
+  foreach(folder ${folders})
+    if(IS_DIRECTORY ${folder})
+      get_filename_component(leaf ${folder} NAME)
+      if(kind STREQUAL sources)
+        vt_library(vt_source_${leaf} GLOBS ${folder}/*.cpp DEPENDS vt_sources vt_net)
+        list(APPEND VT_PLUGINS vt_source_${leaf})
+      else()
+        vt_library(vt_action_${leaf} GLOBS ${folder}/*.cpp DEPENDS vt_engine vt_net)
+        list(APPEND VT_PLUGINS vt_action_${leaf})
+      endif()
+    endif()
+  endforeach()
+endforeach()
+
+vt_library(vt_service GLOBS ${S}/service/*.cpp DEPENDS ${VT_PLUGINS})
+# Everything the agent is made of, for the program, the tests and the benchmarks.
+add_library(vtcore INTERFACE)
+target_link_libraries(vtcore INTERFACE vt_service)
+
+add_executable(vtagent ${S}/service/main.cpp)
+target_link_libraries(vtagent PRIVATE vt_service ${VT_ALLOCATOR_LIBS})
+if(WIN32 AND EXISTS ${S}/platform/win32/resources/messages.mc)
   include(cmake/message_table.cmake)
 endif()
 
@@ -32,6 +62,6 @@ file(GLOB VT_VTREG_SOURCES CONFIGURE_DEPENDS ${CMAKE_SOURCE_DIR}/tools/vtreg/*.c
 list(FILTER VT_VTREG_SOURCES EXCLUDE REGEX ".*/main\\.cpp$")
 add_library(vtreglib STATIC ${VT_VTREG_SOURCES})
 target_include_directories(vtreglib PUBLIC ${CMAKE_SOURCE_DIR}/tools)
-target_link_libraries(vtreglib PUBLIC vtcore)
+target_link_libraries(vtreglib PUBLIC vt_base)
 add_executable(vtreg ${CMAKE_SOURCE_DIR}/tools/vtreg/main.cpp)
 target_link_libraries(vtreg PRIVATE vtreglib)

@@ -27,6 +27,7 @@ configure_build() {  # configure_build DIR [cmake args...]
 }
 
 linux() {
+  bash scripts/check_layers.sh || return 1
   configure_build "$BUILD/linux" -DCMAKE_BUILD_TYPE=RelWithDebInfo &&
     (cd "$BUILD/linux" && ctest --output-on-failure -j "$JOBS")
 }
@@ -46,10 +47,11 @@ windows() {
 
 fuzz() {
   CC=clang CXX=clang++ configure_build "$BUILD/fuzz" -DVT_FUZZ=ON -DCMAKE_BUILD_TYPE=Debug || return 1
-  local rc=0 target
-  for target in "$BUILD"/fuzz/tests/*_fuzz; do
-    [ -x "$target" ] || continue
-    local name; name=$(basename "$target")
+  local rc=0 src
+  for src in "$ROOT"/tests/fuzz/*_fuzz.cpp; do
+    local name; name=$(basename "$src" .cpp)
+    local target="$BUILD/fuzz/tests/$name"
+    [ -x "$target" ] || { echo "--- $name: not built"; rc=1; continue; }
     local corpus="$BUILD/fuzz/corpus/$name"; mkdir -p "$corpus"
     local seeds="$ROOT/tests/fuzz/seeds/${name%_fuzz}"
     echo "--- $name for ${FUZZ_SECONDS}s"
@@ -64,8 +66,8 @@ tsan() {
   CC=clang CXX=clang++ configure_build "$BUILD/tsan" -DVT_TSAN=ON -DVT_BENCH=OFF \
       -DCMAKE_BUILD_TYPE=Debug || return 1
   local rc=0 t
-  for t in engine_tests sources_tests actions_tests; do
-    [ -x "$BUILD/tsan/tests/$t" ] || continue
+  for t in engine_tests sources_tests actions_tests net_tests service_tests; do
+    [ -x "$BUILD/tsan/tests/$t" ] || { echo "--- $t: not built"; rc=1; continue; }
     TSAN_OPTIONS="halt_on_error=1 second_deadlock_stack=1" "$BUILD/tsan/tests/$t" || rc=1
   done
   return $rc

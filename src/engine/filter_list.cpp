@@ -2,15 +2,15 @@
 
 #include <string_view>
 
+#include "base/config_settings.h"
+#include "base/debug_log.h"
+#include "base/reg_access.h"
 #include "engine/reg_names.h"
 #include "engine/status_table.h"
 #include "model/info_unit.h"
 #include "model/property_replacer.h"
 #include "model/unit_time.h"
 #include "platform/local_time.h"
-#include "service/config_settings.h"
-#include "service/debug_log.h"
-#include "service/reg_access.h"
 
 namespace {
 

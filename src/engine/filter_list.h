@@ -3,8 +3,8 @@
 #include <memory>
 #include <string>
 
+#include "base/quillet_string.h"
 #include "model/linked_list.h"
-#include "model/quillet_string.h"
 
 class CInfoUnit;
 class CConfigSettings;

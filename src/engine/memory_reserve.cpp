@@ -5,8 +5,8 @@
 #include <mutex>
 #include <new>
 
-#include "service/debug_log.h"
-#include "service/error_reporter.h"
+#include "base/debug_log.h"
+#include "base/error_reporter.h"
 
 namespace vt {
 namespace {

@@ -3,15 +3,15 @@
 #include <cstdio>
 #include <memory>
 
+#include "base/config_settings.h"
+#include "base/debug_log.h"
+#include "base/error_report.h"
+#include "base/error_reporter.h"
 #include "engine/engine_clock.h"
 #include "engine/memory_reserve.h"
 #include "engine/rule_set_list.h"
 #include "model/info_unit.h"
 #include "platform/system_error.h"
-#include "service/config_settings.h"
-#include "service/debug_log.h"
-#include "service/error_report.h"
-#include "service/error_reporter.h"
 
 namespace vt {
 namespace {

@@ -1,11 +1,11 @@
 #include "engine/rule_set_list.h"
 
+#include "base/config_settings.h"
+#include "base/debug_log.h"
+#include "base/reg_access.h"
 #include "engine/engine_clock.h"
 #include "engine/reg_names.h"
 #include "model/info_unit.h"
-#include "service/config_settings.h"
-#include "service/debug_log.h"
-#include "service/reg_access.h"
 
 namespace {
 
@@ -263,7 +263,7 @@ bool CRuleSetList::load(const CQuilletString& ruleSetsKeyPath) {
     m_keyPath = ruleSetsKeyPath;
     m_keyPath.getStringA();
     const int32_t count = readInt(reg, u"nRuleSetCount", 0);
-    const ActionLoadContext context{this};
+    const ActionLoadContext context{this, m_types};
     for (int32_t n = 1; n <= count; ++n) {
         CQuilletString name;
         reg.ReadStringValue(numberedName(u"szRSName", static_cast<uint32_t>(n)), name,
@@ -290,13 +290,7 @@ void CRuleSetList::unload() {
 
 namespace vt {
 
-CRuleSetList& processRuleSetList() noexcept {
-    static CRuleSetList list;
-    return list;
-}
-
-size_t loadAgentRuleSets() {
-    CRuleSetList& list = processRuleSetList();
+size_t loadAgentRuleSets(CRuleSetList& list) {
     list.load(CQuilletString(std::u16string_view(kRuleSetsKeyPath)));
     return list.count();
 }

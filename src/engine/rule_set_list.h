@@ -3,12 +3,13 @@
 #include <cstdint>
 #include <memory>
 #include <mutex>
+#include <span>
 
-#include "actions/action_list.h"
-#include "actions/action_types.h"
+#include "base/quillet_string.h"
+#include "engine/action_list.h"
+#include "engine/action_types.h"
 #include "engine/filter_list.h"
 #include "model/linked_list.h"
-#include "model/quillet_string.h"
 
 class CInfoUnit;
 class CConfigSettings;
@@ -171,7 +172,8 @@ class CRuleSetListEntry : public CSearchableLinkedListEntry {
 // processed; a reload (a changed "nRuleSetsVersion") must not run while workers process units.
 class CRuleSetList : public CSearchableLinkedList {
   public:
-    CRuleSetList() = default;
+    // `types` are the action types the loaded rules may use; the table must outlive the list.
+    explicit CRuleSetList(std::span<const vt::ActionType> types = {}) : m_types(types) {}
 
     // Loads the rule sets below `ruleSetsKeyPath`; does nothing when "nRuleSetsVersion" is the
     // version already loaded. Returns whether a (re)load took place.
@@ -190,6 +192,7 @@ class CRuleSetList : public CSearchableLinkedList {
     const CQuilletString& getKeyPath() const noexcept { return m_keyPath; }
 
   private:
+    std::span<const vt::ActionType> m_types;
     bool m_loaded = false;
     int32_t m_loadedVersion = -1;
     CQuilletString m_keyPath;
@@ -199,12 +202,9 @@ namespace vt {
 
 inline constexpr char16_t kRuleSetsKeyPath[] = u"SOFTWARE\\Quillet\\Vantor\\Agent\\RuleSets";
 
-// The process-wide rule base.
-CRuleSetList& processRuleSetList() noexcept;
-
-// Loads all rule sets of the agent's configuration into the process-wide rule base (the
-// start-up step before the inputs start). Returns the number of rule sets loaded.
-size_t loadAgentRuleSets();
+// Loads all rule sets of the agent's configuration into `list` (the start-up step before the
+// inputs start). Returns the number of rule sets loaded.
+size_t loadAgentRuleSets(CRuleSetList& list);
 
 // The rule list a unit is bound to: stamped by its input, read by the queue worker.
 void bindRuleList(CInfoUnit& unit, CRuleList* rules) noexcept;

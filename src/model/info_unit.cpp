@@ -6,12 +6,12 @@
 #include <mutex>
 #include <system_error>
 
+#include "base/debug_log.h"
+#include "base/error_report.h"
+#include "base/error_reporter.h"
 #include "model/info_unit_types.h"
 #include "model/unit_time.h"
 #include "platform/computer_name.h"
-#include "service/debug_log.h"
-#include "service/error_report.h"
-#include "service/error_reporter.h"
 
 namespace vt {
 namespace {

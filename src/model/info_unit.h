@@ -8,9 +8,9 @@
 #include <string>
 #include <string_view>
 
+#include "base/quillet_string.h"
 #include "model/name_value_tree.h"
 #include "model/property_names.h"
-#include "model/quillet_string.h"
 
 // The event record. All data are named text values in the property store; typed getters and
 // setters convert on access. A unit is used by one thread at a time: the source that fills it,

@@ -1,7 +1,7 @@
 #include "model/linked_list.h"
 
+#include "base/debug_log.h"
 #include "model/property_names.h"
-#include "service/debug_log.h"
 
 CLinkedList::~CLinkedList() {
     clearUnlocked();

@@ -6,8 +6,8 @@
 #include <mutex>
 #include <string_view>
 
+#include "base/quillet_string.h"
 #include "model/property_names.h"
-#include "model/quillet_string.h"
 
 // Intrusive, singly linked lists. A list owns its entries: append hands the entry over, and
 // remove/clear/destruction delete it through its virtual destructor. The thread-safe twins

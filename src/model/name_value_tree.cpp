@@ -7,10 +7,10 @@
 #include <limits>
 #include <string>
 
+#include "base/debug_log.h"
+#include "base/error_report.h"
 #include "model/unit_time.h"
 #include "platform/text_codec.h"
-#include "service/debug_log.h"
-#include "service/error_report.h"
 
 namespace vt {
 

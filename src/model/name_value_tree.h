@@ -4,8 +4,8 @@
 #include <memory>
 #include <string_view>
 
+#include "base/quillet_string.h"
 #include "model/linked_list.h"
-#include "model/quillet_string.h"
 
 // Name/value trees: the property store of an info unit and what the XML reader builds. Each
 // entry has a name, a text value and optionally a child tree that it owns. Int and Time values

@@ -6,9 +6,9 @@
 #include <type_traits>
 #include <utility>
 
+#include "base/debug_log.h"
 #include "model/name_value_tree.h"
 #include "platform/text_codec.h"
-#include "service/debug_log.h"
 
 namespace vt {
 namespace {

@@ -3,7 +3,7 @@
 #include <cstdint>
 #include <string_view>
 
-#include "model/quillet_string.h"
+#include "base/quillet_string.h"
 
 namespace vt {
 // The properties that every unit carries (and the two a syslog unit adds), in the order a new

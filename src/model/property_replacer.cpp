@@ -7,8 +7,8 @@
 #include <bitset>
 #include <cstdio>
 
+#include "base/quillet_string.h"
 #include "model/info_unit.h"
-#include "model/quillet_string.h"
 #include "model/unit_time.h"
 #include "platform/local_time.h"
 
@@ -550,6 +550,13 @@ std::u16string replaceProperties(std::u16string_view templ, const CInfoUnit* uni
     out.reserve(templ.size() + 64);
     replaceProperties(templ, unit, out);
     return out;
+}
+
+void replaceProperties(CQuilletString& text, const CInfoUnit* unit) {
+    std::u16string out;
+    out.reserve(text.getLength() + 64);
+    replaceProperties(text.view(), unit, out);
+    text.takeString(std::move(out));
 }
 
 }  // namespace vt

@@ -4,6 +4,7 @@
 #include <string_view>
 
 class CInfoUnit;
+class CQuilletString;
 
 namespace vt {
 // Expands every "%name[:from[:to[:options]]]%" sequence of `templ` against the properties of
@@ -18,6 +19,9 @@ void replaceProperties(std::u16string_view templ, const CInfoUnit* unit, std::u1
 using ExpansionHook = std::function<void(std::u16string& out, size_t start)>;
 void replaceProperties(std::u16string_view templ, const CInfoUnit* unit, std::u16string& out,
                        const ExpansionHook& afterSequence);
+
+// Expands `text` in place.
+void replaceProperties(CQuilletString& text, const CInfoUnit* unit);
 
 // Convenience form that returns a new string.
 std::u16string replaceProperties(std::u16string_view templ, const CInfoUnit* unit);

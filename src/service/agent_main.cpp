@@ -2,8 +2,8 @@
 
 #include <memory>
 
+#include "base/debug_log.h"
 #include "platform/process.h"
-#include "service/debug_log.h"
 #include "service/engine_hooks.h"
 #include "service/kestrel_srvc.h"
 

@@ -1,15 +1,26 @@
 #include "service/engine_hooks.h"
 
+#include "base/config_settings.h"
+#include "base/debug_log.h"
 #include "engine/rule_set_list.h"
-#include "service/config_settings.h"
-#include "service/debug_log.h"
+#include "service/action_type_table.h"
 #include "service/service_manager.h"
 #include "sources/info_source.h"
 
 namespace vt {
+namespace {
+
+// The rule base of this process: loaded before the inputs start, handed to the service manager
+// and through it to every input; destroyed after the inputs and the queue.
+CRuleSetList& agentRuleSets() {
+    static CRuleSetList list(agentActionTypes());
+    return list;
+}
+
+}  // namespace
 
 void engineLoadRuleSets(const CConfigSettings&) {
-    const size_t loaded = loadAgentRuleSets();
+    const size_t loaded = loadAgentRuleSets(agentRuleSets());
     debugPrintf(DBG_MINIMUM, "CKestrelSrvc|OnInit: %u rule set(s) loaded\r\n",
                 static_cast<unsigned>(loaded));
 }
@@ -17,7 +28,7 @@ void engineLoadRuleSets(const CConfigSettings&) {
 void engineStartServices(const CConfigSettings& settings, CNTService& host) {
     CServiceManager& manager = createProcessServiceManager();
     manager.StartupServices(settings, RegRoot::LocalMachine, CQuilletString(kServicesKeyPath),
-                            CQuilletString(kAgentDataKeyPath), &processRuleSetList(), host);
+                            CQuilletString(kAgentDataKeyPath), &agentRuleSets(), host);
 }
 
 void engineShutdownServices(CNTService& host) {
@@ -32,7 +43,7 @@ void engineShutdownServices(CNTService& host) {
 void engineClearProcessState() {
     // The sources and the queue go before the rule sets their units are bound to.
     clearProcessServiceState();
-    processRuleSetList().unload();
+    agentRuleSets().unload();
 }
 
 }  // namespace vt

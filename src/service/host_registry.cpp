@@ -1,9 +1,9 @@
 #include "service/host_registry.h"
 
+#include "base/debug_log.h"
 #include "platform/registry.h"
 #include "platform/system_error.h"
 #include "platform/text_codec.h"
-#include "service/debug_log.h"
 
 namespace vt {
 

@@ -4,16 +4,16 @@
 #include <memory>
 #include <string>
 
+#include "base/config_settings.h"
+#include "base/debug_log.h"
+#include "base/error_report.h"
+#include "base/error_reporter.h"
+#include "base/reg_access.h"
+#include "base/version.h"
 #include "platform/process.h"
 #include "platform/registry.h"
 #include "platform/system_error.h"
-#include "service/config_settings.h"
-#include "service/debug_log.h"
 #include "service/engine_hooks.h"
-#include "service/error_report.h"
-#include "service/error_reporter.h"
-#include "service/reg_access.h"
-#include "service/version.h"
 
 namespace {
 constexpr const char16_t* kParametersKey =

@@ -7,12 +7,12 @@
 #include <string>
 #include <thread>
 
+#include "base/debug_log.h"
+#include "base/version.h"
 #include "platform/process.h"
 #include "platform/system_error.h"
 #include "platform/thread_id.h"
-#include "service/debug_log.h"
 #include "service/host_registry.h"
-#include "service/version.h"
 
 std::atomic<CNTService*> CNTService::s_instance{nullptr};
 

@@ -5,20 +5,20 @@
 #include <ctime>
 #include <exception>
 
+#include "base/config_settings.h"
+#include "base/debug_log.h"
+#include "base/error_report.h"
+#include "base/error_reporter.h"
+#include "base/reg_access.h"
 #include "engine/memory_reserve.h"
 #include "engine/que_man_list.h"
 #include "engine/rule_set_list.h"
 #include "model/name_value_tree.h"
-#include "service/config_settings.h"
-#include "service/debug_log.h"
-#include "service/error_report.h"
-#include "service/error_reporter.h"
+#include "net/dns_cache_list.h"
+#include "service/info_source_types.h"
 #include "service/nt_service.h"
-#include "service/reg_access.h"
 #include "sources/cache_lists.h"
 #include "sources/info_source.h"
-#include "sources/info_source_types.h"
-#include "sources/net/dns_cache_list.h"
 
 namespace {
 

@@ -7,7 +7,7 @@
 #include <thread>
 #include <vector>
 
-#include "model/quillet_string.h"
+#include "base/quillet_string.h"
 #include "platform/registry.h"
 
 class CConfigSettings;

@@ -1,11 +1,11 @@
 #include "sources/info_source.h"
 
+#include "base/debug_log.h"
+#include "base/reg_access.h"
 #include "engine/que_man_list.h"
 #include "engine/rule_set_list.h"
 #include "model/info_unit.h"
 #include "platform/guid.h"
-#include "service/debug_log.h"
-#include "service/reg_access.h"
 
 namespace {
 
@@ -35,6 +35,7 @@ CInfoSource::CInfoSource(const vt::InfoSourceContext& context, uint32_t flag)
                   context.servicesKeyPath, flag) {
     m_szDataKeyPath = context.dataKeyPath;
     m_pSettings = context.settings;
+    m_pDnsCache = context.dnsCache;
 }
 
 CInfoSource::~CInfoSource() = default;

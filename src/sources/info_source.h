@@ -6,10 +6,11 @@
 #include <memory>
 #include <mutex>
 
-#include "model/quillet_string.h"
+#include "base/quillet_string.h"
 #include "platform/registry.h"
 
 class CConfigSettings;
+class CDNSCacheList;
 class CInfoUnit;
 class CQueManList;
 class CRegAccess;
@@ -21,8 +22,8 @@ namespace vt {
 inline constexpr char16_t kServicesKeyPath[] = u"SOFTWARE\\Quillet\\Vantor\\Agent\\Services";
 inline constexpr char16_t kAgentDataKeyPath[] = u"SOFTWARE\\Quillet\\Vantor\\AgentData";
 
-// What the service manager hands every input it creates. The queue and the settings are
-// borrowed and outlive every source.
+// What the service manager hands every input it creates. The queue, the settings and the host
+// name cache are borrowed and outlive every source (and every thread a source runs on).
 struct InfoSourceContext {
     CQuilletString serviceName;  // "szISName%d"
     uint32_t serviceId = 0;      // the configured type id
@@ -31,6 +32,7 @@ struct InfoSourceContext {
     CQuilletString servicesKeyPath = kServicesKeyPath;
     const CConfigSettings* settings = nullptr;
     CQuilletString dataKeyPath = kAgentDataKeyPath;
+    CDNSCacheList* dnsCache = nullptr;  // null: names are not resolved
 };
 
 }  // namespace vt
@@ -114,6 +116,7 @@ class CInfoSource {
     const CQuilletString& getResource() const noexcept { return m_szResource; }
     const CQuilletString& getSyslogTag() const noexcept { return m_szSyslogTag; }
     const CConfigSettings* getSettings() const noexcept { return m_pSettings; }
+    CDNSCacheList* getDnsCache() const noexcept { return m_pDnsCache; }
 
   protected:
     // Reads the common values of the open key `reg` (all but the two OpenConfig reads);
@@ -145,6 +148,7 @@ class CInfoSource {
     CQuilletString m_szGuid;
     CQuilletString m_szDataKeyPath = vt::kAgentDataKeyPath;
     const CConfigSettings* m_pSettings = nullptr;
+    CDNSCacheList* m_pDnsCache = nullptr;
     CRuleSetListEntry* m_pRuleSet = nullptr;
 
   public:

@@ -3,16 +3,17 @@
 #include <memory>
 #include <string>
 
-#include "actions/action_list.h"
 #include "actions/send_syslog/action_send_syslog.h"
 #include "actions/send_syslog/syslog_message.h"
 #include "actions/send_syslog_test_helper.h"
+#include "base/config_settings.h"
+#include "base/error_report.h"
 #include "common/registry_fixture.h"
+#include "engine/action_list.h"
 #include "engine/timer_queue.h"
+#include "net/ip.h"
 #include "platform/utf_codec.h"
-#include "service/config_settings.h"
-#include "service/error_report.h"
-#include "sources/net/ip.h"
+#include "service/action_type_table.h"
 
 namespace {
 
@@ -29,7 +30,8 @@ class SendSyslogTest : public ::testing::Test {
     CActionListEntry& load(const ActionValues& values, int n = 1) {
         writeActionKey(key(n), values);
         m_entries.push_back(std::make_unique<CActionListEntry>(
-            CQuilletString(u"forward"), CQuilletString(key(n)), 1001, ActionLoadContext{}));
+            CQuilletString(u"forward"), CQuilletString(key(n)), 1001,
+            ActionLoadContext{nullptr, vt::agentActionTypes()}));
         return *m_entries.back();
     }
     static CActionConfigSendSyslog& config(CActionListEntry& entry) {

@@ -6,10 +6,10 @@
 
 #include "actions/send_syslog/syslog_message.h"
 #include "actions/send_syslog_test_helper.h"
+#include "base/error_report.h"
 #include "common/registry_fixture.h"
 #include "model/unit_time.h"
 #include "platform/utf_codec.h"
-#include "service/error_report.h"
 
 namespace {
 

@@ -17,13 +17,14 @@
 #include <thread>
 #include <vector>
 
-#include "actions/action_list.h"
 #include "actions/send_syslog/syslog_message.h"
 #include "actions/send_syslog_test_helper.h"
+#include "base/config_settings.h"
 #include "common/registry_fixture.h"
+#include "engine/action_list.h"
 #include "engine/timer_queue.h"
 #include "platform/utf_codec.h"
-#include "service/config_settings.h"
+#include "service/action_type_table.h"
 
 extern char** environ;
 
@@ -180,7 +181,8 @@ class RsyslogInteropTest : public ::testing::Test {
             writeActionKey(key + u"\\A" + n, actions[i]);
         }
         writeActionKey(key, ruleValues);
-        return std::make_unique<CActionList>(CQuilletString(key), ActionLoadContext{});
+        return std::make_unique<CActionList>(CQuilletString(key),
+                                             ActionLoadContext{nullptr, vt::agentActionTypes()});
     }
     ActionValues target(uint16_t port, uint32_t type, bool compress = false) {
         ActionValues v;

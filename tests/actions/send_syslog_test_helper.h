@@ -11,7 +11,7 @@
 #include <vector>
 
 #include "model/info_unit.h"
-#include "sources/net/win_sock.h"
+#include "net/win_sock.h"
 
 namespace vt::test {
 

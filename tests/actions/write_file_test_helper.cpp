@@ -6,6 +6,7 @@
 #include "model/info_unit_types.h"
 #include "model/unit_time.h"
 #include "platform/utf_codec.h"
+#include "service/action_type_table.h"
 
 namespace vt::test {
 namespace {
@@ -53,8 +54,9 @@ void WriteFileRig::messageLines() {
 
 void WriteFileRig::load() {
     if (!m_pathSet) setString(u"szFilePath", u16(dir()));
-    m_entry = std::make_unique<CActionListEntry>(CQuilletString(u"Write"), CQuilletString(m_key),
-                                                 1003, ActionLoadContext{});
+    m_entry =
+        std::make_unique<CActionListEntry>(CQuilletString(u"Write"), CQuilletString(m_key), 1003,
+                                           ActionLoadContext{nullptr, vt::agentActionTypes()});
     ASSERT_NE(m_entry->getConfig(), nullptr);
     ASSERT_NE(m_entry->getAction(), nullptr);
 }

@@ -5,10 +5,10 @@
 #include <memory>
 #include <string>
 
-#include "actions/action_list.h"
 #include "actions/write_file/write_file_config.h"
+#include "base/config_settings.h"
 #include "common/registry_fixture.h"
-#include "service/config_settings.h"
+#include "engine/action_list.h"
 
 class CInfoUnit;
 

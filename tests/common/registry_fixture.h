@@ -7,8 +7,8 @@
 #include <thread>
 #include <vector>
 
-#include "service/debug_log.h"
-#include "service/error_report.h"
+#include "base/debug_log.h"
+#include "base/error_report.h"
 
 namespace vt::test {
 

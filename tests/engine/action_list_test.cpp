@@ -1,4 +1,4 @@
-#include "actions/action_list.h"
+#include "engine/action_list.h"
 
 #include <gtest/gtest.h>
 
@@ -6,10 +6,11 @@
 #include <utility>
 #include <vector>
 
+#include "base/config_settings.h"
+#include "common/engine_test_helper.h"
 #include "common/registry_fixture.h"
 #include "engine/timer_queue.h"
-#include "engine_test_helper.h"
-#include "service/config_settings.h"
+#include "service/action_type_table.h"
 
 namespace {
 
@@ -21,7 +22,7 @@ class ActionEntryTest : public ::testing::Test {
     CActionListEntry& probe(ProbeMode mode, const char16_t* name = u"probe action") {
         m_entries.push_back(std::make_unique<CActionListEntry>(
             CQuilletString(name), CQuilletString(m_registry.base() + u"\\A1"), kProbeActionType,
-            ActionLoadContext{}));
+            ActionLoadContext{nullptr, vt::agentActionTypes()}));
         CActionListEntry& entry = *m_entries.back();
         probeConfig(entry).mode = static_cast<int>(mode);
         return entry;
@@ -131,11 +132,14 @@ TEST_F(ActionEntryTest, FailedFlagOfEarlierActionIsSeenAgain) {
 
 TEST_F(ActionEntryTest, NopDiscardAndUnknownIds) {
     DebugCapture capture;
-    CActionListEntry nop(CQuilletString("n"), CQuilletString("k"), 0, ActionLoadContext{});
-    CActionListEntry discard(CQuilletString("d"), CQuilletString("k"), 1, ActionLoadContext{});
+    CActionListEntry nop(CQuilletString("n"), CQuilletString("k"), 0,
+                         ActionLoadContext{nullptr, vt::agentActionTypes()});
+    CActionListEntry discard(CQuilletString("d"), CQuilletString("k"), 1,
+                             ActionLoadContext{nullptr, vt::agentActionTypes()});
     CActionListEntry unassigned(CQuilletString("u"), CQuilletString("k"), 1005,
-                                ActionLoadContext{});
-    CActionListEntry notLanded(CQuilletString("w"), CQuilletString("k"), 1025, ActionLoadContext{});
+                                ActionLoadContext{nullptr, vt::agentActionTypes()});
+    CActionListEntry notLanded(CQuilletString("w"), CQuilletString("k"), 1025,
+                               ActionLoadContext{nullptr, vt::agentActionTypes()});
     const std::string log = capture.text();
     EXPECT_NE(log.find("Error Event 1025 logged with data 'We have a NOP action in our rule set - "
                        "is the config invalid?'"),
@@ -181,7 +185,8 @@ TEST_F(ActionEntryTest, ListLoadsEntriesInOrder) {
     regSetString(rule, u"szActionName1", u"first");
     regSetDword(rule, u"nActionType3", 1);
     regSetString(rule + u"\\A1", u"szTag", u"t1");
-    CActionList list(CQuilletString(std::u16string_view(rule)), ActionLoadContext{});
+    CActionList list(CQuilletString(std::u16string_view(rule)),
+                     ActionLoadContext{nullptr, vt::agentActionTypes()});
     ASSERT_EQ(list.count(), 3u);
     auto* a1 = static_cast<CActionListEntry*>(list.next(nullptr));
     auto* a2 = static_cast<CActionListEntry*>(list.next(a1));
@@ -199,7 +204,8 @@ TEST_F(ActionEntryTest, ListLoadsEntriesInOrder) {
 }
 
 TEST_F(ActionEntryTest, EmptyListIsTrue) {
-    CActionList list(CQuilletString(m_registry.base() + u"\\NoSuchRule"), ActionLoadContext{});
+    CActionList list(CQuilletString(m_registry.base() + u"\\NoSuchRule"),
+                     ActionLoadContext{nullptr, vt::agentActionTypes()});
     EXPECT_EQ(list.count(), 0u);
     EXPECT_TRUE(list.execute(*m_unit, *m_settings));
 }

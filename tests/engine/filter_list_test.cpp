@@ -4,12 +4,12 @@
 
 #include <functional>
 
+#include "base/config_settings.h"
+#include "common/engine_test_helper.h"
 #include "common/registry_fixture.h"
 #include "engine/status_table.h"
-#include "engine_test_helper.h"
 #include "model/info_unit_types.h"
 #include "platform/registry.h"
-#include "service/config_settings.h"
 
 namespace {
 

@@ -7,13 +7,13 @@
 #include <condition_variable>
 #include <thread>
 
+#include "base/config_settings.h"
+#include "base/error_report.h"
+#include "common/engine_test_helper.h"
 #include "common/registry_fixture.h"
 #include "engine/memory_reserve.h"
 #include "engine/rule_set_list.h"
-#include "engine_test_helper.h"
 #include "model/info_unit_types.h"
-#include "service/config_settings.h"
-#include "service/error_report.h"
 
 namespace {
 

@@ -6,10 +6,11 @@
 #include <cstdlib>
 #include <new>
 
+#include "base/config_settings.h"
+#include "common/engine_test_helper.h"
 #include "common/registry_fixture.h"
 #include "engine/rule_set_list.h"
-#include "engine_test_helper.h"
-#include "service/config_settings.h"
+#include "service/action_type_table.h"
 
 #if defined(__has_feature)
 #if __has_feature(thread_sanitizer) || __has_feature(address_sanitizer)
@@ -70,7 +71,7 @@ TEST(RuleAllocationTest, ProcessingAUnitDoesNotAllocate) {
         regSetString(f1, u"PropertyValue", r % 2 ? u"not in the message" : u"99");
     }
     CRuleSetListEntry ruleSet(CQuilletString("set"), CQuilletString(std::u16string_view(set)),
-                              ActionLoadContext{});
+                              ActionLoadContext{nullptr, vt::agentActionTypes()});
     ASSERT_EQ(ruleSet.getRuleList().getRuleCount(), 10);
     auto settings = makeSettings();
     auto unit = makeSyslogUnit(u"an ordinary message");

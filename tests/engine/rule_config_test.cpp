@@ -4,12 +4,13 @@
 #include <variant>
 #include <vector>
 
+#include "base/config_settings.h"
+#include "common/engine_test_helper.h"
 #include "common/registry_fixture.h"
 #include "engine/que_man_list.h"
 #include "engine/rule_set_list.h"
-#include "engine_test_helper.h"
 #include "model/info_unit_types.h"
-#include "service/config_settings.h"
+#include "service/action_type_table.h"
 
 namespace {
 
@@ -73,12 +74,10 @@ class RuleConfigTest : public ::testing::Test {
                 else
                     regSetString(path, v.name, std::get<const char16_t*>(v.value));
             }
-        processRuleSetList().unload();
-        ASSERT_EQ(loadAgentRuleSets(), 2u);
-        m_main = processRuleSetList().findRuleSet(u"Main");
+        ASSERT_EQ(loadAgentRuleSets(m_ruleSets), 2u);
+        m_main = m_ruleSets.findRuleSet(u"Main");
         ASSERT_NE(m_main, nullptr);
     }
-    void TearDown() override { processRuleSetList().unload(); }
 
     std::string route(std::u16string_view msg, int priority) {
         auto unit = makeSyslogUnit(msg);
@@ -89,12 +88,13 @@ class RuleConfigTest : public ::testing::Test {
 
     ScopedRegistry m_registry;
     ProbeActionType m_probeType;
+    CRuleSetList m_ruleSets{vt::agentActionTypes()};
     std::unique_ptr<CConfigSettings> m_settings = makeSettings();
     CRuleSetListEntry* m_main = nullptr;
 };
 
 TEST_F(RuleConfigTest, LoadsBothRuleSets) {
-    CRuleSetList& list = processRuleSetList();
+    CRuleSetList& list = m_ruleSets;
     EXPECT_EQ(list.getLoadedVersion(), 7);
     CRuleSetListEntry* alerts = list.findRuleSet(u"Alerts");
     ASSERT_NE(alerts, nullptr);
@@ -104,7 +104,7 @@ TEST_F(RuleConfigTest, LoadsBothRuleSets) {
     EXPECT_EQ(alerts->getRuleSetNumber(), 2);
     EXPECT_EQ(alerts->getRuleVersion(), -1);
     // An unchanged version does not reload: the rule set objects stay the same.
-    EXPECT_EQ(loadAgentRuleSets(), 2u);
+    EXPECT_EQ(loadAgentRuleSets(m_ruleSets), 2u);
     EXPECT_EQ(list.findRuleSet(u"Main"), m_main);
 }
 
@@ -151,7 +151,7 @@ TEST_F(RuleConfigTest, CallToMissingRuleSetIsReportedUntilFound) {
     regSetString(key, u"szRuleSet", u"Later");
     CRuleSetList ruleSets;
     CActionListEntry call(CQuilletString("call"), CQuilletString(std::u16string_view(key)), 1014,
-                          ActionLoadContext{&ruleSets});
+                          ActionLoadContext{&ruleSets, vt::agentActionTypes()});
     auto unit = makeSyslogUnit(u"m");
     {
         DebugCapture capture;
@@ -182,7 +182,7 @@ TEST_F(RuleConfigTest, SelfCallIsCutOff) {
     loopSet->getRuleList().add(std::make_unique<CRuleListEntry>(
         RuleFiringSettings{}, nullptr,
         std::make_unique<CActionList>(CQuilletString(m_registry.base() + u"\\R1"),
-                                      ActionLoadContext{&ruleSets})));
+                                      ActionLoadContext{&ruleSets, vt::agentActionTypes()})));
     auto unit = makeSyslogUnit(u"m");
     DebugCapture capture;
     EXPECT_TRUE(loopSet->getRuleList().process(*unit, *m_settings));

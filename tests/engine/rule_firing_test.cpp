@@ -2,9 +2,9 @@
 
 #include <vector>
 
+#include "base/config_settings.h"
+#include "common/engine_test_helper.h"
 #include "engine/rule_set_list.h"
-#include "engine_test_helper.h"
-#include "service/config_settings.h"
 
 namespace {
 

@@ -1,9 +1,10 @@
 #include <gtest/gtest.h>
 
+#include "base/config_settings.h"
+#include "common/engine_test_helper.h"
 #include "common/registry_fixture.h"
 #include "engine/rule_set_list.h"
-#include "engine_test_helper.h"
-#include "service/config_settings.h"
+#include "service/action_type_table.h"
 
 namespace {
 
@@ -28,7 +29,8 @@ TEST(RuleLoadTest, ReadsFiringSettingsAndKeepsOlderValues) {
     regSetDword(v2, u"nGlobalCondProperty", 1);
     regSetString(v2, u"szGlobalCondProperty", u"host");
 
-    CRuleListEntry first(CQuilletString(std::u16string_view(v1)), ActionLoadContext{});
+    CRuleListEntry first(CQuilletString(std::u16string_view(v1)),
+                         ActionLoadContext{nullptr, vt::agentActionTypes()});
     EXPECT_EQ(first.getFiring().threatNotFoundFilters, 1);
     EXPECT_EQ(first.getFilters().getIgnoreUnknown(), 1);
     EXPECT_EQ(first.getFiring().occurrencesCount, 3);
@@ -42,7 +44,8 @@ TEST(RuleLoadTest, ReadsFiringSettingsAndKeepsOlderValues) {
     EXPECT_EQ(first.getLegacy().timeEnd, 86399);
     EXPECT_EQ(first.getLegacy().charEnd, -1);
 
-    CRuleListEntry second(CQuilletString(std::u16string_view(v2)), ActionLoadContext{});
+    CRuleListEntry second(CQuilletString(std::u16string_view(v2)),
+                          ActionLoadContext{nullptr, vt::agentActionTypes()});
     EXPECT_EQ(second.getFiring().threatNotFoundFilters, 0);  // read, default 0
     EXPECT_EQ(second.getFiring().globalCondProperty, 1);
     EXPECT_EQ(second.getFiring().globalCondPropertyName, u"host");

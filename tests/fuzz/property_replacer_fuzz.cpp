@@ -6,9 +6,9 @@
 #include <cstdlib>
 #include <string>
 
+#include "base/quillet_string.h"
 #include "model/info_unit_types.h"
 #include "model/property_replacer.h"
-#include "model/quillet_string.h"
 
 namespace {
 std::u16string units(const uint8_t* data, size_t size) {
@@ -37,7 +37,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     if (templ.find(u'%') == std::u16string::npos && out != templ) std::abort();
 
     CQuilletString s(templ);
-    s.replaceProperties(nullptr);
+    vt::replaceProperties(s, nullptr);
     s.getStringA();
     return 0;
 }

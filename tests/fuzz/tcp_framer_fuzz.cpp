@@ -7,7 +7,7 @@
 #include <string>
 #include <vector>
 
-#include "sources/net/tcp_framer.h"
+#include "net/tcp_framer.h"
 
 namespace {
 struct Collect : vt::ITcpMessageSink {

@@ -7,12 +7,12 @@
 #include <string>
 #include <thread>
 
+#include "base/error_report.h"
 #include "common/registry_fixture.h"
 #include "model/concat.h"
 #include "model/info_unit_types.h"
 #include "model/unit_time.h"
 #include "platform/utf_codec.h"
-#include "service/error_report.h"
 
 namespace {
 

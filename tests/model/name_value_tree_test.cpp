@@ -5,12 +5,12 @@
 #include <thread>
 #include <vector>
 
+#include "base/error_report.h"
 #include "common/registry_fixture.h"
 #include "model/concat.h"
 #include "model/linked_list.h"
 #include "model/property_names.h"
 #include "model/unit_time.h"
-#include "service/error_report.h"
 
 namespace {
 

@@ -5,9 +5,9 @@
 #include <string>
 #include <vector>
 
+#include "base/quillet_string.h"
 #include "model/concat.h"
 #include "model/info_unit.h"
-#include "model/quillet_string.h"
 #include "platform/utf_codec.h"
 
 namespace {
@@ -228,7 +228,7 @@ TEST(ReplacerString, ReplacesInPlaceAndDropsNarrowCache) {
     unit.setMsg(u"hello");
     CQuilletString s(u"<%msg:1:4%>");
     EXPECT_STREQ(s.getStringA(), "<%msg:1:4%>");
-    s.replaceProperties(&unit);
+    vt::replaceProperties(s, &unit);
     EXPECT_STREQ(s.getStringA(), "<hell>");
 }
 

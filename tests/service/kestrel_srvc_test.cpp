@@ -8,12 +8,12 @@
 #include <string>
 #include <vector>
 
+#include "base/config_settings.h"
+#include "base/reg_access.h"
 #include "common/registry_fixture.h"
+#include "common/service_fixture_helper.h"
 #include "platform/registry.h"
 #include "platform/system_error.h"
-#include "service/config_settings.h"
-#include "service/reg_access.h"
-#include "service/service_fixture_helper.h"
 
 namespace {
 using vt::test::DebugLogScope;

@@ -6,9 +6,9 @@
 #include <string>
 #include <vector>
 
+#include "base/error_reporter.h"
+#include "common/service_fixture_helper.h"
 #include "platform/system_error.h"
-#include "service/error_reporter.h"
-#include "service/service_fixture_helper.h"
 
 namespace {
 using vt::test::DebugCapture;

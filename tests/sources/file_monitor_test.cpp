@@ -9,10 +9,10 @@
 #include <vector>
 
 #include "../common/registry_fixture.h"
+#include "base/reg_access.h"
 #include "model/info_unit_types.h"
 #include "platform/utf_codec.h"
-#include "service/reg_access.h"
-#include "sources/info_source_types.h"
+#include "service/info_source_types.h"
 
 namespace vt::test {
 namespace {

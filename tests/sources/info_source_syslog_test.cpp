@@ -6,15 +6,15 @@
 #include <memory>
 #include <thread>
 
+#include "base/config_settings.h"
+#include "base/reg_access.h"
 #include "common/registry_fixture.h"
 #include "engine/que_man_list.h"
 #include "model/info_unit_types.h"
+#include "net/win_sock.h"
 #include "platform/socket_api.h"
 #include "platform/utf_codec.h"
-#include "service/config_settings.h"
-#include "service/reg_access.h"
-#include "sources/info_source_types.h"
-#include "sources/net/win_sock.h"
+#include "service/info_source_types.h"
 #include "sources/syslog/syslog_splitter.h"
 
 namespace {

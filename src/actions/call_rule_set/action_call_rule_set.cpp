@@ -2,9 +2,9 @@
 
 #include <cstdio>
 
+#include "base/debug_log.h"
+#include "base/error_reporter.h"
 #include "engine/rule_set_list.h"
-#include "service/debug_log.h"
-#include "service/error_reporter.h"
 
 namespace {
 thread_local int t_callDepth = 0;

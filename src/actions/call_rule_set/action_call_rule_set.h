@@ -1,8 +1,8 @@
 #pragma once
 #include <atomic>
 
-#include "actions/action_config.h"
-#include "actions/action_types.h"
+#include "engine/action_config.h"
+#include "engine/action_types.h"
 
 class CRuleSetList;
 class CRuleSetListEntry;

@@ -1,7 +1,7 @@
 #include "actions/send_syslog/action_config_send_syslog.h"
 
-#include "service/debug_log.h"
-#include "sources/net/ip.h"
+#include "base/debug_log.h"
+#include "net/ip.h"
 
 namespace {
 void replaceAll(std::u16string& text, std::u16string_view from, std::u16string_view to) {

@@ -1,9 +1,9 @@
 #pragma once
 #include <cstdint>
 
-#include "actions/action_config.h"
 #include "actions/send_syslog/syslog_client.h"
-#include "model/quillet_string.h"
+#include "base/quillet_string.h"
+#include "engine/action_config.h"
 
 // Settings of the forward-syslog action, read once from the action's key, and the connection
 // to the server (run-time state, touched only under the action's lock: by doAction and by the

@@ -1,13 +1,14 @@
 #include "actions/send_syslog/action_send_syslog.h"
 
+#include "base/debug_log.h"
 #include "model/info_unit.h"
-#include "service/debug_log.h"
+#include "model/property_replacer.h"
 
 CQuilletString CActionSendSyslog::messageText(const CActionConfigSendSyslog& config,
                                               const CInfoUnit& unit) {
     if (config.m_bReportInXML) return unit.toXML();
     CQuilletString text(config.m_szMessageFormat);
-    text.replaceProperties(&unit);
+    vt::replaceProperties(text, &unit);
     return text;
 }
 

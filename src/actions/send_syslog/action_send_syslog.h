@@ -1,6 +1,6 @@
 #pragma once
-#include "actions/action_config.h"
 #include "actions/send_syslog/action_config_send_syslog.h"
+#include "engine/action_config.h"
 
 // Forwards each unit as one syslog message: the expanded "szMessageFormat" (or the unit's XML
 // form) goes to the settings' client, and the idle timer is armed again afterwards.

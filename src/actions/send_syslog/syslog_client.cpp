@@ -3,9 +3,9 @@
 #include <cstdarg>
 #include <cstdio>
 
-#include "service/debug_log.h"
-#include "service/error_report.h"
-#include "service/error_reporter.h"
+#include "base/debug_log.h"
+#include "base/error_report.h"
+#include "base/error_reporter.h"
 
 using vt::SyslogTransport;
 

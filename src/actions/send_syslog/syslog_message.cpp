@@ -4,10 +4,10 @@
 
 #include <cstdio>
 
+#include "base/debug_log.h"
 #include "model/info_unit.h"
 #include "model/unit_time.h"
 #include "platform/charset_codec.h"
-#include "service/debug_log.h"
 
 namespace vt {
 namespace {

@@ -3,10 +3,10 @@
 #include <cstdio>
 
 #include "actions/write_file/write_file_format.h"
+#include "base/debug_log.h"
+#include "base/error_reporter.h"
 #include "model/info_unit.h"
 #include "platform/text_codec.h"
-#include "service/debug_log.h"
-#include "service/error_reporter.h"
 
 void CActionRelaylogV3FlatFile::doAction(CInfoUnit& unit, CConfigSettings& /*settings*/,
                                          CActionListEntry& /*entry*/) {

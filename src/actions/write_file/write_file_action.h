@@ -1,8 +1,8 @@
 #pragma once
 #include <string>
 
-#include "actions/action_config.h"
 #include "actions/write_file/write_file_config.h"
+#include "engine/action_config.h"
 
 // Appends one line per unit to the action's file, in the line format the settings choose.
 class CActionRelaylogV3FlatFile : public CAction {

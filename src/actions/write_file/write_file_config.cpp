@@ -3,10 +3,10 @@
 #include <limits>
 
 #include "actions/write_file/write_file_format.h"
+#include "base/debug_log.h"
 #include "model/info_unit.h"
 #include "model/unit_time.h"
 #include "platform/utf_codec.h"
-#include "service/debug_log.h"
 
 namespace {
 

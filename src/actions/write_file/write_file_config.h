@@ -3,7 +3,7 @@
 #include <string>
 #include <string_view>
 
-#include "actions/action_config.h"
+#include "engine/action_config.h"
 #include "platform/append_file.h"
 
 class CInfoUnit;

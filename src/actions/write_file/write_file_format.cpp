@@ -3,12 +3,12 @@
 #include <cstdio>
 #include <ctime>
 
+#include "base/error_report.h"
 #include "model/info_unit.h"
 #include "model/property_replacer.h"
 #include "model/unit_time.h"
 #include "platform/local_time.h"
 #include "platform/text_codec.h"
-#include "service/error_report.h"
 
 namespace vt {
 namespace {

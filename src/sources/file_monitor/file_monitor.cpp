@@ -4,12 +4,12 @@
 #include <chrono>
 #include <ctime>
 
+#include "base/debug_log.h"
+#include "base/error_reporter.h"
+#include "base/reg_access.h"
 #include "model/info_unit_types.h"
 #include "platform/local_time.h"
 #include "platform/utf_codec.h"
-#include "service/debug_log.h"
-#include "service/error_reporter.h"
-#include "service/reg_access.h"
 
 namespace {
 

@@ -4,7 +4,7 @@
 #include <string>
 #include <vector>
 
-#include "model/quillet_string.h"
+#include "base/quillet_string.h"
 #include "platform/file_access.h"
 #include "sources/file_monitor/file_monitor_text.h"
 #include "sources/info_source.h"

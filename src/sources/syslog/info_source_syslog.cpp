@@ -2,14 +2,13 @@
 
 #include <memory>
 
+#include "base/debug_log.h"
+#include "base/error_report.h"
+#include "base/error_reporter.h"
+#include "base/reg_access.h"
 #include "model/info_unit_types.h"
+#include "net/dns_cache_list.h"
 #include "platform/utf_codec.h"
-#include "service/debug_log.h"
-#include "service/error_report.h"
-#include "service/error_reporter.h"
-#include "service/reg_access.h"
-#include "service/service_manager.h"
-#include "sources/net/dns_cache_list.h"
 #include "sources/syslog/syslog_splitter.h"
 
 namespace {
@@ -163,7 +162,7 @@ void CInfoSourceSyslog::OnReceive(const CTcpConnection& connection, std::string_
 std::string CInfoSourceSyslog::senderText(const CIPAddress& address,
                                           const std::string& numeric) const {
     if (m_nResolveNames == 1) {
-        if (CDNSCacheList* cache = vt::processDNSCache()) return cache->hostName(address);
+        if (CDNSCacheList* cache = getDnsCache()) return cache->hostName(address);
     }
     return numeric.empty() ? address.toText() : numeric;
 }

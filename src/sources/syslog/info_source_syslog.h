@@ -3,8 +3,8 @@
 #include <string>
 #include <string_view>
 
+#include "net/tcp_server.h"
 #include "sources/info_source.h"
-#include "sources/net/tcp_server.h"
 #include "sources/syslog/syslog_server.h"
 
 class CInfoUnitSyslog;

@@ -2,7 +2,7 @@
 #include <cstdint>
 #include <string_view>
 
-#include "sources/net/udp_server.h"
+#include "net/udp_server.h"
 #include "sources/syslog/syslog_splitter.h"
 
 namespace vt {

@@ -2,9 +2,9 @@
 
 #include <ctime>
 
+#include "base/debug_log.h"
 #include "platform/local_time.h"
 #include "platform/utf_codec.h"
-#include "service/debug_log.h"
 
 namespace vt {
 namespace {

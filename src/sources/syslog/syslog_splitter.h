@@ -2,7 +2,7 @@
 #include <cstdint>
 #include <string_view>
 
-#include "model/quillet_string.h"
+#include "base/quillet_string.h"
 
 namespace vt {
 

@@ -1,0 +1,34 @@
+#include "service/action_type_table.h"
+
+#include "actions/call_rule_set/action_call_rule_set.h"
+#include "actions/send_syslog/action_send_syslog.h"
+#include "actions/write_file/write_file_action.h"
+#include "actions/write_file/write_file_config.h"
+#include "engine/action_config.h"
+
+namespace vt {
+namespace {
+
+// Each action issue adds its row here; an id without a row is an unknown id (reported at load,
+// skipped at run time). Ids and names are what stored configurations contain:
+//   1000 ODBC database, 1001 forward syslog, 1002 send mail, 1003 write file,
+//   1007 event log, 1008 net send, 1009 start a program, 1011 agent transfer protocol,
+//   1012 set property, 1013 set status, 1014 call rule set, 1015 post-process,
+//   1016 play sound, 1017 serial port, 1021 SNMP trap, 1022 control service,
+//   1023 compute variable, 1024 HTTP request, 1025 OLE DB, 1026 resolve host name.
+const ActionType kActionTypes[] = {
+    {1001, "SendSyslog", &makeActionConfig<CActionConfigSendSyslog>,
+     &makeAction<CActionConfigSendSyslog, CActionSendSyslog>},
+    {1003, "WriteFile", &makeActionConfig<CActionConfigWriteFile>,
+     &makeAction<CActionConfigWriteFile, CActionRelaylogV3FlatFile>},
+    {1014, "CallRuleSet", &makeActionConfig<CActionConfigCallRuleSet>,
+     &makeAction<CActionConfigCallRuleSet, CActionCallRuleSet>},
+};
+
+}  // namespace
+
+std::span<const ActionType> agentActionTypes() noexcept {
+    return kActionTypes;
+}
+
+}  // namespace vt

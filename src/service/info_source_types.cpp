@@ -1,0 +1,72 @@
+#include "service/info_source_types.h"
+
+#include <map>
+#include <mutex>
+
+#include "sources/file_monitor/file_monitor.h"
+#include "sources/syslog/info_source_syslog.h"
+
+namespace vt {
+namespace {
+
+// The agent's input types: the ids stored configurations contain. Each input issue puts its
+// factory into its row (makeInfoSource<CInfoSource...>); a row without one is an input this
+// build does not have yet.
+const InfoSourceType kInfoSourceTypes[] = {
+    {1, "CInfoSourceSyslog", makeInfoSource<CInfoSourceSyslog>},
+    {2, "CInfoSourceHeartbeat", nullptr},
+    {3, "CInfoSourceNTEventReport", nullptr},
+    {4, "CInfoSourceSNMPTrap", nullptr},
+    {5, "CInfoSourceFileMonitor", makeInfoSource<CInfoSourceFileMonitor>},
+    {8, "CInfoSourcePingProbe", nullptr},
+    {9, "CInfoSourcePortProbe", nullptr},
+    {10, "CInfoSourceNTServiceMonitor", nullptr},
+    {11, "CInfoSourceDiskSpaceMonitor", nullptr},
+    {12, "CInfoSourceDBMonitor", nullptr},
+    {13, "CInfoSourceSerialMonitor", nullptr},
+    {14, "CInfoSourceCPUMonitor", nullptr},
+    {16, "CInfoSourceAliveMonRequest", nullptr},
+    {17, "CInfoSourceSMTPProbe", nullptr},
+    {18, "CInfoSourceFTPProbe", nullptr},
+    {19, "CInfoSourceHTTPProbe", nullptr},
+    {20, "CInfoSourcePOP3Probe", nullptr},
+    {21, "CInfoSourceIMAPProbe", nullptr},
+    {22, "CInfoSourceNNTPProbe", nullptr},
+    {23, "CInfoSourceWevtMonitor", nullptr},
+    {1999998, "CInfoSourceAliveMonEcho", nullptr},
+    {1999999, "CInfoSourceVTRP", nullptr},
+};
+
+std::mutex& extraLock() {
+    static std::mutex lock;
+    return lock;
+}
+std::map<uint32_t, InfoSourceType>& extraTypes() {
+    static std::map<uint32_t, InfoSourceType> types;
+    return types;
+}
+
+}  // namespace
+
+const InfoSourceType* findInfoSourceType(uint32_t id) noexcept {
+    {
+        std::lock_guard lock(extraLock());
+        auto it = extraTypes().find(id);
+        if (it != extraTypes().end()) return &it->second;
+    }
+    for (const InfoSourceType& type : kInfoSourceTypes)
+        if (type.id == id) return &type;
+    return nullptr;
+}
+
+ScopedInfoSourceType::ScopedInfoSourceType(const InfoSourceType& type) : m_id(type.id) {
+    std::lock_guard lock(extraLock());
+    extraTypes()[type.id] = type;
+}
+
+ScopedInfoSourceType::~ScopedInfoSourceType() {
+    std::lock_guard lock(extraLock());
+    extraTypes().erase(m_id);
+}
+
+}  // namespace vt

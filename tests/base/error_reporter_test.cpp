@@ -1,0 +1,260 @@
+#include "base/error_reporter.h"
+
+#include <gtest/gtest.h>
+
+#include <cstdlib>
+#include <filesystem>
+#include <regex>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "base/debug_log.h"
+#include "common/service_fixture_helper.h"
+#include "platform/process.h"
+
+namespace {
+using vt::ClockMinute;
+using vt::EventThrottle;
+using vt::test::DebugCapture;
+using vt::test::fileIn;
+using vt::test::SyslogSink;
+using vt::test::TempDir;
+
+// Feeds `count` events at one clock time; returns how many were admitted and how many closed
+// the burst.
+struct Outcome {
+    int admitted = 0;
+    int closed = 0;
+};
+Outcome feed(EventThrottle& throttle, ClockMinute at, int count) {
+    Outcome o;
+    for (int i = 0; i < count; ++i) {
+        if (!throttle.admit(at)) continue;
+        ++o.admitted;
+        if (throttle.closeBurstIfFull(at)) ++o.closed;
+    }
+    return o;
+}
+
+TEST(EventThrottle, HundredEventsInAMinuteSilenceTheRestOfTheHour) {
+    EventThrottle throttle;
+    const Outcome burst = feed(throttle, {10, 5}, 100);
+    EXPECT_EQ(burst.admitted, 100);
+    EXPECT_EQ(burst.closed, 1);
+    EXPECT_FALSE(throttle.enabled());
+    EXPECT_EQ(feed(throttle, {10, 6}, 5).admitted, 0);
+    EXPECT_EQ(feed(throttle, {10, 59}, 5).admitted, 0);
+    // The first event of another hour starts a new burst.
+    const Outcome later = feed(throttle, {11, 0}, 99);
+    EXPECT_EQ(later.admitted, 99);
+    EXPECT_EQ(later.closed, 0);
+    EXPECT_TRUE(throttle.enabled());
+}
+
+// 99 events at 8:30, then one more: at 8:29 (the stored minute equals the current one plus one)
+// it counts and closes the burst; at 8:31 it does not count but starts a new burst.
+TEST(EventThrottle, BurstCountsOnlyItsOwnMinuteAndTheMinuteBefore) {
+    for (const auto& [last, closes] : {std::pair{ClockMinute{8, 29}, true}, {{8, 31}, false}}) {
+        EventThrottle throttle;
+        const Outcome first = feed(throttle, {8, 30}, 99);
+        EXPECT_EQ(first.admitted, 99);
+        EXPECT_EQ(first.closed, 0);
+        const Outcome o = feed(throttle, last, 1);
+        EXPECT_EQ(o.admitted, 1);
+        EXPECT_EQ(o.closed, closes ? 1 : 0) << last.minute;
+    }
+}
+
+TEST(EventThrottle, NewBurstCountsFromOneAfterAGap) {
+    EventThrottle throttle;
+    EXPECT_EQ(feed(throttle, {9, 10}, 60).closed, 0);
+    EXPECT_EQ(feed(throttle, {9, 40}, 99).closed, 0);
+    EXPECT_EQ(feed(throttle, {9, 40}, 1).closed, 1);
+    // A burst that starts at 9:59 silences only until 10:00.
+    EXPECT_EQ(feed(throttle, {9, 59}, 3).admitted, 0);
+    EXPECT_EQ(feed(throttle, {10, 0}, 1).admitted, 1);
+}
+
+TEST(SyslogDatagram, CarriesPriorityTagIdAndTexts) {
+    std::tm t{};
+    t.tm_mon = 10;
+    t.tm_mday = 2;
+    t.tm_hour = 7;
+    t.tm_min = 5;
+    t.tm_sec = 9;
+    struct Case {
+        vt::EventType type;
+        const char* second;
+        bool hasSecond;
+        const char* expected;
+    } cases[] = {
+        {vt::EventType::error, "", false, "<27>Nov  2 07:05:09 Tag[42]: [114] first"},
+        {vt::EventType::warning, "more", true, "<28>Nov  2 07:05:09 Tag[42]: [114] first | more"},
+        {vt::EventType::information, "", true, "<30>Nov  2 07:05:09 Tag[42]: [114] first | "},
+    };
+    for (const Case& c : cases)
+        EXPECT_EQ(
+            vt::syslogEventDatagram("Tag", c.type, 114, "first", c.second, c.hasSecond, t, 42),
+            c.expected);
+}
+
+class ReporterTest : public ::testing::Test {
+  protected:
+    void SetUp() override {
+        vt::resetEventReporterThrottle();
+        vt::setEventReporterClock([this] { return now; });
+        vt::setEventlogWarningsSetting(-1);
+    }
+    void TearDown() override {
+        vt::setEventReporterClock(nullptr);
+        vt::resetEventReporterThrottle();
+        vt::setEventlogWarningsSetting(-1);
+    }
+    TempDir dir;
+    ClockMinute now{10, 59};
+};
+
+// The wrapper's line goes to the debug log whatever happens to the event.
+TEST_F(ReporterTest, WrappersWriteTheirDebugLines) {
+    DebugCapture log(vt::DBG_ERROR | vt::DBG_ULTRA);
+    SyslogSink sink(fileIn(dir, "sock"));
+    vt::setEventlogWarningsSetting(0);
+    vt::reportError(114, "Test::Error", "bad thing");
+    vt::reportWarning(1044, "Test::Warning", "odd thing");
+    vt::reportInformation(130, "Test::Info", "fine thing");
+    const std::string text = log.raw();
+    EXPECT_NE(text.find("| Error\t| Error Event 114 logged with data 'bad thing'.\r\n"),
+              std::string::npos);
+    EXPECT_NE(text.find("| Error\t| Warning Event 1044 logged with data 'odd thing'.\r\n"),
+              std::string::npos);
+    EXPECT_NE(text.find("| Ultra\t| Information Event 130 logged with data 'fine thing'.\r\n"),
+              std::string::npos);
+    EXPECT_EQ(text.find("Test::"), std::string::npos) << "the caller tag is not written";
+}
+
+TEST_F(ReporterTest, SystemExceptionReportWritesItsLinesAndAsksForTheHandler) {
+    DebugCapture log(vt::DBG_ERROR);
+    vt::SystemExceptionDetails access;
+    access.address = 0x401000;
+    access.hasAccessDetails = true;
+    access.accessKind = 1;
+    access.accessAddress = 0x10;
+    EXPECT_EQ(vt::reportSystemException(vt::kExceptionAccessViolation, "CWorker", "Run",
+                                        vt::kNoEvent, access),
+              vt::kExceptionExecuteHandler);
+    vt::SystemExceptionDetails other;
+    other.address = 0x1234;
+    other.hasAccessDetails = true;  // ignored: not an access violation
+    vt::reportSystemException(0xC0000094, "CWorker", "Divide", vt::kNoEvent, other);
+    const std::string text = log.text();
+    for (const char* line :
+         {"CWorker| Run: System Exception caught, Code '0xc0000005'\r\n",
+          "CWorker| Run: System Exception Details - ExceptionAddress='0x401000'\r\n",
+          "CWorker| Run: System Exception Details - Parameter1='0x1', Parameter2='0x10'\r\n",
+          "CWorker| Divide: System Exception caught, Code '0xc0000094'\r\n",
+          "CWorker| Divide: System Exception Details - ExceptionAddress='0x1234'\r\n"})
+        EXPECT_NE(text.find(line), std::string::npos) << line;
+    EXPECT_EQ(text.find("Divide: System Exception Details - Parameter1"), std::string::npos);
+    EXPECT_EQ(text.find("Event"), std::string::npos) << "event id -1 reports no event";
+}
+
+#ifndef _WIN32
+// Strips the "<PRI>Mmm dd hh:mm:ss " header and checks the tag; returns "<PRI>|<message>".
+std::string shapeOf(const std::string& datagram) {
+    static const std::regex header(
+        R"(<(\d+)>[A-Z][a-z]{2} [ \d]\d \d{2}:\d{2}:\d{2} QuilletVantoreAgent\[\d+\]: ([\s\S]*))");
+    std::smatch m;
+    if (!std::regex_match(datagram, m, header)) return "malformed: " + datagram;
+    return "<" + m[1].str() + ">|" + m[2].str();
+}
+
+TEST_F(ReporterTest, EventsReachTheSyslogSocketWithSeverityAndText) {
+    SyslogSink sink(fileIn(dir, "sock"));
+    vt::reportError(114, "T", "engine failed", "details here");
+    vt::reportWarning(1036, "T", "input restarted");
+    vt::reportInformation(100, "T", "QuilletVantoreAgent");
+    vt::setEventlogWarningsSetting(0);
+    vt::reportWarning(1044, "T", "not sent: warnings are off");
+    vt::setEventlogWarningsSetting(1);
+    vt::reportWarning(1045, "T", "sent: warnings are on");
+    const auto got = sink.take(4);
+    ASSERT_EQ(got.size(), 4u);
+    EXPECT_EQ(shapeOf(got[0]), "<27>|[114] engine failed | details here");
+    EXPECT_EQ(shapeOf(got[1]), "<28>|[1036] input restarted");
+    EXPECT_EQ(shapeOf(got[2]), "<30>|[100] QuilletVantoreAgent");
+    EXPECT_EQ(shapeOf(got[3]), "<28>|[1045] sent: warnings are on");
+}
+
+// 100 errors at 10:59: the 100th is followed by event 151, then nothing until 11:00.
+TEST_F(ReporterTest, BurstEndsWithEvent151AndSilenceUntilTheNextHour) {
+    DebugCapture log(vt::DBG_ULTRA);
+    SyslogSink sink(fileIn(dir, "sock"));
+    for (int i = 1; i <= 100; ++i) vt::reportError(114, "T", "event " + std::to_string(i));
+    vt::reportError(114, "T", "dropped at 10:59");
+    now = {11, 0};
+    vt::reportError(114, "T", "first of 11:00");
+    const auto got = sink.take(102);
+    ASSERT_EQ(got.size(), 102u);
+    EXPECT_EQ(shapeOf(got[99]), "<27>|[114] event 100");
+    EXPECT_EQ(shapeOf(got[100]),
+              "<27>|[151] Numerous runtime events were encountered .\r\nThis is usually caused by "
+              "configuration or network problems.\r\nFrom now, there will no more events logged "
+              "for this hour.");
+    EXPECT_EQ(shapeOf(got[101]), "<27>|[114] first of 11:00");
+    EXPECT_NE(log.text().find("A Event was not logged, internal EventLogging is disabled for "
+                              "one hour\r\n"),
+              std::string::npos);
+}
+
+TEST_F(ReporterTest, UnreachableSocketIsAFailedRegistration) {
+    DebugCapture log(vt::DBG_INFO);
+    vt::test::ScopedEnv socket("VTAGENT_EVENTLOG_SOCKET", fileIn(dir, "nobody-listens"));
+    vt::reportError(114, "T", "lost");
+    EXPECT_NE(log.raw().find("| Info\t| hEvtLog is NULL\r\n"), std::string::npos);
+}
+
+TEST_F(ReporterTest, SystemExceptionWithAnEventIdReportsTheThreeLines) {
+    SyslogSink sink(fileIn(dir, "sock"));
+    vt::SystemExceptionDetails access;
+    access.address = 0xABC;
+    access.hasAccessDetails = true;
+    access.accessKind = 0;
+    access.accessAddress = 0x20;
+    vt::reportSystemException(vt::kExceptionAccessViolation, "CQueManList", "Working", 114, access);
+    vt::reportSystemException(0xE06D7363, "CServiceManager", "RunInfoSource", 1036, {});
+    const auto got = sink.take(2);
+    ASSERT_EQ(got.size(), 2u);
+    EXPECT_EQ(shapeOf(got[0]),
+              "<27>|[114] \nException: CQueManList| Working: System Exception caught, Code "
+              "'0xc0000005' \nDetails: CQueManList| Working: System Exception Details - "
+              "ExceptionAddress='0xabc' \nParams: CQueManList| Working: System Exception Details "
+              "- Parameter1='0x0', Parameter2='0x20'");
+    EXPECT_EQ(shapeOf(got[1]),
+              "<27>|[1036] \nException: CServiceManager| RunInfoSource: System Exception caught, "
+              "Code '0xe06d7363' \nDetails: CServiceManager| RunInfoSource: System Exception "
+              "Details - ExceptionAddress='0x0' \nParams: ");
+}
+#endif
+
+}  // namespace
+
+#ifdef _WIN32
+namespace {
+// vtagent.exe carries a text for every event id the agent reports; the first insertion string
+// appears in it. (The test program lives in tests/ below the directory of vtagent.exe.)
+TEST(MessageTable, HasATextForEveryEventId) {
+    const std::filesystem::path agent =
+        std::filesystem::path(vt::executablePath()).parent_path().parent_path() / "vtagent.exe";
+    ASSERT_TRUE(std::filesystem::exists(agent)) << agent.string();
+    for (uint32_t id : {100u, 101u, 102u, 103u, 104u, 105u, 106u, 107u, 108u, 114u, 130u, 150u,
+                        151u, 1036u, 1043u, 1044u, 1045u, 1050u, 1051u}) {
+        std::string text;
+        ASSERT_TRUE(vt::eventMessageText(agent.string(), id, {"INSERTED", "SECOND"}, text)) << id;
+        EXPECT_NE(text.find("INSERTED"), std::string::npos) << id << ": " << text;
+    }
+    std::string text;
+    EXPECT_FALSE(vt::eventMessageText(agent.string(), 109, {"x"}, text));
+}
+}  // namespace
+#endif

@@ -1,0 +1,73 @@
+#pragma once
+#include <atomic>
+#include <condition_variable>
+#include <cstdint>
+#include <memory>
+#include <mutex>
+#include <string>
+
+#include "service/info_source_types.h"
+#include "sources/info_source.h"
+
+namespace vt::test {
+
+// What a test input does in Run. Shared between the test and the source, and kept alive by
+// both, so a detached thread never outlives it.
+struct TestSourceScript {
+    // Runs that throw before anything else (std::runtime_error), counted down.
+    std::atomic<int> throwsLeft{0};
+    // Units handed to the queue at the start of each Run; waited for when `waitForUnits`.
+    std::atomic<int> unitsPerRun{0};
+    std::atomic<bool> waitForUnits{false};
+    // Blocking receive: Run ignores the run flag and blocks until wake() is called.
+    std::atomic<bool> blockUntilWoken{false};
+    // Hung: Run ignores both the run flag and wake() until release() is called.
+    std::atomic<bool> hang{false};
+    // Returns at once instead of waiting for the run flag to clear.
+    std::atomic<bool> returnAtOnce{false};
+
+    std::atomic<int> runs{0};   // Run entered
+    std::atomic<int> wakes{0};  // wake() called
+    std::atomic<int> unitsHandedOver{0};
+    std::atomic<int> unitsProcessed{0};  // waiting hand-overs that came back processed
+    std::atomic<bool> finished{false};   // the last Run returned
+
+    void release();
+    // Blocks the caller until Run has been entered `count` times (20 s limit); false if not.
+    bool waitForRuns(int count);
+
+    std::mutex lock;
+    std::condition_variable changed;
+    bool woken = false;     // guarded by lock
+    bool released = false;  // guarded by lock
+};
+
+// An input that produces units on demand and can be made to throw or to hang.
+class CTestInfoSource : public CInfoSource {
+  public:
+    CTestInfoSource(const InfoSourceContext& context, std::shared_ptr<TestSourceScript> script);
+    void Run() override;
+    void wake() override;
+    bool LoadConfig() override;
+
+    // "nTestValue": read only when "nConfigVersion" changed; counts the reads.
+    uint32_t testValue = 0;
+    int typeReads = 0;
+
+  private:
+    std::shared_ptr<TestSourceScript> m_script;
+};
+
+// Registers CTestInfoSource under `typeId` while it lives; every source made gets the script
+// of its service name, or the default script.
+class TestSourceType {
+  public:
+    explicit TestSourceType(uint32_t typeId, const char* className = "CTestInfoSource");
+    ~TestSourceType();
+    std::shared_ptr<TestSourceScript> scriptFor(const std::string& serviceName);
+
+  private:
+    ScopedInfoSourceType m_scope;
+};
+
+}  // namespace vt::test

@@ -1,0 +1,392 @@
+#include <gtest/gtest.h>
+#include <zlib.h>
+
+#include <atomic>
+#include <chrono>
+#include <cstdio>
+#include <memory>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "base/debug_log.h"
+#include "base/error_report.h"
+#include "common/registry_fixture.h"
+#include "net/socket_test_helper.h"
+#include "net/udp_server.h"
+#include "sources/syslog/syslog_server.h"
+
+namespace {
+
+using namespace std::chrono;
+using vt::test::connectTo;
+using vt::test::loopback;
+using vt::test::RecordingTcpServer;
+using vt::test::thrownReport;
+
+class LoopbackTest : public testing::TestWithParam<const char*> {};
+
+INSTANTIATE_TEST_SUITE_P(Families, LoopbackTest, testing::Values("127.0.0.1", "::1"),
+                         [](const auto& info) {
+                             return std::string(info.param[0] == ':' ? "IPv6" : "IPv4");
+                         });
+
+vt::TcpFramingSettings lineFraming() {
+    return vt::TcpFramingSettings::fromConfig(true, u"\\n", false);
+}
+
+CWinSock udpClient(const char* address) {
+    return CWinSock::create(loopback(address, 0).family(), SOCK_DGRAM);
+}
+
+// Datagrams arrive one message each, with the sender's address; NUL is escaped, "z" datagrams
+// are inflated, an unusable one is dropped without stopping reception, a long one is cut.
+TEST_P(LoopbackTest, UdpServerReceivesDatagrams) {
+    CSyslogServer server;
+    server.open(GetParam(), 0);
+    ASSERT_NE(server.localPort(), 0);
+    const CIPAddress target = loopback(GetParam(), server.localPort());
+    CWinSock client = udpClient(GetParam());
+
+    const std::string plain = "<13>Jan  5 10:20:30 host1 app: hello";
+    ASSERT_EQ(client.sendTo(plain.data(), int(plain.size()), target), int(plain.size()));
+    std::string message;
+    CIPAddress sender;
+    ASSERT_EQ(server.receiveMessage(message, sender, 5000), CUDPServer::Result::Message);
+    EXPECT_EQ(message, plain);
+    EXPECT_EQ(sender.toText(), GetParam());
+    EXPECT_EQ(sender.port(), client.localAddress().port());
+
+    const std::string withNul("a\0b", 3);
+    client.sendTo(withNul.data(), 3, target);
+    ASSERT_EQ(server.receiveMessage(message, sender, 5000), CUDPServer::Result::Message);
+    EXPECT_EQ(message, "a<000>b");
+
+    client.sendTo("zgarbage", 8, target);
+    EXPECT_EQ(server.receiveMessage(message, sender, 5000), CUDPServer::Result::Dropped);
+
+    std::string packed(256, '\0');
+    uLongf packedSize = static_cast<uLongf>(packed.size());
+    ASSERT_EQ(compress(reinterpret_cast<Bytef*>(packed.data()), &packedSize,
+                       reinterpret_cast<const Bytef*>(plain.data()), uLong(plain.size())),
+              Z_OK);
+    std::string datagram = "z";
+    datagram.append(packed, 0, packedSize);
+    client.sendTo(datagram.data(), int(datagram.size()), target);
+    ASSERT_EQ(server.receiveMessage(message, sender, 5000), CUDPServer::Result::Message);
+    EXPECT_EQ(message, plain);
+    EXPECT_EQ(server.splitSyslogMsg(u"<13>Jan  5 10:20:30 host1 app: hello").host.view(), u"host1");
+
+    // A datagram longer than the buffer arrives cut to 32,767 bytes, on both systems.
+    const std::string big(40000, 'x');
+    ASSERT_EQ(client.sendTo(big.data(), int(big.size()), target), int(big.size()));
+    ASSERT_EQ(server.receiveMessage(message, sender, 5000), CUDPServer::Result::Message);
+    EXPECT_EQ(message.size(), CUDPServer::kBufferSize - 1);
+}
+
+// stop() from another thread ends a wait without a time limit.
+TEST(UdpServer, StopEndsBlockedReceive) {
+    CUDPServer server;
+    server.open("127.0.0.1", 0);
+    std::atomic<int> result{-1};
+    std::thread receiver([&] {
+        std::string message;
+        CIPAddress sender;
+        result = static_cast<int>(server.receiveMessage(message, sender, -1));
+    });
+    std::this_thread::sleep_for(
+        milliseconds(50));  // let it block; correctness does not depend on it
+    server.stop();
+    receiver.join();
+    EXPECT_EQ(result.load(), static_cast<int>(CUDPServer::Result::Stopped));
+}
+
+// A stop that comes before the loop starts is not forgotten: the source thread may be told to
+// stop while it is still setting up.
+TEST(TcpServer, StopBeforeListenEndsRunAtOnce) {
+    RecordingTcpServer server;
+    server.stop();
+    server.listen("127.0.0.1", 0);
+    EXPECT_TRUE(server.run());
+    server.clearStop();
+    std::thread loop([&] { server.run(); });
+    CWinSock client = connectTo("127.0.0.1", server.localPort());
+    ASSERT_TRUE(client.sendAll("again"));
+    EXPECT_TRUE(server.waitForMessages(1));
+    server.stop();
+    loop.join();
+}
+
+TEST(SyslogListenPort, SettingLookupAndFallback) {
+    EXPECT_EQ(CIP::servicePort("no-such-service-vt", "udp", 4711), 4711);
+#ifndef _WIN32
+    if (FILE* f = std::fopen("/etc/services", "r")) {
+        std::fclose(f);
+        EXPECT_EQ(CIP::servicePort("syslog", "udp", 0), 514);
+    }
+#endif
+    EXPECT_EQ(vt::syslogListenPort(10514, 600), 10514);
+    EXPECT_EQ(vt::syslogListenPort(65535, 600), 65535);
+    EXPECT_EQ(vt::syslogListenPort(65536, 600), 600);
+    EXPECT_EQ(vt::syslogListenPort(0xFFFFFFFF, 600), 600);
+    EXPECT_EQ(vt::syslogListenPort(0, 600), CIP::servicePort("syslog", "udp", 514));
+}
+
+// A receive without a server stops at once; a stop before the open is kept; a wait times out
+// and a closed server stops.
+TEST(UdpServer, WaitTimesOutAndStopsAreKept) {
+    CUDPServer server;
+    std::string message;
+    CIPAddress sender;
+    EXPECT_EQ(server.receiveMessage(message, sender, -1), CUDPServer::Result::Stopped);
+    server.open("127.0.0.1", 0);
+    EXPECT_EQ(server.receiveMessage(message, sender, 20), CUDPServer::Result::TimedOut);
+    server.close();
+    EXPECT_EQ(server.receiveMessage(message, sender, -1), CUDPServer::Result::Stopped);
+    CUDPServer early;
+    early.stop();
+    early.open("127.0.0.1", 0);
+    EXPECT_EQ(early.receiveMessage(message, sender, -1), CUDPServer::Result::Stopped);
+}
+
+TEST_P(LoopbackTest, TcpServerFramesAndAttributesMessages) {
+    TcpServerSettings settings;
+    settings.framing = lineFraming();
+    RecordingTcpServer server(settings);
+    server.start(GetParam());
+    CWinSock a = connectTo(GetParam(), server.localPort());
+    CWinSock b = connectTo(GetParam(), server.localPort());
+    ASSERT_TRUE(a.valid() && b.valid());
+    ASSERT_TRUE(a.sendAll("one\ntw"));
+    ASSERT_TRUE(b.sendAll("other\n"));
+    ASSERT_TRUE(server.waitForMessages(2));
+    ASSERT_TRUE(a.sendAll("o\nthree"));
+    a.close();  // the unfinished "three" is delivered when the connection ends
+    ASSERT_TRUE(server.waitForMessages(4));
+    std::vector<std::string> fromA;
+    for (const auto& r : server.received()) {
+        EXPECT_EQ(r.peer, GetParam());
+        if (r.message != "other\n") fromA.push_back(r.message);
+    }
+    EXPECT_EQ(fromA, (std::vector<std::string>{"one\n", "two\n", "three"}));
+    EXPECT_TRUE(server.waitUntil([](const auto&, size_t closed) { return closed == 1; }));
+}
+
+// A bound port cannot be bound again; the error carries the Winsock number and the text the
+// event log shows.
+TEST(TcpServer, PortInUseIsReported) {
+    RecordingTcpServer first;
+    first.listen("127.0.0.1", 0);
+    RecordingTcpServer second;
+    const auto report = thrownReport([&] { second.listen("127.0.0.1", first.localPort()); });
+    auto* socketError = dynamic_cast<CWinSockError*>(report.get());
+    ASSERT_NE(socketError, nullptr);
+    EXPECT_EQ(socketError->getSystemError(), vt::net::SOCKERR_ADDRINUSE);
+    EXPECT_EQ(std::string(report->getMessage().getStringA()),
+              "Can't bind to socket - please make sure no other service is listening on the "
+              "same port/protocol.");
+}
+
+TEST(TcpServer, BadAddressIsReported) {
+    RecordingTcpServer server;
+    EXPECT_NE(thrownReport([&] { server.listen("not an address!", 0); }), nullptr);
+    EXPECT_FALSE(server.run());  // nothing to serve: returns instead of waiting for ever
+}
+
+// One loop thread serves a thousand open connections at once.
+TEST(TcpServer, ThousandConcurrentConnections) {
+    constexpr size_t kConnections = 1000;
+    ASSERT_GE(vt::net::raiseOpenSocketLimit(2 * kConnections + 64), 2 * kConnections + 64);
+    TcpServerSettings settings;
+    settings.framing = lineFraming();
+    RecordingTcpServer server(settings);
+    server.start("127.0.0.1");
+    std::vector<CWinSock> clients;
+    clients.reserve(kConnections);
+    for (size_t i = 0; i < kConnections; ++i) {
+        clients.push_back(connectTo("127.0.0.1", server.localPort()));
+        ASSERT_TRUE(clients.back().valid()) << "connection " << i;
+    }
+    for (size_t i = 0; i < kConnections; ++i)
+        ASSERT_TRUE(clients[i].sendAll("message " + std::to_string(i) + "\n"));
+    ASSERT_TRUE(server.waitForMessages(kConnections));
+    EXPECT_EQ(server.connectionCount(), kConnections);
+    std::vector<bool> seen(kConnections);
+    for (const auto& r : server.received()) {
+        const size_t i = std::stoul(r.message.substr(8));
+        ASSERT_LT(i, kConnections);
+        EXPECT_FALSE(seen[i]);
+        seen[i] = true;
+    }
+    clients.clear();
+    EXPECT_TRUE(
+        server.waitUntil([&](const auto&, size_t closed) { return closed == kConnections; }));
+}
+
+// With the connection table full, a new sender waits in the backlog and is served as soon as
+// another connection closes.
+TEST(TcpServer, FullTableMakesNewConnectionsWait) {
+    TcpServerSettings settings;
+    settings.maxConnections = 2;
+    settings.framing = lineFraming();
+    RecordingTcpServer server(settings);
+    server.start("127.0.0.1");
+    CWinSock first = connectTo("127.0.0.1", server.localPort());
+    CWinSock second = connectTo("127.0.0.1", server.localPort());
+    ASSERT_TRUE(first.sendAll("1\n") && second.sendAll("2\n"));
+    ASSERT_TRUE(server.waitForMessages(2));
+    CWinSock third = connectTo("127.0.0.1", server.localPort());  // completes in the backlog
+    ASSERT_TRUE(third.valid());
+    ASSERT_TRUE(third.sendAll("3\n"));
+    std::this_thread::sleep_for(milliseconds(100));  // room for a wrong early accept to show
+    EXPECT_EQ(server.connectionCount(), 2u);
+    first.close();
+    ASSERT_TRUE(server.waitForMessages(3));
+    const auto received = server.received();
+    EXPECT_EQ(received[2].message, "3\n");
+    EXPECT_EQ(received[2].closedBefore, 1u);
+}
+
+// The silence rule: each message time-out of silence counts once; the connection is given
+// up at the first count whose total exceeds the session time-out.
+TEST(TcpSilenceRule, Counting) {
+    const TcpSilenceRule defaults;
+    EXPECT_EQ(defaults.dropAfterMs(), 61u * 15000u);
+    EXPECT_FALSE(defaults.givesUp(60));
+    EXPECT_TRUE(defaults.givesUp(61));
+    EXPECT_EQ(defaults.timeoutsAfter(14999), 0u);
+    EXPECT_EQ(defaults.timeoutsAfter(15000), 1u);
+    const TcpSilenceRule uneven{400, 1000};  // 3 x 400 = 1200 > 1000
+    EXPECT_EQ(uneven.dropAfterMs(), 1200u);
+    EXPECT_FALSE(uneven.givesUp(2));
+    EXPECT_TRUE(uneven.givesUp(3));
+    const TcpSilenceRule never{0, 1000};
+    EXPECT_EQ(never.dropAfterMs(), 0u);
+    EXPECT_EQ(never.timeoutsAfter(1u << 30), 0u);
+    EXPECT_FALSE(never.givesUp(1000));
+}
+
+// A sender that stays silent is dropped after the session time-out, and what it had sent
+// without separator is delivered first. Each time-out before the last is logged as one that
+// is retried.
+TEST(TcpServer, SilentConnectionIsDropped) {
+    vt::test::DebugCapture log(vt::DBG_INFO | vt::DBG_ULTRA);
+    TcpServerSettings settings;
+    settings.silence = TcpSilenceRule{40, 100};  // dropped at the third time-out, after 120 ms
+    settings.framing = lineFraming();
+    RecordingTcpServer server(settings);
+    server.start("127.0.0.1");
+    CWinSock client = connectTo("127.0.0.1", server.localPort());
+    ASSERT_TRUE(client.valid());
+    ASSERT_TRUE(client.setSocketTimeOut(10000));
+    const auto start = steady_clock::now();
+    ASSERT_TRUE(client.sendAll("unfinished"));
+    char byte;
+    EXPECT_EQ(client.receive(&byte, 1), 0) << "error " << client.lastError();
+    EXPECT_GE(steady_clock::now() - start, milliseconds(settings.silence.dropAfterMs()));
+    ASSERT_TRUE(server.waitForMessages(1));
+    EXPECT_EQ(server.received()[0].message, "unfinished");
+    server.stopAndJoin();
+    const std::string text = log.text();
+    EXPECT_EQ(vt::test::countOf(text,
+                                "CInfoSourceSyslog| ReceiveChar: Receive Timeout (error "
+                                "10060), keep trying!\r\n"),
+              2u)
+        << text;
+    EXPECT_NE(text.find("silent for 3 time-outs, closed"), std::string::npos) << text;
+}
+
+// stop() ends run() while connections are open and hands on their unfinished messages.
+TEST(TcpServer, StopDeliversPendingAndReturns) {
+    TcpServerSettings settings;
+    settings.framing = lineFraming();
+    RecordingTcpServer server(settings);
+    server.start("127.0.0.1");
+    CWinSock client = connectTo("127.0.0.1", server.localPort());
+    // One small send on loopback arrives in one piece, so once "complete" is seen the
+    // server holds "partial" too.
+    ASSERT_TRUE(client.sendAll("complete\npartial"));
+    ASSERT_TRUE(server.waitForMessages(1));
+    server.stopAndJoin();
+    EXPECT_TRUE(server.runResult());
+    const auto received = server.received();
+    ASSERT_EQ(received.size(), 2u);
+    EXPECT_EQ(received[0].message, "complete\n");
+    EXPECT_EQ(received[1].message, "partial");
+    EXPECT_EQ(server.connectionCount(), 0u);
+}
+
+// The error numbers of failed calls are Winsock's on both systems.
+TEST(WinSock, ErrorNumbers) {
+    CWinSock blocking = CWinSock::create(AF_INET, SOCK_DGRAM);
+    blocking.bind(loopback("127.0.0.1", 0));
+    ASSERT_TRUE(blocking.setSocketTimeOut(50));
+    char buffer[16];
+    EXPECT_LT(blocking.receive(buffer, sizeof buffer), 0);
+    EXPECT_EQ(blocking.lastError(), vt::net::SOCKERR_TIMEDOUT);
+
+    // A port that was just free: nobody listens there.
+    uint16_t freePort;
+    {
+        CWinSock probe = CWinSock::create(AF_INET, SOCK_STREAM);
+        probe.bind(loopback("127.0.0.1", 0));
+        freePort = probe.localAddress().port();
+    }
+    CWinSock client = CWinSock::create(AF_INET, SOCK_STREAM);
+    EXPECT_FALSE(client.connect(loopback("127.0.0.1", freePort)));
+    EXPECT_EQ(client.lastError(), vt::net::SOCKERR_CONNREFUSED);
+}
+
+TEST(WinSock, InterruptEndsBlockedReceive) {
+    RecordingTcpServer server;
+    server.start("127.0.0.1");
+    CWinSock client = connectTo("127.0.0.1", server.localPort());
+    std::atomic<int> result{1};
+    std::thread reader([&] {
+        char byte;
+        result = client.receive(&byte, 1);
+    });
+    std::this_thread::sleep_for(
+        milliseconds(50));  // let it block; correctness does not depend on it
+    client.interrupt();
+    reader.join();
+    EXPECT_LE(result.load(), 0);
+}
+
+TEST(CIPAddressText, Forms) {
+    struct {
+        const char* text;
+        const char* shown;
+        int family;
+    } cases[] = {
+        {"0.0.0.0", "0.0.0.0", AF_INET},
+        {"", "0.0.0.0", AF_INET},
+        {"::", "::", AF_INET6},
+        {"[::1]", "::1", AF_INET6},
+        {"::ffff:10.1.2.3", "10.1.2.3", AF_INET6},
+        {"192.168.0.1", "192.168.0.1", AF_INET},
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.text);
+        CIPAddress a;
+        ASSERT_TRUE(CIPAddress::fromText(c.text, 514, a));
+        EXPECT_EQ(a.toText(), c.shown);
+        EXPECT_EQ(a.family(), c.family);
+        EXPECT_EQ(a.port(), 514);
+    }
+    CIPAddress a;
+    EXPECT_FALSE(CIPAddress::fromText("999.1.1.1.1", 1, a));
+}
+
+// Binding "::" takes IPv4 senders as well; they show as dotted IPv4 text.
+TEST(TcpServer, DualStackListenerShowsIPv4Peers) {
+    RecordingTcpServer server;
+    server.start("::");
+    CWinSock client = connectTo("127.0.0.1", server.localPort());
+    ASSERT_TRUE(client.valid());
+    ASSERT_TRUE(client.sendAll("x"));
+    ASSERT_TRUE(server.waitForMessages(1));
+    EXPECT_EQ(server.received()[0].peer, "127.0.0.1");
+}
+
+}  // namespace
