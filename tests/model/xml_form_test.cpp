@@ -77,45 +77,32 @@ const ReadCase kReadCases[] = {
 
 INSTANTIATE_TEST_SUITE_P(Table, XmlReadCases, ::testing::ValuesIn(kReadCases));
 
+// A start tag of 128 characters is whole; a longer one is cut there and its rest joins the value.
 TEST(XmlRead, TagNameIsCutAt128Characters) {
     LogCapture log;
     const std::u16string name128(128, u't');
     CNameValueTree exact;
     exact.parse(ucat(u"<", name128, u">v</", name128, u">"));
-    ASSERT_NE(exact.findEntry(name128), nullptr);
-    EXPECT_EQ(exact.findEntry(name128)->getValue(), u"v");
+    EXPECT_EQ(dump(exact), ncat(n(name128), "=v"));
     EXPECT_EQ(log.text(), "");
-
     CNameValueTree longer;
     longer.parse(ucat(u"<", name128, u"xy>v</", name128, u"xy>"));
-    ASSERT_NE(longer.firstEntry(), nullptr);
-    EXPECT_EQ(longer.firstEntry()->getName(), name128);
-    // The rest of the over-long start tag becomes part of the value.
-    EXPECT_EQ(longer.firstEntry()->getValue(), u"xy>v");
-    EXPECT_GE(log.count("XML parser did not find delimiter for tag name - tag might be too large."),
-              2u);
+    EXPECT_EQ(dump(longer), ncat(n(name128), "=xy>v"));
 }
 
+// The mismatch complaint needs the ultra level on top of the others.
 TEST(XmlRead, MismatchIsLoggedOnlyWithUltraLevel) {
-    {
-        LogCapture log(32 | 128);
-        CNameValueTree tree;
-        tree.parse(u"<msg>x</mgs>");
-        EXPECT_EQ(
-            log.count("XML parser found mismatch between begin (msg) and end (mgs) tag name."), 1u);
-    }
-    {
-        LogCapture log(32);
-        CNameValueTree tree;
-        tree.parse(u"<msg>x</mgs>");
-        EXPECT_EQ(log.count("mismatch"), 0u);
+    for (const uint32_t mask : {32u, 32u | 128u}) {
+        LogCapture log(mask);
+        CNameValueTree().parse(u"<msg>x</mgs>");
+        EXPECT_EQ(log.count("mismatch"), mask & 128 ? 1u : 0u) << mask;
     }
 }
 
-TEST(XmlRead, DeepNestingIsBoundedAndDoesNotOverflowTheStack) {
-    std::u16string xml;
+// Nesting is bounded; deep, unclosed and unbalanced input must not overflow the stack.
+TEST(XmlRead, DeepNestingIsBounded) {
     const int depth = 100000;
-    xml.reserve(depth * 8);
+    std::u16string xml;
     for (int i = 0; i < depth; ++i) xml += u"<a>";
     xml += u"x";
     for (int i = 0; i < depth; ++i) xml += u"</a>";
@@ -126,51 +113,35 @@ TEST(XmlRead, DeepNestingIsBoundedAndDoesNotOverflowTheStack) {
         ++levels;
     EXPECT_GE(levels, 2);
     EXPECT_LE(levels, 256);
-    // The same without closing tags, and unbalanced openers and closers.
-    CNameValueTree open;
-    open.parse(std::u16string(300000, u'<'));
-    CNameValueTree closers;
-    closers.parse(ucat(u"<a>", std::u16string(50000, u'<'), u"</a>"));
+    CNameValueTree().parse(std::u16string(300000, u'<'));
+    CNameValueTree().parse(ucat(u"<a>", std::u16string(50000, u'<'), u"</a>"));
 }
 
-TEST(XmlWrite, EscapesTheFiveCharactersOnly) {
+// Only the five markup characters are escaped; blanks go around; child trees are left out.
+TEST(XmlWrite, EscapesFiveCharactersAndLeavesChildrenOut) {
     CNameValueTree tree;
     tree.setString(u"v", u"\"&'<>\x01\u00e4\U0001F600");
-    EXPECT_EQ(tree.toXML(u"r"), u"<r><v>&quot;&amp;&apos;&lt;&gt;\x01\u00e4\U0001F600</v></r>");
-}
-
-TEST(XmlWrite, BlanksAroundAndChildTreesLeftOut) {
-    CNameValueTree tree;
-    tree.setString(u"a", u"1");
     tree.addEntry(u"b")->createChild()->setString(u"c", u"2");
-    EXPECT_EQ(tree.toXML(u"root", 2, 3), u"  <root><a>1</a><b></b></root>   ");
+    EXPECT_EQ(tree.toXML(u"r", 2, 3),
+              u"  <r><v>&quot;&amp;&apos;&lt;&gt;\x01\u00e4\U0001F600</v><b></b></r>   ");
     EXPECT_EQ(CNameValueTree().toXML(u"event"), u"<event></event>");
 }
 
 TEST(XmlRoundTrip, ValuesSurviveWritingAndReading) {
-    const char16_t* values[] = {
-        u"\"&'<>",
-        u"&copy;",
-        u"a&amp;b",
-        u" lead and trail ",
-        u"",
-        u"line\r\nbreak",
-        u"\U0001F600 surrogate",
-        u"&lt;",
-        u"]]>",
-    };
+    const std::u16string values[] = {
+        u"\"&'<>",        u"&copy;", u"a&amp;b", u" lead and trail ",    u"",
+        u"line\r\nbreak", u"&lt;",   u"]]>",     u"\U0001F600 surrogate"};
     CNameValueTree tree;
-    int i = 0;
-    for (const char16_t* v : values) tree.addString(ucat(u"p", std::u16string(1, u'a' + i++)), v);
+    char16_t name = u'a';
+    for (const auto& v : values) tree.addString(std::u16string(1, name++), v);
     CNameValueTree back;
     back.parse(tree.toXML(u"event").view());
-    const CNameValueTree* children = back.findEntry(u"event")->getChild();
-    ASSERT_NE(children, nullptr);
-    i = 0;
-    for (const char16_t* v : values) {
-        auto* e = children->findEntry(ucat(u"p", std::u16string(1, u'a' + i++)));
-        ASSERT_NE(e, nullptr);
-        EXPECT_EQ(e->getValue(), v) << n(v);
+    const CNameValueTree* read = back.findEntry(u"event")->getChild();
+    ASSERT_NE(read, nullptr);
+    auto* r = read->firstEntry();
+    for (auto* w = tree.firstEntry(); w; w = tree.nextEntry(w), r = read->nextEntry(r)) {
+        ASSERT_NE(r, nullptr);
+        EXPECT_EQ(r->getValue(), w->getValue().view()) << n(w->getValue().view());
     }
 }
 
