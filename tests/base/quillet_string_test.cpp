@@ -18,37 +18,36 @@ class EightBitGuard {
     bool m_saved;
 };
 
+// The narrow form is built once and rebuilt after every change.
 TEST(QuilletString, NarrowFormIsCachedAndDroppedOnChange) {
     CQuilletString s(u"gr\u00FC");
     const char* first = s.getStringA();
     EXPECT_EQ(std::string(first), platformNarrow(u"gr\u00FC"));
     EXPECT_EQ(s.getStringA(), first);  // same buffer: not rebuilt
-    EXPECT_EQ(s.getLengthA(), platformNarrow(u"gr\u00FC").size());
     s.append(u'n');
-    EXPECT_EQ(std::string(s.getStringA()), platformNarrow(u"gr\u00FCn"));
     s.append(u"e!");
-    EXPECT_EQ(s.getLengthA(), platformNarrow(u"gr\u00FCne!").size());
+    EXPECT_EQ(std::string(s.getStringA(), s.getLengthA()), platformNarrow(u"gr\u00FCne!"));
     s.setString(platformNarrow(u"a\u00E4"));
     EXPECT_EQ(s.view(), u"a\u00E4");
-    EXPECT_EQ(s.getLength(), 2u);
     s.clear();
     EXPECT_STREQ(s.getStringA(), "");
-    EXPECT_EQ(std::u16string_view(s.getString()), u"");
+    EXPECT_EQ(CQuilletString(static_cast<const char*>(nullptr)).view(), u"");
 }
 
 #ifndef _WIN32
+// UTF-16 pairs and UTF-8 four-byte forms convert both ways.
 TEST(QuilletString, SurrogatePairsConvertToOneUtf8Character) {
     CQuilletString s(u"\U0001F600x");
     EXPECT_EQ(s.getLength(), 3u);
     EXPECT_STREQ(s.getStringA(), "\xF0\x9F\x98\x80x");
-    CQuilletString back(std::string_view("\xF0\x9F\x98\x80x"));
-    EXPECT_EQ(back.view(), u"\U0001F600x");
+    EXPECT_EQ(CQuilletString(std::string_view("\xF0\x9F\x98\x80x")).view(), u"\U0001F600x");
     // A lone high surrogate becomes U+FFFD in the narrow form.
     CQuilletString lone(std::u16string_view(u"\xD83Dz", 2));
     EXPECT_STREQ(lone.getStringA(), "\xEF\xBF\xBDz");
 }
 #endif
 
+// The 8-bit switch keeps the low byte of every character instead of converting.
 TEST(QuilletString, EightBitPassThroughKeepsTheLowByte) {
     EightBitGuard guard;
     vt::setEightBitPassThrough(true);
@@ -60,23 +59,24 @@ TEST(QuilletString, EightBitPassThroughKeepsTheLowByte) {
     EXPECT_EQ(std::string(s.getStringA()), platformNarrow(u"a\u00E4\u20AC"));
 }
 
+// Each character set has its own form; unmappable characters become "?".
 TEST(QuilletString, CharacterSetFormsAreCachedPerId) {
     CQuilletString s(u"\u00C4\u20AC\u4E2D");
     EXPECT_EQ(std::string(s.getStringInCharset(1252)), "\xC4\x80?");
-    EXPECT_EQ(s.getLengthInCharset(1252), 3u);
     EXPECT_EQ(std::string(s.getStringInCharset(28591)), "\xC4??");
     EXPECT_EQ(std::string(s.getStringInCharset(65001)), "\xC3\x84\xE2\x82\xAC\xE4\xB8\xAD");
-    EXPECT_EQ(std::string(s.getStringInCharset(0)), platformNarrow(s.view()));
     EXPECT_EQ(std::string(s.getStringInCharset(850)), "\x8E??");
     // An unknown character set yields "" rather than stale text.
     EXPECT_EQ(std::string(s.getStringInCharset(4242424)), "");
     EXPECT_EQ(std::string(s.getStringInCharset(1252)), "\xC4\x80?");
 }
 
+// Case mapping covers Latin, Greek and Cyrillic and leaves caseless characters alone.
 TEST(QuilletString, CaseChangesCoverLatinGreekAndCyrillic) {
     CQuilletString s(
         u"Abc \u00C4\u00D6\u00DC\u00DF \u0130\u0141 \u0391\u03A3\u03C2 \u0416\u0401 "
         u"\U0001F600");
+    EXPECT_STREQ(s.getStringA(), platformNarrow(s.view()).c_str());
     s.toLower();
     EXPECT_EQ(s.view(),
               u"abc \u00E4\u00F6\u00FC\u00DF i\u0142 \u03B1\u03C3\u03C2 \u0436\u0451 "
@@ -85,24 +85,12 @@ TEST(QuilletString, CaseChangesCoverLatinGreekAndCyrillic) {
     EXPECT_EQ(s.view(),
               u"ABC \u00C4\u00D6\u00DC\u00DF I\u0141 \u0391\u03A3\u03A3 \u0416\u0401 "
               u"\U0001F600");
-    EXPECT_EQ(std::string(s.getStringA()), platformNarrow(s.view()));
+    EXPECT_EQ(std::string(s.getStringA()), platformNarrow(s.view()));  // the cache was dropped
     // Characters without a case pair stay put: multiplication and division signs, y-diaeresis.
     EXPECT_EQ(vt::toLowerChar(0xD7), 0xD7);
     EXPECT_EQ(vt::toUpperChar(0xF7), 0xF7);
     EXPECT_EQ(vt::toUpperChar(0xFF), 0x178);
     EXPECT_EQ(vt::toLowerChar(0x178), 0xFF);
-}
-
-TEST(QuilletString, ConstructionForms) {
-    EXPECT_EQ(CQuilletString(static_cast<const char16_t*>(nullptr)).view(), u"");
-    EXPECT_EQ(CQuilletString(static_cast<const char*>(nullptr)).view(), u"");
-    CQuilletString a(u"x");
-    CQuilletString b(a);
-    b.append(u'y');
-    EXPECT_EQ(a, u"x");
-    EXPECT_EQ(b, u"xy");
-    a = b;
-    EXPECT_TRUE(a == b);
 }
 
 }  // namespace
