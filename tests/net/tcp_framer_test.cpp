@@ -28,6 +28,7 @@ std::vector<std::string> frame(const TcpFramingSettings& settings,
     return sink.messages;
 }
 
+// Only \\n, \\r and \\0 are decoded; any other backslash stays as it is.
 TEST(TcpSeparatorSetting, BackslashSequences) {
     struct {
         const char16_t* setting;
@@ -44,6 +45,7 @@ TEST(TcpSeparatorSetting, BackslashSequences) {
     }
 }
 
+// Separator mode needs the switch and a separator that decodes to something.
 TEST(TcpSeparatorSetting, SeparatorModeNeedsSwitchAndText) {
     EXPECT_TRUE(TcpFramingSettings::fromConfig(true, u"\\n", false).separatorMode());
     EXPECT_FALSE(TcpFramingSettings::fromConfig(false, u"\\n", false).separatorMode());
@@ -51,6 +53,7 @@ TEST(TcpSeparatorSetting, SeparatorModeNeedsSwitchAndText) {
     EXPECT_FALSE(TcpFramingSettings::fromConfig(true, u"\\0", false).separatorMode());
 }
 
+// Matching, pending text, and the escaping of NUL and control bytes.
 TEST(TcpFramer, SeparatorCases) {
     struct {
         const char* name;
@@ -72,6 +75,7 @@ TEST(TcpFramer, SeparatorCases) {
         {"control kept without escaping", u"\\n", false, "a\tb\n", {"a\tb\n"}},
         {"control escaped, separator too", u"\\n", true, "a\tb\x7f\n", {"a<009>b<127><010>"}},
         {"high bytes never escaped", u"\\n", true, "\xC3\xA9\n", {"\xC3\xA9<010>"}},
+        {"escape bounds", u"\\n", true, "\x01\x1f ~\x7f\x80\n", {"<001><031> ~<127>\x80<010>"}},
     };
     for (const auto& c : cases) {
         SCOPED_TRACE(c.name);
@@ -150,15 +154,6 @@ TEST(TcpFramer, ExactlyFullMessage) {
     const auto messages = frame(separated(u"\\n"), {message.substr(0, 1000), message.substr(1000)});
     ASSERT_EQ(messages.size(), 1u);
     EXPECT_EQ(messages[0], message);
-}
-
-TEST(SyslogEscape, ControlAndNul) {
-    std::string out;
-    vt::appendSyslogEscaped(std::string("\x01\x1f\x20~\x7f\x80", 6), true, out);
-    EXPECT_EQ(out, "<001><031> ~<127>\x80");
-    out.clear();
-    vt::appendSyslogEscaped(std::string("\x01\0", 2), false, out);
-    EXPECT_EQ(out, std::string("\x01<000>"));
 }
 
 }  // namespace
