@@ -11,6 +11,7 @@
 #include "model/linked_list.h"
 #include "model/property_names.h"
 #include "model/unit_time.h"
+#include "platform/utf_codec.h"
 
 namespace {
 
@@ -27,94 +28,36 @@ class CountedEntry : public CLinkedListEntry {
 };
 
 // Look-ups go through an index of the first entry of each name; past its capacity the list
-// is walked. Either way the first entry of a name must be found, also after removals.
+// is walked. Either way the first entry of a name must be found, also after removals and a
+// clear, and a standard name by its id as well as by its text (as the XML reader adds it).
 TEST(SearchableLinkedList, FindsTheFirstEntryOfEachNameBeyondTheIndexAndAfterRemovals) {
-    auto nameOf = [](int i) {
-        std::u16string name(1, u'p');
-        for (const char digit : std::to_string(i)) name.push_back(static_cast<char16_t>(digit));
-        return name;
-    };
+    const auto& msg = vt::sharedPropertyName(vt::StdProperty::Msg);
     for (const int count : {5, 40}) {
         SCOPED_TRACE(count);
         CNameValueTree tree;
         std::vector<CNameValueTreeEntry*> entries;
-        for (int i = 0; i < count; ++i) entries.push_back(tree.addEntry(nameOf(i)));
+        for (int i = 0; i < count; ++i)
+            entries.push_back(tree.addEntry(ucat(u"p", vt::utf8ToUtf16(std::to_string(i)))));
+        CNameValueTreeEntry* byText = tree.addString(u"msg", u"first");
+        CNameValueTreeEntry* byId = tree.addEntry(msg);
         CNameValueTreeEntry* later = tree.addString(u"p3", u"second");
-        for (int i = 0; i < count; ++i) EXPECT_EQ(tree.findEntry(nameOf(i)), entries[i]);
-        EXPECT_EQ(tree.findEntry(nameOf(count)), nullptr);
-        EXPECT_EQ(tree.findEntry(u""), nullptr);
+        EXPECT_EQ(&byId->getName(), &byText->getName());
+        EXPECT_EQ(tree.findEntry(msg), byText);
+        EXPECT_EQ(tree.findEntry(u"p4"), entries[4]);
+        EXPECT_EQ(tree.findEntry(ucat(u"p", vt::utf8ToUtf16(std::to_string(count - 1)))),
+                  entries.back());
         tree.removeFirst();
         EXPECT_EQ(tree.findEntry(u"p0"), nullptr);
         tree.removeAfter(entries[2], entries[3]);
         EXPECT_EQ(tree.findEntry(u"p3"), later);
-        EXPECT_EQ(tree.findEntry(nameOf(count - 1)), entries.back());
+        tree.removeAfter(entries.back(), byText);
+        EXPECT_EQ(tree.findEntry(msg), byId);
+        EXPECT_EQ(tree.findEntry(u"msg"), byId);
         tree.clear();
         EXPECT_EQ(tree.findEntry(u"p4"), nullptr);
         CNameValueTreeEntry* fresh = tree.setString(u"p4", u"again");
         EXPECT_EQ(tree.findEntry(u"p4"), fresh);
     }
-}
-
-// A standard name is found by its id whether the entry was added by id or by its text (as the
-// XML reader adds it), also past the index and after removals.
-TEST(SearchableLinkedList, StandardNamesAreFoundByIdAndByText) {
-    const auto& msg = vt::sharedPropertyName(vt::StdProperty::Msg);
-    const auto& tag = vt::sharedPropertyName(vt::StdProperty::SyslogTag);
-    EXPECT_EQ(vt::findSharedPropertyName(u"msg"), &msg);
-    EXPECT_EQ(vt::findSharedPropertyName(u"Msg"), nullptr);
-    EXPECT_EQ(vt::findSharedPropertyName(u"msgs"), nullptr);
-    for (const int fillers : {0, 40}) {
-        SCOPED_TRACE(fillers);
-        CNameValueTree tree;
-        for (int i = 0; i < fillers; ++i) {
-            std::u16string name(u"f");
-            name.push_back(static_cast<char16_t>(u'a' + i % 26));
-            name.push_back(static_cast<char16_t>(u'a' + i / 26));
-            tree.addEntry(name);
-        }
-        EXPECT_EQ(tree.findEntry(msg), nullptr);
-        CNameValueTreeEntry* byText = tree.addString(u"msg", u"first");
-        CNameValueTreeEntry* byId = tree.addEntry(msg);
-        CNameValueTreeEntry* tagEntry = tree.entryFor(tag);
-        EXPECT_EQ(&byId->getName(), &byText->getName());
-        EXPECT_EQ(tree.findEntry(msg), byText);
-        EXPECT_EQ(tree.findEntry(u"msg"), byText);
-        EXPECT_EQ(tree.entryFor(tag), tagEntry);
-        EXPECT_EQ(tree.findEntry(u"syslogtag"), tagEntry);
-        // The first "msg" goes; the second one is found by both routes.
-        CNameValueTreeEntry* before = nullptr;
-        for (auto* e = tree.firstEntry(); e != byText; e = tree.nextEntry(e)) before = e;
-        tree.removeAfter(before, byText);
-        EXPECT_EQ(tree.findEntry(msg), byId);
-        EXPECT_EQ(tree.findEntry(u"msg"), byId);
-    }
-}
-
-// Removing the first or the last entry keeps first/last right; the list deletes what it owns.
-TEST(LinkedList, AppendRemoveAndOwnership) {
-    int deleted = 0;
-    {
-        CLinkedList list;
-        list.removeFirst();  // no effect on an empty list
-        auto* b = new CountedEntry(&deleted);
-        auto* c = new CountedEntry(&deleted);
-        auto* d = new CountedEntry(&deleted);
-        list.append(b);
-        list.append(c);
-        list.append(d);
-        list.removeAfter(c, d);
-        EXPECT_EQ(list.getLast(), c);
-        EXPECT_EQ(list.next(c), nullptr);
-        list.removeAfter(nullptr, b);
-        EXPECT_EQ(list.getFirst(), c);
-        EXPECT_EQ(deleted, 2);
-        list.removeFirst();
-        EXPECT_EQ(list.getLast(), nullptr);
-        list.append(new CountedEntry(&deleted));
-        list.append(new CountedEntry(&deleted));
-        EXPECT_EQ(list.count(), 2u);
-    }
-    EXPECT_EQ(deleted, 5);
 }
 
 // Clearing is a loop, not a recursion down the chain.
@@ -171,13 +114,11 @@ TEST(NameValueTree, IntReadRules) {
         const char16_t* text;
         int32_t expected;
     } rows[] = {
-        {u"0", 0},
         {u"42", 42},
         {u"", 0},
         {u"12a", -1},
         {u"-5", -1},
         {u" 7", -1},
-        {u"+7", -1},
         {u"007", 7},
         {u"2147483647", 2147483647},
         {u"2147483648", -1},
@@ -223,14 +164,12 @@ TEST(NameValueTree, SetNumbersAndTimesReadBackAsText) {
     e->setTime(1700000000);
     EXPECT_EQ(e->getInt(), -1);
     EXPECT_STREQ(e->getValue().getStringA(), "2023-11-14 22:13:20");
-    e->setTime(-1);
-    EXPECT_EQ(e->getTime(), 0);
     e->setInt(5);
     e->setValue(u"text");
     EXPECT_EQ(e->getInt(), -1);
 }
 
-// Absent must-exist values: an int throws 1100, the others return nothing; each is logged.
+// An absent must-exist int throws 1100 and is logged.
 TEST(NameValueTree, MustExistIntThrows1100) {
     LogCapture log;
     CNameValueTree tree;
@@ -238,32 +177,6 @@ TEST(NameValueTree, MustExistIntThrows1100) {
     ASSERT_NE(report, nullptr);
     EXPECT_EQ(report->getErrorCode(), 1100u);
     EXPECT_EQ(log.count("CNameValueTree|Fatal error, Int VALUE NOT FOUND: syslogpriority\r\n"), 1u);
-    EXPECT_EQ(tree.getString(u"s", true), nullptr);
-    EXPECT_EQ(log.count("CNameValueTree|Fatal error, Szt VALUE NOT FOUND: s"), 1u);
-    EXPECT_EQ(tree.getStringObject(u"o", true), nullptr);
-    EXPECT_EQ(log.count("CNameValueTree| Fatal error, Astr VALUE NOT FOUND: o"), 1u);
-    EXPECT_EQ(tree.getTime(u"t"), 0);
-    EXPECT_EQ(log.count("CNameValueTree|Fatal error, Time VALUE NOT FOUND: t"), 1u);
-}
-
-// A detached child tree belongs to the caller and no longer to its entry.
-TEST(NameValueTree, ChildTreeCanBeDetached) {
-    CNameValueTree root;
-    auto* event = root.addEntry(u"event");
-    event->createChild()->setInt(u"iut", 1);
-    std::unique_ptr<CNameValueTree> taken(event->detachChild());
-    EXPECT_EQ(event->getChild(), nullptr);
-    EXPECT_EQ(taken->getOwner(), nullptr);
-    EXPECT_EQ(taken->getInt(u"iut"), 1);
-}
-
-// The locked tree forwards parsing and look-ups to the plain one.
-TEST(ThreadSafeNameValueTree, ParsesAndFinds) {
-    CThreadSafeNameValueTree tree;
-    tree.parse(u"<a>1</a><b><c>2</c></b>");
-    ASSERT_NE(tree.findEntry(u"b"), nullptr);
-    EXPECT_EQ(tree.findEntry(u"b")->getChild()->getInt(u"c"), 2);
-    EXPECT_EQ(tree.getInt(u"a"), 1);
 }
 
 // The agent's own calendar: a leap day every fourth year from 1972, no century rule.
@@ -273,11 +186,9 @@ TEST(Calendar, TextToSecondsByTheAgentsRoutine) {
         int64_t seconds;
     } rows[] = {
         {u"1970-01-01 00:00:00", 0},
-        {u"1970-01-02 01:01:01", 90061},
         {u"1972-02-29 00:00:00", 68169600},
         {u"1972-03-01 00:00:00", 68256000},
         {u"2000-03-01 00:00:00", 951868800},
-        {u"2024-01-01 13:05:09", 1704114309},
         {u"2038-01-19 03:14:08", 2147483648},
         // 2100 is no leap year, but the routine counts one: a day later than the calendar.
         {u"2100-03-01 00:00:00", 4107542400 + 86400},
@@ -308,7 +219,6 @@ TEST(Calendar, RejectedTimeTexts) {
 
 // Formatting uses the true calendar (2000 and 2100 as they are).
 TEST(Calendar, SecondsToTextIsTheUtcBreakdown) {
-    EXPECT_EQ(vt::formatTimeText(0), u"1970-01-01 00:00:00");
     EXPECT_EQ(vt::formatTimeText(1704114309), u"2024-01-01 13:05:09");
     EXPECT_EQ(vt::formatTimeText(951782400), u"2000-02-29 00:00:00");
     EXPECT_EQ(vt::formatTimeText(4107542400), u"2100-03-01 00:00:00");
