@@ -94,23 +94,4 @@ TEST(ConfigSettings, ReadsStoredValues) {
     EXPECT_FALSE(vt::eightBitPassThrough());
 }
 
-// The low-fragmentation heap line names the outcome; Linux has no such heap.
-TEST(ConfigSettings, TracesLowFragmentationHeap) {
-    vt::test::DebugCapture log;
-    CConfigSettings c;
-#ifdef _WIN32
-    const std::string text = log.text();
-    EXPECT_TRUE(
-        text ==
-            "CConfigSettings|CConfigSettings: HeapSetInformation succeeded, "
-            "Low-fragmentation Heap enabled\r\n" ||
-        text.rfind("CConfigSettings|CConfigSettings: HeapSetInformation failed with Error '", 0) ==
-            0)
-        << text;
-#else
-    EXPECT_EQ(log.text(),
-              "CConfigSettings|CConfigSettings: Error, HeapSetInformation API not found!\r\n");
-#endif
-}
-
 }  // namespace

@@ -2,7 +2,6 @@
 
 #include <gtest/gtest.h>
 
-#include <chrono>
 #include <memory>
 #include <thread>
 
@@ -21,7 +20,6 @@ namespace {
 
 using namespace vt;
 using namespace vt::test;
-using namespace std::chrono_literals;
 
 struct SyslogSourceRig {
     ScopedRegistry registry;
@@ -61,6 +59,7 @@ std::string prop(const CInfoUnit& unit, std::u16string_view name) {
     return utf16ToUtf8(unit.getPropertyString(name));
 }
 
+// The settings are read again only when the version changes; an invalid port keeps the last one.
 TEST(InfoSourceSyslogTest, LoadConfigReadsOnVersionChangeAndKeepsAnInvalidPort) {
     SyslogSourceRig rig;
     rig.setDword(u"nConfigVersion", 1);
@@ -130,6 +129,7 @@ TEST(InfoSourceSyslogTest, UnitPropertiesFollowTheSettings) {
     }
 }
 
+// Each invalid UTF-8 byte of a message becomes one replacement character.
 TEST(InfoSourceSyslogTest, InvalidUtf8BecomesReplacementCharacters) {
     SyslogSourceRig rig;
     auto source = rig.make();
@@ -148,7 +148,7 @@ class RunningSource {
     }
     ~RunningSource() { stop(); }
     uint16_t waitForPort() {
-        for (int i = 0; i < 2000 && !m_source.boundPort(); ++i) std::this_thread::sleep_for(5ms);
+        eventually([this] { return m_source.boundPort() != 0; });
         return m_source.boundPort();
     }
     void stop() {
@@ -169,61 +169,41 @@ CIPAddress loopback(uint16_t port) {
     return address;
 }
 
-// A source of `protocol` configured on a loopback port that was free a moment ago.
-std::unique_ptr<CInfoSourceSyslog> onFreePort(SyslogSourceRig& rig, uint32_t protocol,
-                                              uint16_t& port) {
-    {
-        CWinSock probe = CWinSock::create(AF_INET, protocol == 1 ? SOCK_STREAM : SOCK_DGRAM);
-        probe.bind(loopback(0));
-        port = probe.localAddress().port();
+// Over UDP and TCP a message becomes a unit (NUL and, with escaping on, control characters
+// escaped, the separator too), and the shutdown ends the blocked receive or loop.
+TEST(InfoSourceSyslogTest, MessagesBecomeUnitsAndShutdownEndsTheReceive) {
+    for (const uint32_t protocol : {0u, 1u}) {
+        SCOPED_TRACE(protocol);
+        SyslogSourceRig rig;
+        uint16_t port = 0;
+        {
+            CWinSock probe = CWinSock::create(AF_INET, protocol ? SOCK_STREAM : SOCK_DGRAM);
+            probe.bind(loopback(0));
+            port = probe.localAddress().port();
+        }
+        rig.setDword(u"nConfigVersion", 1);
+        rig.setDword(u"nProtocolType", protocol);
+        rig.setDword(u"nListenPort", port);
+        rig.setString(u"szMyIPAddress", u"127.0.0.1");
+        rig.setDword(u"nEscapeControlCharacters", 1);
+        rig.setDword(u"nEnableTCPMsgSep", 1);
+        rig.setString(u"szTCPMsgSep", u"\\n");
+        auto source = rig.make();
+        ASSERT_TRUE(source->LoadConfig());
+        RunningSource running(*source);
+        ASSERT_EQ(running.waitForPort(), port);
+        CWinSock sender = CWinSock::create(AF_INET, protocol ? SOCK_STREAM : SOCK_DGRAM);
+        const std::string message("<13>a\0b\tc\n", 10);
+        if (protocol)
+            ASSERT_TRUE(sender.connect(loopback(port)) && sender.sendAll(message));
+        else
+            ASSERT_GT(sender.sendTo(message.data(), int(message.size()), loopback(port)), 0);
+        auto unit = rig.waitForUnit();
+        ASSERT_NE(unit, nullptr);
+        EXPECT_EQ(utf16ToUtf8(unit->getMsgText()), "a<000>b<009>c<010>");
+        EXPECT_EQ(prop(*unit, u"source"), "127.0.0.1");
+        running.stop();  // returns only when Run has ended
     }
-    rig.setDword(u"nConfigVersion", 1);
-    rig.setDword(u"nProtocolType", protocol);
-    rig.setDword(u"nListenPort", port);
-    rig.setString(u"szMyIPAddress", u"127.0.0.1");
-    auto source = rig.make();
-    EXPECT_TRUE(source->LoadConfig());
-    return source;
-}
-
-// Datagrams become units (NUL and, with escaping on, control characters escaped), and the
-// shutdown ends the blocked receive.
-TEST(InfoSourceSyslogTest, UdpDatagramsBecomeUnitsAndShutdownEndsTheReceive) {
-    SyslogSourceRig rig;
-    rig.setDword(u"nEscapeControlCharacters", 1);
-    uint16_t port = 0;
-    auto source = onFreePort(rig, 0, port);
-    RunningSource running(*source);
-    ASSERT_EQ(running.waitForPort(), port);
-    CWinSock sender = CWinSock::create(AF_INET, SOCK_DGRAM);
-    const char datagram[] = "<13>a\0b\tc";
-    ASSERT_GT(sender.sendTo(datagram, int(sizeof datagram - 1), loopback(port)), 0);
-    auto unit = rig.waitForUnit();
-    ASSERT_NE(unit, nullptr);
-    EXPECT_EQ(utf16ToUtf8(unit->getMsgText()), "a<000>b<009>c");
-    EXPECT_EQ(prop(*unit, u"source"), "127.0.0.1");
-    running.stop();  // returns only when Run has ended
-}
-
-TEST(InfoSourceSyslogTest, TcpMessagesBecomeUnitsAndShutdownEndsTheLoop) {
-    SyslogSourceRig rig;
-    rig.setDword(u"nEnableTCPMsgSep", 1);
-    rig.setString(u"szTCPMsgSep", u"\\n");
-    uint16_t port = 0;
-    auto source = onFreePort(rig, 1, port);
-    RunningSource running(*source);
-    ASSERT_EQ(running.waitForPort(), port);
-    CWinSock client = CWinSock::create(AF_INET, SOCK_STREAM);
-    ASSERT_TRUE(client.connect(loopback(port)));
-    ASSERT_TRUE(client.sendAll("<13>one\n<14>two\n"));
-    auto first = rig.waitForUnit();
-    auto second = rig.waitForUnit();
-    ASSERT_NE(first, nullptr);
-    ASSERT_NE(second, nullptr);
-    EXPECT_EQ(utf16ToUtf8(first->getMsgText()), "one\n");
-    EXPECT_EQ(utf16ToUtf8(second->getMsgText()), "two\n");
-    EXPECT_EQ(second->getSyslogPriority(), 6);
-    running.stop();
 }
 
 // A port already taken, and RFC 3195 (not built): reported, and Run returns at once.
