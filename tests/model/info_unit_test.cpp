@@ -130,6 +130,7 @@ TEST_F(InfoUnitTest, RefusedXml) {
         {u"<event><iut>1x</iut></event>", "Non numerical IUT contained in InfoUnit - discarded."},
         {u"<event><iut>-1</iut></event>", "Non numerical IUT contained in InfoUnit - discarded."},
         {u"<event><iut>0</iut></event>", "invalid InfoUnit type (0)"},
+        {u"<event><iut>6</iut></event>", "invalid InfoUnit type (6)"},
         {u"<event><iut>99</iut></event>", "invalid InfoUnit type (99)"},
         {u"", "invalid XML tree provided (no <event> present)"},
     };
