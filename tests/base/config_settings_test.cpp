@@ -35,6 +35,12 @@ TEST(ConfigSettings, MissingGeneralKeyGivesDefaults) {
     EXPECT_EQ(c.dnsCacheTimeSeconds, 7200u);
     EXPECT_EQ(c.libCacheTimeOutSeconds, 1800u);
     EXPECT_FALSE(vt::eightBitPassThrough());
+    const vt::DebugLogSettings d = c.debugLogSettings();
+    EXPECT_FALSE(d.enabled);
+    EXPECT_EQ(d.mask, uint32_t{vt::DBG_ERROR});
+    EXPECT_EQ(d.fileName, "VTAgentDebug.txt");
+    EXPECT_TRUE(d.circular);
+    EXPECT_EQ(std::pair(d.numberOfFiles, d.maxFileSizeKb), std::pair(10u, 51200u));
     EXPECT_NE(log.text().find("RegistryRead:DWORD:SOFTWARE\\Quillet\\Vantor\\Agent\\General\\"
                               "nDNSCacheTime: DEFAULT ('7200000') used.\r\n"),
               std::string::npos);
