@@ -29,14 +29,29 @@ bool readPresent(CRegAccess& reg, std::u16string_view name, CQuilletString& valu
     return reg.ReadStringValue(name, value);
 }
 
+// Claims the firing for this second. Two workers that both find the wait over must not both
+// fire, so the time is swapped in, and only the worker whose swap lands fires. The value is left
+// alone when it already holds this second: every worker passes here for every unit, and a store
+// per unit would move the cache line from core to core.
+bool claimFiring(std::atomic<int64_t>& lastFiring, int64_t now, int64_t wait) {
+    int64_t last = lastFiring.load(std::memory_order_relaxed);
+    do {
+        if (now <= last + wait) return false;
+        if (last == now) return true;
+    } while (!lastFiring.compare_exchange_weak(last, now, std::memory_order_relaxed));
+    return true;
+}
+
 }  // namespace
 
 // --- CTimeoutList ---
 
-void CTimeoutList::recordOccurrence(int64_t now) {
+int32_t CTimeoutList::recordAndCount(int64_t now) {
     std::lock_guard lock(m_lock);
     append(new CTimeoutListEntry(now));
     ++m_entries;
+    trimLocked(now);
+    return m_entries;
 }
 
 void CTimeoutList::trimLocked(int64_t now) {
@@ -56,11 +71,6 @@ void CTimeoutList::trimLocked(int64_t now) {
         entry = following;
     }
     debugPrintf(DBG_INFO, "CTimeoutList::TrimList, Exit: Entries: %d\r\n", m_entries);
-}
-
-void CTimeoutList::trimList(int64_t now) {
-    std::lock_guard lock(m_lock);
-    trimLocked(now);
 }
 
 int32_t CTimeoutList::countInWindow(int64_t now) {
@@ -169,8 +179,7 @@ bool CRuleListEntry::IsMatchingEntry(CInfoUnit& unit, CConfigSettings& settings)
     EngineClock& clock = engineClock();
     if (m_firing.occurrencesCount != -1 && m_firing.occurrencesTime != -1) {
         const int64_t now = clock.nowSeconds();
-        occurrences->recordOccurrence(now);
-        const int32_t count = occurrences->countInWindow(now);
+        const int32_t count = occurrences->recordAndCount(now);
         debugPrintf(DBG_INFO,
                     "CRuleListEntry|IsMatchingEntry: testing for occurrences, event occured %d "
                     "times, configured minimum %d.\r\n",
@@ -181,16 +190,12 @@ bool CRuleListEntry::IsMatchingEntry(CInfoUnit& unit, CConfigSettings& settings)
     }
 
     const int64_t now = clock.nowSeconds();
-    if (now <= lastFiring->load(std::memory_order_relaxed) + m_firing.minimumWaitTime) {
+    if (!claimFiring(*lastFiring, now, m_firing.minimumWaitTime)) {
         debugWrite(DBG_RULEENG,
                    "CRuleListEntry|IsMatchingEntry: Check Filter Condition: Not the right time to "
                    "fire again\r\n");
         return false;
     }
-    // Written only when the second changes: every worker passes here for every unit, and a
-    // store per unit would move the value's cache line from core to core.
-    if (lastFiring->load(std::memory_order_relaxed) != now)
-        lastFiring->store(now, std::memory_order_relaxed);
     if (lastFiring != &m_lastFiring && m_lastFiring.load(std::memory_order_relaxed) != now)
         m_lastFiring.store(now, std::memory_order_relaxed);
     return true;

@@ -31,9 +31,9 @@ class CTimeoutList : public CLinkedList {
   public:
     explicit CTimeoutList(int32_t windowSeconds) : m_windowSeconds(windowSeconds) {}
 
-    void recordOccurrence(int64_t now);
-    // Drops the occurrences older than the window.
-    void trimList(int64_t now);
+    // Records one occurrence and returns how many lie inside the window, under one lock: two
+    // workers that record apart and count apart would both see the Nth occurrence.
+    int32_t recordAndCount(int64_t now);
     // Trims, then returns the number of occurrences inside the window.
     int32_t countInWindow(int64_t now);
 

@@ -1,5 +1,7 @@
 #include <gtest/gtest.h>
 
+#include <atomic>
+#include <thread>
 #include <vector>
 
 #include "base/config_settings.h"
@@ -97,12 +99,43 @@ TEST_F(RuleFiringTest, OccurrencesWindowAndWait) {
     }
 }
 
+// Two workers matching the same rule in the same second: a minimum wait lets exactly one of them
+// fire, and "N occurrences" fires once, for the Nth unit, not for each worker that counts N. The
+// workers spin rather than block between rounds, so both cores enter the check together.
+TEST_F(RuleFiringTest, ConcurrentWorkersFireOncePerWait) {
+    constexpr int kRounds = 20000;
+    struct RaceCase {
+        const char* name;
+        int32_t count, window, wait;
+    } const cases[] = {{"minimum wait", -1, -1, 1000000}, {"two occurrences", 2, 1000000, -1}};
+    for (const RaceCase& c : cases) {
+        std::vector<std::unique_ptr<CRuleListEntry>> rules;
+        for (int i = 0; i < kRounds; ++i) rules.push_back(rule(c.count, c.window, c.wait));
+        std::atomic<int> round{-1}, done{0}, fired{0};
+        auto worker = [&] {
+            auto unit = makeSyslogUnit(u"m");
+            for (int i = 0; i < kRounds; ++i) {
+                while (round.load() < i) std::this_thread::yield();
+                if (rules[i]->IsMatchingEntry(*unit, *m_settings)) ++fired;
+                ++done;
+            }
+        };
+        std::thread first(worker), second(worker);
+        for (int i = 0; i < kRounds; ++i) {
+            round.store(i);
+            while (done.load() < 2 * (i + 1)) std::this_thread::yield();
+        }
+        first.join();
+        second.join();
+        EXPECT_EQ(fired.load(), kRounds) << c.name << ": one firing per rule expected";
+    }
+}
+
 TEST_F(RuleFiringTest, TimeoutListTrimsByCutOff) {
     CTimeoutList list(10);
-    list.recordOccurrence(100);
-    list.recordOccurrence(105);
-    list.recordOccurrence(111);
-    EXPECT_EQ(list.countInWindow(111), 2);  // cut-off 101 drops 100
+    EXPECT_EQ(list.recordAndCount(100), 1);
+    EXPECT_EQ(list.recordAndCount(105), 2);
+    EXPECT_EQ(list.recordAndCount(111), 2);  // cut-off 101 drops 100
     EXPECT_EQ(list.countInWindow(115), 2);  // an entry exactly at the cut-off stays
     EXPECT_EQ(list.countInWindow(116), 1);
     EXPECT_EQ(list.getEntryCount(), 1);
