@@ -56,6 +56,8 @@ CQueManList::~CQueManList() {
     lock();
     for (auto* e = static_cast<CQueManEntry*>(getFirst()); e;
          e = static_cast<CQueManEntry*>(e->getNext())) {
+        // A waiting producer must not take a unit that no worker processed as done.
+        if (e->m_pUnit && e->m_pUnit->awaitsProcessing()) e->m_pUnit->setActionFailed(1);
         if (e->m_pUnit) releaseUnit(e->m_pUnit);
         e->m_pUnit = nullptr;
     }
@@ -142,12 +144,25 @@ void CQueManList::setWorkEvent() {
     m_eventCondition.notify_one();
 }
 
-void CQueManList::Enqueue(CInfoUnit* unit) {
+bool CQueManList::refuse(const char* caller) const {
+    if (!m_refusing.load(std::memory_order_acquire)) return false;
+    vt::debugPrintf(vt::DBG_ERROR, "CQueManList|%s: the queue is shut down - unit refused\r\n",
+                    caller);
+    return true;
+}
+
+bool CQueManList::Enqueue(CInfoUnit* unit) {
+    if (refuse("Enqueue")) {
+        releaseUnit(unit);
+        return false;
+    }
     Add(new CQueManEntry(unit));
+    return true;
 }
 
 bool CQueManList::EnqueueAndWait(CWaitableInfoUnit* unit) {
-    Enqueue(unit);
+    if (refuse("EnqueueAndWait")) return false;
+    Add(new CQueManEntry(unit));
     vt::debugWrite(vt::DBG_INFO, "CQueManList|EnqueueAndWait: going to sleep\r\n");
     unit->waitProcessed();
     vt::debugWrite(vt::DBG_INFO, "CQueManList|EnqueueAndWait: woke up\r\n");
@@ -179,6 +194,7 @@ void CQueManList::signalShutdown() {
     {
         std::lock_guard lock(m_eventLock);
         m_shutdownSignalled = true;
+        m_refusing.store(true, std::memory_order_release);
     }
     m_eventCondition.notify_all();
 }

@@ -46,9 +46,11 @@ class CQueManList : public CThreadSafeLinkedList {
 
     // Appends an entry, first holding the producer while the queue is at its limit.
     void Add(CQueManEntry* entry);
-    // Takes ownership of `unit` and queues it.
-    void Enqueue(CInfoUnit* unit);
+    // Takes ownership of `unit` and queues it. After the shutdown signal no worker would take
+    // it: it is refused (and freed), and false returned.
+    bool Enqueue(CInfoUnit* unit);
     // Queues `unit` and waits until its processing has ended; the caller still owns it then.
+    // False when refused after the shutdown signal.
     bool EnqueueAndWait(CWaitableInfoUnit* unit);
     // The first unit (the caller owns it), or null when the queue is empty.
     CInfoUnit* Remove();
@@ -81,6 +83,8 @@ class CQueManList : public CThreadSafeLinkedList {
     void drain();
     bool awaitNextUnit() const;
     void setWorkEvent();
+    // True (and logged) when the shutdown was signalled and `caller` must refuse its unit.
+    bool refuse(const char* caller) const;
 
     // Queue length from which a producer wakes a further worker although one is draining.
     static constexpr int32_t kBehind = 64;
@@ -97,8 +101,9 @@ class CQueManList : public CThreadSafeLinkedList {
 
     std::mutex m_eventLock;
     std::condition_variable m_eventCondition;
-    bool m_workSignalled = false;      // guarded by m_eventLock
-    bool m_shutdownSignalled = false;  // guarded by m_eventLock
+    bool m_workSignalled = false;         // guarded by m_eventLock
+    bool m_shutdownSignalled = false;     // guarded by m_eventLock
+    std::atomic<bool> m_refusing{false};  // set with m_shutdownSignalled, read without the lock
     // A producer held at the limit waits here; Remove wakes it when the queue got shorter.
     std::mutex m_roomLock;
     std::condition_variable m_roomCondition;

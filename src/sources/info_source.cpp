@@ -133,16 +133,16 @@ void CInfoSource::setCommonInfoUnitSettings(CInfoUnit& unit) const {
     vt::debugPrintf(vt::DBG_INFO, "CInfoSource| Syslog Tag: %s \r\n", m_szSyslogTag.getStringA());
 }
 
-void CInfoSource::Enqueue(std::unique_ptr<CInfoUnit> unit) {
-    if (!unit) return;
+bool CInfoSource::Enqueue(std::unique_ptr<CInfoUnit> unit) {
+    if (!unit) return false;
     if (!m_pQueue) {
         vt::debugPrintf(vt::DBG_ERROR,
                         "CInfoSource|Enqueue: service '%s' has no queue - unit dropped\r\n",
                         m_szServiceName.getStringA());
-        return;
+        return false;
     }
     vt::bindRuleList(*unit, m_pRuleSet ? &m_pRuleSet->getRuleList() : nullptr);
-    m_pQueue->Enqueue(unit.release());
+    return m_pQueue->Enqueue(unit.release());
 }
 
 bool CInfoSource::EnqueueAndWait(CWaitableInfoUnit& unit) {

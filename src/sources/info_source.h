@@ -81,8 +81,9 @@ class CInfoSource {
     // Sets facility and priority from the defaults, "resource" and "syslogtag" from the
     // settings.
     void setCommonInfoUnitSettings(CInfoUnit& unit) const;
-    // Binds the unit to this source's rule set and hands it to the queue, which owns it then.
-    void Enqueue(std::unique_ptr<CInfoUnit> unit);
+    // Binds the unit to this source's rule set and hands it to the queue, which owns it then;
+    // false when it was dropped (no queue, or the queue is shut down).
+    bool Enqueue(std::unique_ptr<CInfoUnit> unit);
     // The same, but blocks until the rule engine is done with the unit; the caller keeps it.
     // False when the queue refused or ended the wait without processing.
     bool EnqueueAndWait(CWaitableInfoUnit& unit);

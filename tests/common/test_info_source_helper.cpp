@@ -39,9 +39,25 @@ bool TestSourceScript::waitForRuns(int count) {
     return changed.wait_for(guard, std::chrono::seconds(20), [&] { return runs.load() >= count; });
 }
 
+bool TestSourceScript::waitForDestruction() {
+    std::unique_lock guard(lock);
+    return changed.wait_for(guard, std::chrono::seconds(20), [&] { return destroyed; });
+}
+
 CTestInfoSource::CTestInfoSource(const InfoSourceContext& context,
                                  std::shared_ptr<TestSourceScript> script)
-    : CInfoSource(context), m_script(std::move(script)) {}
+    : CInfoSource(context), m_script(std::move(script)) {
+    std::lock_guard guard(m_script->lock);
+    m_script->hadDnsCache = getDnsCache() != nullptr;
+}
+
+CTestInfoSource::~CTestInfoSource() {
+    {
+        std::lock_guard guard(m_script->lock);
+        m_script->destroyed = true;
+    }
+    m_script->changed.notify_all();
+}
 
 bool CTestInfoSource::LoadConfig() {
     CRegAccess reg;
@@ -94,8 +110,15 @@ void CTestInfoSource::Run() {
         }
     }
     if (s.hang) {
-        std::unique_lock guard(s.lock);
-        s.changed.wait(guard, [&] { return s.released; });
+        {
+            std::unique_lock guard(s.lock);
+            s.changed.wait(guard, [&] { return s.released; });
+        }
+        for (int i = 0; i < s.unitsAfterRelease.load(); ++i) {
+            auto unit = std::make_unique<CInfoUnit>();
+            setCommonInfoUnitSettings(*unit);
+            if (Enqueue(std::move(unit))) ++s.acceptedAfterRelease;
+        }
     } else if (s.blockUntilWoken) {
         std::unique_lock guard(s.lock);
         s.changed.wait(guard, [&] { return s.woken || s.released; });
