@@ -42,9 +42,10 @@ enum InfoUnitType : int32_t {
     IUT_WEVTMONITOR = 23,
 };
 
-// The global customer and system ids written into every new unit. The configuration store
-// sets them when it loads the general settings.
-void setInfoUnitIds(int32_t customerId, int32_t systemId) noexcept;
+// The customer and system ids of a unit that no input has stamped yet: the defaults of
+// "nCustomerID" and "nSystemID". Each input stamps the configured values onto its units.
+inline constexpr int32_t kDefaultCustomerId = 3;
+inline constexpr int32_t kDefaultSystemId = 3;
 }  // namespace vt
 
 class CInfoUnit {

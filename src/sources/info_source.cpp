@@ -1,5 +1,6 @@
 #include "sources/info_source.h"
 
+#include "base/config_settings.h"
 #include "base/debug_log.h"
 #include "base/reg_access.h"
 #include "engine/que_man_list.h"
@@ -130,6 +131,10 @@ void CInfoSource::setCommonInfoUnitSettings(CInfoUnit& unit) const {
     unit.setSyslogPriority(static_cast<int32_t>(m_nDefaultPriority));
     unit.setPropertyString(vt::StdProperty::Resource, m_szResource);
     unit.setPropertyString(vt::StdProperty::SyslogTag, m_szSyslogTag);
+    if (m_pSettings) {
+        unit.setPropertyInt(vt::StdProperty::CustomerId, static_cast<int32_t>(m_pSettings->customerId));
+        unit.setPropertyInt(vt::StdProperty::SystemId, static_cast<int32_t>(m_pSettings->systemId));
+    }
     vt::debugPrintf(vt::DBG_INFO, "CInfoSource| Syslog Tag: %s \r\n", m_szSyslogTag.getStringA());
 }
 
