@@ -35,7 +35,7 @@ class CActionConfigCount : public CActionConfig {
 class CActionCount : public CAction {
   public:
     explicit CActionCount(CActionConfigCount&) {}
-    void doAction(CInfoUnit&, CConfigSettings&, CActionListEntry&) override {
+    void doAction(CInfoUnit&, const CConfigSettings&, CActionListEntry&) override {
         g_counted.fetch_add(1, std::memory_order_relaxed);
     }
 };

@@ -46,7 +46,7 @@ void releaseUnit(CInfoUnit* unit) {
 
 }  // namespace
 
-CQueManList::CQueManList(CConfigSettings* settings, StartWorkers start)
+CQueManList::CQueManList(const CConfigSettings* settings, StartWorkers start)
     : m_settings(settings), m_limit(static_cast<int32_t>(settings->queueLimit)) {
     if (start == StartWorkers::Now) startWorkerPool();
 }

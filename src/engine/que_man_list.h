@@ -34,7 +34,7 @@ class CQueManList : public CThreadSafeLinkedList {
 
     // Takes the limit from "nQueueLimit" and starts "nWorkerThreads" workers (unless Later).
     // Throws CWinSockError* 1002 when no worker could be started. `settings` is not owned.
-    explicit CQueManList(CConfigSettings* settings, StartWorkers start = StartWorkers::Now);
+    explicit CQueManList(const CConfigSettings* settings, StartWorkers start = StartWorkers::Now);
     // Signals shutdown, stops processing, joins the workers; units still queued are destroyed
     // (waitable ones are signalled so that their producers go on).
     ~CQueManList() override;
@@ -92,7 +92,7 @@ class CQueManList : public CThreadSafeLinkedList {
     // waits for the work event.
     static constexpr int kPollsBeforeSleep = 64;
 
-    CConfigSettings* m_settings;
+    const CConfigSettings* m_settings;
     int32_t m_limit;
     std::atomic<int32_t> m_length{0};
     std::atomic<bool> m_stopProcessing{false};

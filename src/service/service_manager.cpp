@@ -45,9 +45,7 @@ struct CServiceManager::Resources {
     explicit Resources(const CConfigSettings& settings)
         : dnsCache(CDNSCacheList::Settings{settings.enableDnsCache == 1,
                                            settings.dnsCacheTimeSeconds, settings.dnsCacheLimit}),
-          // The queue only reads the settings; its constructor takes them as the engine keeps
-          // them.
-          queue(const_cast<CConfigSettings*>(&settings)) {}
+          queue(&settings) {}
 };
 
 // A source's thread with the flag that tells the shutdown whether it has ended, so that the

@@ -42,7 +42,7 @@ void CActionConfigProbe::LoadConfig() {
     m_regAccess.CloseKey();
 }
 
-void CActionProbe::doAction(CInfoUnit& unit, CConfigSettings&, CActionListEntry&) {
+void CActionProbe::doAction(CInfoUnit& unit, const CConfigSettings&, CActionListEntry&) {
     ++m_config.calls;
     if (!m_config.tag.empty()) {
         const CQuilletString* trace = unit.getPropertyStringObject(u"trace");
