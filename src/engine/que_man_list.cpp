@@ -151,25 +151,25 @@ bool CQueManList::refuse(const char* caller) const {
     return true;
 }
 
-bool CQueManList::Enqueue(CInfoUnit* unit) {
+bool CQueManList::Enqueue(CInfoUnit* unit, CRuleList* rules) {
     if (refuse("Enqueue")) {
         releaseUnit(unit);
         return false;
     }
-    Add(new CQueManEntry(unit));
+    Add(new CQueManEntry(unit, rules));
     return true;
 }
 
-bool CQueManList::EnqueueAndWait(CWaitableInfoUnit* unit) {
+bool CQueManList::EnqueueAndWait(CWaitableInfoUnit* unit, CRuleList* rules) {
     if (refuse("EnqueueAndWait")) return false;
-    Add(new CQueManEntry(unit));
+    Add(new CQueManEntry(unit, rules));
     vt::debugWrite(vt::DBG_INFO, "CQueManList|EnqueueAndWait: going to sleep\r\n");
     unit->waitProcessed();
     vt::debugWrite(vt::DBG_INFO, "CQueManList|EnqueueAndWait: woke up\r\n");
     return true;
 }
 
-CInfoUnit* CQueManList::Remove() {
+CInfoUnit* CQueManList::Remove(CRuleList** rules) {
     CInfoUnit* unit = nullptr;
     int32_t length;
     {
@@ -177,6 +177,7 @@ CInfoUnit* CQueManList::Remove() {
         auto* first = static_cast<CQueManEntry*>(getFirst());
         if (!first) return nullptr;
         unit = first->m_pUnit;
+        if (rules) *rules = first->m_pRules;
         first->m_pUnit = nullptr;
         removeFirst();
         length = m_length.fetch_sub(1) - 1;
@@ -253,9 +254,10 @@ void CQueManList::drain() {
     m_draining.fetch_add(1);
     for (;;) {
         while (!isStopProcessing()) {
-            CInfoUnit* unit = Remove();
+            CRuleList* rules = nullptr;
+            CInfoUnit* unit = Remove(&rules);
             if (!unit) break;
-            processUnit(unit);
+            processUnit(unit, rules);
         }
         // A producer that saw this worker draining did not wake anyone: before leaving, give
         // the next unit a moment to arrive (under load it does, and a sleep and a wake-up per
@@ -275,15 +277,15 @@ bool CQueManList::awaitNextUnit() const {
     return false;
 }
 
-void CQueManList::runRules(CInfoUnit& unit) {
-    if (CRuleList* rules = vt::boundRuleList(unit))
+void CQueManList::runRules(CInfoUnit& unit, CRuleList* rules) {
+    if (rules)
         rules->process(unit, *m_settings);
     else
         vt::debugWrite(vt::DBG_INFO,
                        "CQueManList::Working: unit is bound to no rule set - not processed.\r\n");
 }
 
-void CQueManList::processUnit(CInfoUnit* unit) {
+void CQueManList::processUnit(CInfoUnit* unit, CRuleList* rules) {
     try {
         // A unit without a type is refused; the by-name read logs and throws for it.
         if (!unit->findProperty(vt::StdProperty::Iut)) unit->getPropertyInt(u"iut", true);
@@ -297,7 +299,7 @@ void CQueManList::processUnit(CInfoUnit* unit) {
         return;
     }
     try {
-        runRules(*unit);
+        runRules(*unit, rules);
     } catch (CErrorReport* raw) {
         std::unique_ptr<CErrorReport> report(raw);
         vt::reportError(114, kWorkingTag, report->getMessage().narrowView());

@@ -12,13 +12,15 @@
 class CInfoUnit;
 class CWaitableInfoUnit;
 class CConfigSettings;
+class CRuleList;
 
 // One queued unit. The queue owns the entry; the unit belongs to the queue while it is queued
 // and to the worker that removes it.
 class CQueManEntry : public CLinkedListEntry {
   public:
-    explicit CQueManEntry(CInfoUnit* unit) noexcept : m_pUnit(unit) {}
+    CQueManEntry(CInfoUnit* unit, CRuleList* rules) noexcept : m_pUnit(unit), m_pRules(rules) {}
     CInfoUnit* m_pUnit;
+    CRuleList* m_pRules;  // what the unit is run through; null: it is only released
 };
 
 // The process-wide event queue and its pool of worker threads. Producers (the inputs) add units
@@ -48,12 +50,12 @@ class CQueManList : public CThreadSafeLinkedList {
     void Add(CQueManEntry* entry);
     // Takes ownership of `unit` and queues it. After the shutdown signal no worker would take
     // it: it is refused (and freed), and false returned.
-    bool Enqueue(CInfoUnit* unit);
+    bool Enqueue(CInfoUnit* unit, CRuleList* rules = nullptr);
     // Queues `unit` and waits until its processing has ended; the caller still owns it then.
     // False when refused after the shutdown signal.
-    bool EnqueueAndWait(CWaitableInfoUnit* unit);
+    bool EnqueueAndWait(CWaitableInfoUnit* unit, CRuleList* rules = nullptr);
     // The first unit (the caller owns it), or null when the queue is empty.
-    CInfoUnit* Remove();
+    CInfoUnit* Remove(CRuleList** rules = nullptr);
 
     void signalShutdown();
     void setStopProcessing(bool stop) noexcept { m_stopProcessing.store(stop); }
@@ -68,11 +70,11 @@ class CQueManList : public CThreadSafeLinkedList {
     static int32_t addThreshold(int32_t length, int32_t limit, bool lowMemory) noexcept;
 
     // Runs one removed unit through its rule list and releases it: what a worker does per unit.
-    void processUnit(CInfoUnit* unit);
+    void processUnit(CInfoUnit* unit, CRuleList* rules);
 
   protected:
-    // Runs the unit through the rule list it is bound to.
-    virtual void runRules(CInfoUnit& unit);
+    // Runs the unit through the rule list its producer queued it with.
+    virtual void runRules(CInfoUnit& unit, CRuleList* rules);
 
   private:
     enum class WaitResult { Work, Shutdown, Alert };

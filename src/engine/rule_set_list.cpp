@@ -294,12 +294,4 @@ size_t loadAgentRuleSets(CRuleSetList& list) {
     return list.count();
 }
 
-void bindRuleList(CInfoUnit& unit, CRuleList* rules) noexcept {
-    unit.m_pUserData = rules;
-}
-
-CRuleList* boundRuleList(const CInfoUnit& unit) noexcept {
-    return static_cast<CRuleList*>(unit.m_pUserData);
-}
-
 }  // namespace vt

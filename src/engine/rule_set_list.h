@@ -207,8 +207,4 @@ inline constexpr char16_t kRuleSetsKeyPath[] = u"SOFTWARE\\Quillet\\Vantor\\Agen
 // inputs start). Returns the number of rule sets loaded.
 size_t loadAgentRuleSets(CRuleSetList& list);
 
-// The rule list a unit is bound to: stamped by its input, read by the queue worker.
-void bindRuleList(CInfoUnit& unit, CRuleList* rules) noexcept;
-CRuleList* boundRuleList(const CInfoUnit& unit) noexcept;
-
 }  // namespace vt

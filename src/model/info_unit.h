@@ -165,10 +165,6 @@ class CInfoUnit {
     uint8_t getActionFailed() const noexcept { return m_actionFailed; }
     void setActionFailed(uint8_t failed) noexcept { m_actionFailed = failed; }
 
-    // Two words that the constructor zeroes and the base class gives no meaning.
-    void* m_pUserData = nullptr;
-    int32_t m_iUserData = 0;
-
     // Rebuilds a unit from its XML form (or a parsed tree). Null for every refusal; the caller
     // owns the result. The tree form takes over the children of the "event" element.
     static std::unique_ptr<CInfoUnit> createInfoUnitFromXML(std::u16string_view xml);

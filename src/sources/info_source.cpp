@@ -132,10 +132,15 @@ void CInfoSource::setCommonInfoUnitSettings(CInfoUnit& unit) const {
     unit.setPropertyString(vt::StdProperty::Resource, m_szResource);
     unit.setPropertyString(vt::StdProperty::SyslogTag, m_szSyslogTag);
     if (m_pSettings) {
-        unit.setPropertyInt(vt::StdProperty::CustomerId, static_cast<int32_t>(m_pSettings->customerId));
+        unit.setPropertyInt(vt::StdProperty::CustomerId,
+                            static_cast<int32_t>(m_pSettings->customerId));
         unit.setPropertyInt(vt::StdProperty::SystemId, static_cast<int32_t>(m_pSettings->systemId));
     }
     vt::debugPrintf(vt::DBG_INFO, "CInfoSource| Syslog Tag: %s \r\n", m_szSyslogTag.getStringA());
+}
+
+CRuleList* CInfoSource::ruleList() const noexcept {
+    return m_pRuleSet ? &m_pRuleSet->getRuleList() : nullptr;
 }
 
 bool CInfoSource::Enqueue(std::unique_ptr<CInfoUnit> unit) {
@@ -146,8 +151,7 @@ bool CInfoSource::Enqueue(std::unique_ptr<CInfoUnit> unit) {
                         m_szServiceName.getStringA());
         return false;
     }
-    vt::bindRuleList(*unit, m_pRuleSet ? &m_pRuleSet->getRuleList() : nullptr);
-    return m_pQueue->Enqueue(unit.release());
+    return m_pQueue->Enqueue(unit.release(), ruleList());
 }
 
 bool CInfoSource::EnqueueAndWait(CWaitableInfoUnit& unit) {
@@ -158,8 +162,7 @@ bool CInfoSource::EnqueueAndWait(CWaitableInfoUnit& unit) {
                         m_szServiceName.getStringA());
         return false;
     }
-    vt::bindRuleList(unit, m_pRuleSet ? &m_pRuleSet->getRuleList() : nullptr);
-    return m_pQueue->EnqueueAndWait(&unit);
+    return m_pQueue->EnqueueAndWait(&unit, ruleList());
 }
 
 void CInfoSource::setRun(bool run) noexcept {

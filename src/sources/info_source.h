@@ -14,6 +14,7 @@ class CDNSCacheList;
 class CInfoUnit;
 class CQueManList;
 class CRegAccess;
+class CRuleList;
 class CRuleSetListEntry;
 class CWaitableInfoUnit;
 
@@ -101,6 +102,8 @@ class CInfoSource {
     const CQuilletString& getRuleSetName() const noexcept { return m_szRuleSetName; }
     void setRuleSet(CRuleSetListEntry* ruleSet) noexcept { m_pRuleSet = ruleSet; }
     CRuleSetListEntry* getRuleSet() const noexcept { return m_pRuleSet; }
+    // The rule list the units of this source are queued with; null without a rule set.
+    CRuleList* ruleList() const noexcept;
     void setQueue(CQueManList* queue) noexcept { m_pQueue = queue; }
     CQueManList* getQueue() const noexcept { return m_pQueue; }
     bool isEnabled() const noexcept { return m_bServiceEnabled == 1; }

@@ -152,7 +152,7 @@ class ScriptedQueue : public CQueManList {
     std::atomic<int> processed{0};
 
   protected:
-    void runRules(CInfoUnit& unit) override {
+    void runRules(CInfoUnit& unit, CRuleList*) override {
         if (onUnit) onUnit(unit);
         ++processed;
     }
@@ -276,8 +276,7 @@ TEST(QueueConcurrencyTest, FourProducersFiveWorkers) {
         producers.emplace_back([&] {
             for (int i = 0; i < kPerProducer; ++i) {
                 auto* unit = new CInfoUnit;
-                bindRuleList(*unit, &rules);
-                queue.Enqueue(unit);
+                queue.Enqueue(unit, &rules);
             }
         });
     }
@@ -313,8 +312,7 @@ TEST(QueueTimerTest, IdleTimerRunsOnTheArmingWorker) {
     settings->workerThreads = 1;
     CQueManList queue(settings.get());
     auto* unit = new CInfoUnit;
-    bindRuleList(*unit, &rules);
-    queue.Enqueue(unit);
+    queue.Enqueue(unit, &rules);
     EXPECT_TRUE(eventually([] { return g_timerFired.load(); }));
     EXPECT_EQ(g_timerThread.load(), actionThread.load());
 }

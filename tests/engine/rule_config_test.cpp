@@ -137,8 +137,7 @@ TEST_F(RuleConfigTest, RoutesThroughTheQueue) {
     for (const char16_t* msg : {u"alert x", u"drop y", u"z"}) {
         auto unit = std::make_unique<CInfoUnitFileMonitor>();
         unit->setMsg(msg);
-        bindRuleList(*unit, &m_main->getRuleList());
-        EXPECT_TRUE(queue.EnqueueAndWait(unit.get()));
+        EXPECT_TRUE(queue.EnqueueAndWait(unit.get(), &m_main->getRuleList()));
         units.push_back(std::move(unit));
     }
     EXPECT_EQ(traceOf(*units[0]), "main-r1,alerts-r2,main-r1-after,main-r3");
