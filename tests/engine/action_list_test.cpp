@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <thread>
+#include <tuple>
 #include <utility>
 #include <vector>
 
@@ -70,36 +71,30 @@ TEST_F(ActionEntryTest, RetriesUntilSuccessOrRetryCount) {
 // unknown-exception branch are swapped: the last try says "retrying", the others "continuing".
 TEST_F(ActionEntryTest, FailedTriesAreLogged) {
     const std::string numbered =
-        "Error while applying an action 'probe action' - Try number '1'. Error is 'probe "
-        "failure'.";
+        "an action 'probe action' - Try number '1'. Error is 'probe failure'.";
     const std::string skipped =
-        "Error Event 114 logged with data 'Error while applying an action - skipping action "
-        "'probe action'. Error is 'probe failure'.'";
+        "Error Event 114 logged with data 'Error while applying an action - "
+        "skipping action 'probe action'. Error is 'probe failure'.'";
     const std::string continuing = "Unknown error while applying the actions - continuing";
     const std::string retrying = "Unknown error while applying the actions - retrying";
-    struct Case {
-        uint32_t enableRetry, retryCount;
-        ProbeMode mode;
-        int calls;
-        std::vector<std::pair<std::string, size_t>> counts;  // text, times in the log
-    };
+    // enableRetry, retryCount, mode, calls, texts with the times they occur in the log
     // clang-format off
-    const Case cases[] = {
+    const std::tuple<uint32_t, uint32_t, ProbeMode, int, std::vector<std::pair<std::string, size_t>>> cases[] = {
         {2, 3, ProbeMode::ThrowReport, 1, {{numbered, 1}, {"skipping action", 0}}},
         {0, 1, ProbeMode::ThrowReport, 1, {{skipped, 1}}},
         {1, 3, ProbeMode::ThrowUnknown, 3, {{continuing, 2}, {retrying, 1}}},
         {0, 1, ProbeMode::ThrowUnknown, 1, {{continuing, 0}, {retrying, 1}}},
     };
     // clang-format on
-    for (const Case& c : cases) {
-        m_settings->enableRetry = c.enableRetry;
-        m_settings->retryCount = c.retryCount;
+    for (const auto& [enableRetry, retryCount, mode, calls, counts] : cases) {
+        m_settings->enableRetry = enableRetry;
+        m_settings->retryCount = retryCount;
         DebugCapture capture;
-        CActionListEntry& entry = probe(c.mode);
+        CActionListEntry& entry = probe(mode);
         entry.CallAction(*m_unit, *m_settings);
-        EXPECT_EQ(probeConfig(entry).calls.load(), c.calls);
+        EXPECT_EQ(probeConfig(entry).calls.load(), calls);
         const std::string log = capture.text();
-        for (const auto& [text, times] : c.counts) EXPECT_EQ(countOf(log, text), times) << log;
+        for (const auto& [text, times] : counts) EXPECT_EQ(countOf(log, text), times) << log;
         EXPECT_TRUE(countOf(log, continuing) == 0 || log.find(retrying) > log.rfind(continuing));
     }
 }
@@ -122,27 +117,18 @@ TEST_F(ActionEntryTest, AbortOnFailureAndTheStickyFailedFlag) {
     EXPECT_EQ(probeConfig(fine).calls.load(), 1);
 }
 
-// NOP (0) and unknown ids (1005, and 1025 of an action type not built in) pass; discard (1)
-// stops the rule; NOP and unknown ids are reported when loaded.
+// NOP (0) and unknown ids (1005, and 1025 of an action type not built in) pass, and are
+// reported when loaded; discard (1) stops the rule.
 TEST_F(ActionEntryTest, NopDiscardAndUnknownIds) {
     DebugCapture capture;
-    CActionListEntry& nop = add(0);
-    CActionListEntry& discard = add(1);
-    CActionListEntry& unassigned = add(1005);
-    CActionListEntry& notLanded = add(1025);
-    const std::string log = capture.text();
-    EXPECT_NE(log.find("Error Event 1025 logged with data 'We have a NOP action in our rule set - "
-                       "is the config invalid?'"),
-              std::string::npos);
-    EXPECT_NE(log.find("Error Event 1004 logged with data 'Invalid Action Type'"),
-              std::string::npos);
     m_settings->abortRuleOnFailure = 1;
     m_unit->setActionFailed(1);
-    EXPECT_TRUE(nop.CallAction(*m_unit, *m_settings));
-    EXPECT_FALSE(discard.CallAction(*m_unit, *m_settings));
-    EXPECT_TRUE(unassigned.CallAction(*m_unit, *m_settings));
-    EXPECT_TRUE(notLanded.CallAction(*m_unit, *m_settings));
-    EXPECT_EQ(unassigned.getConfig(), nullptr);
+    for (auto [type, passes] : {std::pair{0, true}, {1, false}, {1005, true}, {1025, true}})
+        EXPECT_EQ(add(type).CallAction(*m_unit, *m_settings), passes) << type;
+    EXPECT_EQ(capture.count("Error Event 1025 logged with data 'We have a NOP action in our rule "
+                            "set - is the config invalid?'"),
+              1u);
+    EXPECT_EQ(capture.count("Error Event 1004 logged with data 'Invalid Action Type'"), 2u);
 }
 
 // Two workers never run doAction of one action at the same time.
