@@ -86,19 +86,11 @@ class RuleConfigTest : public ::testing::Test {
     CRuleSetListEntry* m_main = nullptr;
 };
 
-// Names compare as stored; "nRuleVersion" defaults to -1.
-TEST_F(RuleConfigTest, LoadsBothRuleSets) {
-    EXPECT_EQ(m_ruleSets.getLoadedVersion(), 7);
-    CRuleSetListEntry* alerts = m_ruleSets.findRuleSet(u"Alerts");
-    ASSERT_NE(alerts, nullptr);
-    EXPECT_EQ(m_ruleSets.findRuleSet(u"alerts"), nullptr);
-    EXPECT_EQ(m_main->getRuleList().getRuleCount(), 3);
-    EXPECT_EQ(alerts->getRuleSetNumber(), 2);
-    EXPECT_EQ(alerts->getRuleVersion(), -1);
-}
-
 // A discard ends its rule and every later rule, but in a called rule set only that rule set.
+// Rule set names compare as stored.
 TEST_F(RuleConfigTest, RoutesUnitsThroughRulesAndCalledRuleSet) {
+    EXPECT_EQ(m_ruleSets.getLoadedVersion(), 7);
+    EXPECT_EQ(m_ruleSets.findRuleSet(u"main"), nullptr);
     const std::tuple<const char16_t*, int, const char*> routes[] = {
         {u"alert one", 5, "main-r1,alerts-r2,main-r1-after,main-r3"},
         {u"alert two", 2, "main-r1,alerts-r1,main-r1-after,main-r3"},
