@@ -2,6 +2,8 @@
 
 #include <gtest/gtest.h>
 
+#include <tuple>
+
 #include "common/registry_fixture.h"
 #include "platform/utf_codec.h"
 
@@ -23,12 +25,7 @@ const std::string kHead =
 
 // One value line each: the type and bytes it must give.
 TEST(RegFileParse, ValueForms) {
-    struct Case {
-        std::string line;
-        uint32_t type;
-        std::vector<uint8_t> data;
-    };
-    const Case cases[] = {
+    const std::tuple<std::string, uint32_t, std::vector<uint8_t>> cases[] = {
         {"\"s\"=\"ab\"", vt::kRegSz, bytes({'a', 0, 'b', 0, 0, 0})},
         {"\"s\"=\"a\\\\b\\\"c\"", vt::kRegSz, vt::regStringBytes(u"a\\b\"c")},
         {"\"s\"=\"\"", vt::kRegSz, bytes({0, 0})},
@@ -49,29 +46,24 @@ TEST(RegFileParse, ValueForms) {
         {"@=\"default\"", vt::kRegSz, vt::regStringBytes(u"default")},
         {"  \"sp\" = \"x\"", vt::kRegSz, vt::regStringBytes(u"x")},
     };
-    for (const auto& c : cases) {
+    for (const auto& [line, type, data] : cases) {
         RegFile file;
         RegParseError error;
-        ASSERT_TRUE(vtreg::parseRegFile(kHead + c.line + "\r\n", file, error))
-            << c.line << ": " << error.reason;
-        ASSERT_EQ(file.keys.size(), 1u) << c.line;
-        ASSERT_EQ(file.keys[0].values.size(), 1u) << c.line;
-        EXPECT_EQ(file.keys[0].values[0].type, c.type) << c.line;
-        EXPECT_EQ(file.keys[0].values[0].data, c.data) << c.line;
+        ASSERT_TRUE(vtreg::parseRegFile(kHead + line + "\r\n", file, error))
+            << line << ": " << error.reason;
+        ASSERT_EQ(file.keys.size(), 1u) << line;
+        ASSERT_EQ(file.keys[0].values.size(), 1u) << line;
+        EXPECT_EQ(file.keys[0].values[0].type, type) << line;
+        EXPECT_EQ(file.keys[0].values[0].data, data) << line;
     }
 }
 
 // Hostile and broken input: each a clear error on the right line.
 TEST(RegFileParse, RejectsBrokenInput) {
-    struct Case {
-        const char* what;
-        std::string text;
-        int line;
-        const char* reason;
-    };
     std::string junk;
     for (int i = 0; i < 5000; ++i) junk.push_back(static_cast<char>((i * 131 + 7) & 0xFF));
-    const Case cases[] = {
+    // clang-format off
+    const std::tuple<const char*, std::string, int, const char*> cases[] = {
         {"binary junk", junk, 1, ""},
         {"empty file", "", 1, "not a registry file"},
         {"wrong header", "Windows Registry Editor Version 4.00\r\n", 1, "not a registry file"},
@@ -103,13 +95,14 @@ TEST(RegFileParse, RejectsBrokenInput) {
          "odd number of bytes"},
         {"big-endian utf-16", "\xFE\xFF", 1, "big-endian"},
     };
-    for (const auto& c : cases) {
+    // clang-format on
+    for (const auto& [what, text, line, reason] : cases) {
         RegFile file;
         RegParseError error;
-        EXPECT_FALSE(vtreg::parseRegFile(c.text, file, error)) << c.what;
-        EXPECT_EQ(error.line, c.line) << c.what << ": " << error.reason;
-        EXPECT_NE(error.reason.find(c.reason), std::string::npos) << c.what << ": " << error.reason;
-        EXPECT_FALSE(error.reason.empty()) << c.what;
+        EXPECT_FALSE(vtreg::parseRegFile(text, file, error)) << what;
+        EXPECT_EQ(error.line, line) << what << ": " << error.reason;
+        EXPECT_NE(error.reason.find(reason), std::string::npos) << what << ": " << error.reason;
+        EXPECT_FALSE(error.reason.empty()) << what;
     }
 }
 
