@@ -122,6 +122,7 @@ TEST(Registry, MissingKeysAccessAndDeletion) {
     EXPECT_EQ(vt::regDeleteKey(RegRoot::LocalMachine, sub(reg, u"A")), vt::kRegAccessDenied);
     EXPECT_EQ(vt::regDeleteKey(RegRoot::LocalMachine, sub(reg, u"a\\b\\c")), vt::kRegOk);
     EXPECT_EQ(vt::regDeleteTree(RegRoot::LocalMachine, sub(reg, u"A")), vt::kRegOk);
+    EXPECT_EQ(vt::regDeleteTree(RegRoot::LocalMachine, sub(reg, u"A")), vt::kRegNotFound);
     RegKey gone;
     EXPECT_EQ(gone.open(RegRoot::LocalMachine, sub(reg, u"A\\B"), vt::kKeyRead), vt::kRegNotFound);
     RegKey reborn = createKey(sub(reg, u"A\\B\\C"));

@@ -59,6 +59,7 @@ TEST(KestrelSrvc, StartupWritesBannerAndLastVersionRun) {
     const bool firstStart = vt::processSettings() == nullptr;
     CKestrelSrvc service;
     EXPECT_TRUE(service.OnInit());
+    EXPECT_EQ(CNTService::instance(), &service);
     vt::debugClose();
 
     const std::string text = readFileBytes(logFile);
