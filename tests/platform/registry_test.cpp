@@ -160,7 +160,23 @@ TEST(Registry, OneHandleServesManyThreads) {
 }
 
 #ifndef _WIN32
-// The hive's own rules (Windows has no such path checks or files to compare with).
+// The hive's own rules (Windows has no such transaction or path checks to compare with): a
+// batch whose body fails leaves nothing behind, a good one commits.
+TEST(Hive, AtomicBatchCommitsAllOrNothing) {
+    vt::test::ScopedRegistry reg;
+    const auto v = vt::regDwordBytes(1);
+    for (uint32_t outcome : {vt::kRegInvalidData, vt::kRegOk}) {
+        EXPECT_EQ(vt::regRunAtomically([&] {
+                      createKey(sub(reg, u"Batch")).setValue(u"n", vt::kRegDword, v.data(), 4);
+                      return outcome;
+                  }),
+                  outcome);
+        RegKey key;
+        EXPECT_EQ(key.open(RegRoot::LocalMachine, sub(reg, u"Batch"), vt::kKeyRead),
+                  outcome == vt::kRegOk ? vt::kRegOk : vt::kRegNotFound);
+    }
+}
+
 // Malformed paths and a file that is no hive are refused, not mistaken for keys.
 TEST(Hive, RejectsMalformedPathsAndJunkFiles) {
     vt::test::ScopedRegistry reg;
