@@ -17,18 +17,19 @@ namespace {
 using namespace vt;
 using namespace vt::test;
 
-// Two rule sets. "Main": R1 logs "alert" messages, calls "Alerts" and logs again; R2 logs
+// Three rule sets. "Main": R1 logs "alert" messages, calls "Alerts" and logs again; R2 logs
 // "drop" messages and discards them before a third action; R3 has no filters and logs
 // everything that gets that far. "Alerts": R1 logs and discards units of priority below 4;
-// R2 logs the rest. Action type 9001 is the test's probe, which appends its "szTag".
+// R2 logs the rest. "Loop" calls "Later", which is not there, and then itself. Action type
+// 9001 is the test's probe, which appends its "szTag".
 struct Value {
     const char16_t* name;
     std::variant<uint32_t, const char16_t*> value;
 };
 // clang-format off
 const std::pair<const char16_t*, std::vector<Value>> kConfig[] = {
-    {u"", {{u"nRuleSetsVersion", 7u}, {u"nRuleSetCount", 2u}, {u"szRSName1", u"Main"},
-           {u"szRSName2", u"Alerts"}}},
+    {u"", {{u"nRuleSetsVersion", 7u}, {u"nRuleSetCount", 3u}, {u"szRSName1", u"Main"},
+           {u"szRSName2", u"Alerts"}, {u"szRSName3", u"Loop"}}},
     {u"\\RS1", {{u"nRuleSetNumber", 1u}, {u"nRuleCount", 3u}, {u"nRuleVersion", 1u}}},
     {u"\\RS1\\R1", {{u"nActionCount", 3u}, {u"nActionType1", 9001u},
                      {u"szActionName1", u"log main-r1"}, {u"nActionType2", 1014u},
@@ -59,6 +60,10 @@ const std::pair<const char16_t*, std::vector<Value>> kConfig[] = {
                                     {u"PropertyValue", u"4"}, {u"CompareOperation", 3u}}},
     {u"\\RS2\\R2", {{u"nActionCount", 1u}, {u"nActionType1", 9001u}}},
     {u"\\RS2\\R2\\A1", {{u"szTag", u"alerts-r2"}}},
+    {u"\\RS3", {{u"nRuleCount", 1u}}},
+    {u"\\RS3\\R1", {{u"nActionCount", 2u}, {u"nActionType1", 1014u}, {u"nActionType2", 1014u}}},
+    {u"\\RS3\\R1\\A1", {{u"szRuleSet", u"Later"}}},
+    {u"\\RS3\\R1\\A2", {{u"szRuleSet", u"Loop"}}},
 };
 // clang-format on
 
@@ -74,7 +79,7 @@ class RuleConfigTest : public ::testing::Test {
                 else
                     regSetString(path, v.name, std::get<const char16_t*>(v.value));
             }
-        ASSERT_EQ(loadAgentRuleSets(m_ruleSets), 2u);
+        ASSERT_EQ(loadAgentRuleSets(m_ruleSets), 3u);
         m_main = m_ruleSets.findRuleSet(u"Main");
         ASSERT_NE(m_main, nullptr);
     }
@@ -106,45 +111,22 @@ TEST_F(RuleConfigTest, RoutesUnitsThroughRulesAndCalledRuleSet) {
     }
 }
 
-// A call to a rule set that is not loaded is reported on each call until it is there.
-TEST_F(RuleConfigTest, CallToMissingRuleSetIsReportedUntilFound) {
-    const std::u16string key = m_registry.base() + u"\\R1\\A1";
-    regSetString(key, u"szRuleSet", u"Later");
-    CRuleSetList ruleSets;
-    CActionListEntry call(CQuilletString("call"), CQuilletString(std::u16string_view(key)), 1014,
-                          ActionLoadContext{&ruleSets, vt::agentActionTypes()});
-    auto unit = makeSyslogUnit(u"m");
+// A call to a rule set that is not loaded is reported on each call until it is there; a rule
+// set that calls itself ends after a bounded depth instead of exhausting the stack.
+TEST_F(RuleConfigTest, CallsToMissingAndSelf) {
+    CRuleSetListEntry* loop = m_ruleSets.findRuleSet(u"Loop");
+    ASSERT_NE(loop, nullptr);
     for (bool loaded : {false, true}) {
-        if (loaded) ruleSets.add(std::make_unique<CRuleSetListEntry>(CQuilletString("Later")));
+        if (loaded) m_ruleSets.add(std::make_unique<CRuleSetListEntry>(CQuilletString("Later")));
         DebugCapture capture;
-        EXPECT_TRUE(call.CallAction(*unit, *m_settings));
-        EXPECT_EQ(countOf(capture.text(), "CActionCallRuleSet - RuleSet was NOT found."),
-                  loaded ? 0u : 1u);
-        EXPECT_EQ(countOf(capture.text(),
-                          "Error Event 114 logged with data 'No RuleSet was found in "
-                          "Call RuleSet Action. DEBUG: "),
-                  loaded ? 0u : 1u);
+        auto unit = makeSyslogUnit(u"m");
+        EXPECT_TRUE(loop->getRuleList().process(*unit, *m_settings));
+        EXPECT_EQ(capture.count("CActionCallRuleSet - RuleSet was NOT found.") > 0, !loaded);
+        EXPECT_EQ(capture.count("Error Event 114 logged with data 'No RuleSet was found in Call "
+                                "RuleSet Action. DEBUG: ") > 0,
+                  !loaded);
+        EXPECT_GT(capture.count("calls nested deeper than"), 0u);
     }
-}
-
-// A rule set that calls itself ends after a bounded depth instead of exhausting the stack.
-TEST_F(RuleConfigTest, SelfCallIsCutOff) {
-    const std::u16string key = m_registry.base() + u"\\R1\\A1";
-    regSetString(key, u"szRuleSet", u"Loop");
-    CRuleSetList ruleSets;
-    auto loop = std::make_unique<CRuleSetListEntry>(CQuilletString("Loop"));
-    CRuleSetListEntry* loopSet = loop.get();
-    ruleSets.add(std::move(loop));
-    regSetDword(m_registry.base() + u"\\R1", u"nActionCount", 1);
-    regSetDword(m_registry.base() + u"\\R1", u"nActionType1", 1014);
-    loopSet->getRuleList().add(std::make_unique<CRuleListEntry>(
-        RuleFiringSettings{}, nullptr,
-        std::make_unique<CActionList>(CQuilletString(m_registry.base() + u"\\R1"),
-                                      ActionLoadContext{&ruleSets, vt::agentActionTypes()})));
-    auto unit = makeSyslogUnit(u"m");
-    DebugCapture capture;
-    EXPECT_TRUE(loopSet->getRuleList().process(*unit, *m_settings));
-    EXPECT_NE(capture.text().find("calls nested deeper than"), std::string::npos);
 }
 
 }  // namespace
