@@ -3,7 +3,6 @@
 #include <gtest/gtest.h>
 
 #include <thread>
-#include <tuple>
 #include <utility>
 #include <vector>
 
@@ -41,35 +40,12 @@ class ActionEntryTest : public ::testing::Test {
     std::vector<std::unique_ptr<CActionListEntry>> m_entries;
 };
 
-// With retry on, a failing action runs "nRetryCount" times in all, sleeping "nRetryPeriod"
-// before each retry; both ways of failing count, and a success ends the retries.
-TEST_F(ActionEntryTest, RetriesUntilSuccessOrRetryCount) {
-    m_settings->enableRetry = 1;
-    m_settings->retryCount = 3;
-    m_settings->retryPeriod = 250;
-    // mode, call on which it starts to succeed (0: never), calls, sleeps
-    const std::tuple<ProbeMode, int, int, int> cases[] = {{ProbeMode::SetFailedFlag, 0, 3, 2},
-                                                          {ProbeMode::ThrowReport, 0, 3, 2},
-                                                          {ProbeMode::ThrowReport, 2, 2, 1}};
-    for (auto [mode, succeedAt, calls, sleeps] : cases) {
-        m_unit = makeSyslogUnit(u"hello");
-        CActionListEntry& entry = probe(mode);
-        probeConfig(entry).hook = [&, succeedAt](CInfoUnit&) {
-            if (probeConfig(entry).calls.load() == succeedAt)
-                probeConfig(entry).mode = static_cast<int>(ProbeMode::Succeed);
-        };
-        const int sleepsBefore = m_clock.sleepCount();
-        EXPECT_TRUE(entry.CallAction(*m_unit, *m_settings));  // no abort configured
-        EXPECT_EQ(probeConfig(entry).calls.load(), calls);
-        EXPECT_EQ(m_clock.sleepCount() - sleepsBefore, sleeps);
-    }
-    for (uint32_t d : m_clock.sleepDurations()) EXPECT_EQ(d, 250u);
-}
-
-// What the debug log says about failed tries. Only exactly 1 enables retries, but a thrown
-// report is still logged as a numbered try while "nRetryCount" is above 1. The texts of the
-// unknown-exception branch are swapped: the last try says "retrying", the others "continuing".
-TEST_F(ActionEntryTest, FailedTriesAreLogged) {
+// With retry on (exactly 1), a failing action runs "nRetryCount" times in all, sleeping
+// "nRetryPeriod" before each retry; both ways of failing count, and a success ends the
+// retries. A thrown report is still logged as a numbered try while "nRetryCount" is above 1.
+// The texts of the unknown-exception branch are swapped: the last try says "retrying", the
+// others "continuing".
+TEST_F(ActionEntryTest, RetriesAndWhatTheLogSaysAboutThem) {
     const std::string numbered =
         "an action 'probe action' - Try number '1'. Error is 'probe failure'.";
     const std::string skipped =
@@ -77,26 +53,42 @@ TEST_F(ActionEntryTest, FailedTriesAreLogged) {
         "skipping action 'probe action'. Error is 'probe failure'.'";
     const std::string continuing = "Unknown error while applying the actions - continuing";
     const std::string retrying = "Unknown error while applying the actions - retrying";
-    // enableRetry, retryCount, mode, calls, texts with the times they occur in the log
+    struct Case {
+        uint32_t enableRetry, retryCount;
+        ProbeMode mode;
+        int succeedAt, calls;  // succeedAt: the call that succeeds (0: none)
+        std::vector<std::pair<std::string, size_t>> counts;  // text, times in the log
+    };
     // clang-format off
-    const std::tuple<uint32_t, uint32_t, ProbeMode, int, std::vector<std::pair<std::string, size_t>>> cases[] = {
-        {2, 3, ProbeMode::ThrowReport, 1, {{numbered, 1}, {"skipping action", 0}}},
-        {0, 1, ProbeMode::ThrowReport, 1, {{skipped, 1}}},
-        {1, 3, ProbeMode::ThrowUnknown, 3, {{continuing, 2}, {retrying, 1}}},
-        {0, 1, ProbeMode::ThrowUnknown, 1, {{continuing, 0}, {retrying, 1}}},
+    const Case cases[] = {
+        {1, 3, ProbeMode::SetFailedFlag, 0, 3, {}},
+        {1, 3, ProbeMode::ThrowReport, 0, 3, {}},
+        {1, 3, ProbeMode::ThrowReport, 2, 2, {}},
+        {2, 3, ProbeMode::ThrowReport, 0, 1, {{numbered, 1}, {"skipping action", 0}}},
+        {0, 1, ProbeMode::ThrowReport, 0, 1, {{skipped, 1}}},
+        {1, 3, ProbeMode::ThrowUnknown, 0, 3, {{continuing, 2}, {retrying, 1}}},
+        {0, 1, ProbeMode::ThrowUnknown, 0, 1, {{continuing, 0}, {retrying, 1}}},
     };
     // clang-format on
-    for (const auto& [enableRetry, retryCount, mode, calls, counts] : cases) {
-        m_settings->enableRetry = enableRetry;
-        m_settings->retryCount = retryCount;
+    m_settings->retryPeriod = 250;
+    for (const Case& c : cases) {
+        m_settings->enableRetry = c.enableRetry;
+        m_settings->retryCount = c.retryCount;
         DebugCapture capture;
-        CActionListEntry& entry = probe(mode);
-        entry.CallAction(*m_unit, *m_settings);
-        EXPECT_EQ(probeConfig(entry).calls.load(), calls);
+        CActionListEntry& entry = probe(c.mode);
+        probeConfig(entry).hook = [&entry, n = c.succeedAt](CInfoUnit&) {
+            if (probeConfig(entry).calls.load() == n)
+                probeConfig(entry).mode = static_cast<int>(ProbeMode::Succeed);
+        };
+        const int sleepsBefore = m_clock.sleepCount();
+        EXPECT_TRUE(entry.CallAction(*makeSyslogUnit(u"x"), *m_settings));  // no abort set
+        EXPECT_EQ(probeConfig(entry).calls.load(), c.calls);
+        EXPECT_EQ(m_clock.sleepCount() - sleepsBefore, c.enableRetry == 1 ? c.calls - 1 : 0);
         const std::string log = capture.text();
-        for (const auto& [text, times] : counts) EXPECT_EQ(countOf(log, text), times) << log;
+        for (const auto& [text, times] : c.counts) EXPECT_EQ(countOf(log, text), times) << log;
         EXPECT_TRUE(countOf(log, continuing) == 0 || log.find(retrying) > log.rfind(continuing));
     }
+    for (uint32_t d : m_clock.sleepDurations()) EXPECT_EQ(d, 250u);
 }
 
 // A failure stops the rule only with "nAbortRuleOnFailure"; a disabled action is skipped; the
