@@ -60,15 +60,16 @@ TEST_F(QueueLimitTest, LimitTenLetsTheEleventhInAndHoldsTheTwelfth) {
     EXPECT_EQ(unlimited->getLength(), 300);
     EXPECT_EQ(m_clock.sleepCount(), 0);
     auto queue = makeQueue(10);
-    std::unique_ptr<CInfoUnit> first(new CInfoUnit), second(new CInfoUnit);
-    queue->Enqueue(first.release());
-    queue->Enqueue(second.get());
+    auto* second = new CInfoUnit;
+    fill(*queue, 1);
+    queue->Enqueue(second);
     fill(*queue, 9);
     EXPECT_EQ(m_clock.sleepCount(), 0);
-    fill(*queue, 1);  // the sleep removes `first`
+    fill(*queue, 1);  // the sleep removes the first unit
     EXPECT_EQ(m_clock.sleepDurations(), std::vector<uint32_t>{1000u});
     EXPECT_EQ(queue->getLength(), 11);
-    EXPECT_EQ(queue->Remove(), second.get());
+    std::unique_ptr<CInfoUnit> next(queue->Remove());
+    EXPECT_EQ(next.get(), second);
 }
 
 // In low memory a producer waits, whatever the limit, until 100 fewer are queued (250 -> 150,
@@ -116,7 +117,7 @@ TEST(QueueLimitWakeTest, RemoveWakesTheWaitingProducer) {
         queue.Enqueue(new CInfoUnit);
         added = true;
     });
-    ASSERT_TRUE(eventually([&] { return clock.waiting.load(); }));
+    EXPECT_TRUE(eventually([&] { return clock.waiting.load(); }));
     EXPECT_FALSE(added.load());
     delete queue.Remove();
     EXPECT_TRUE(eventually([&] { return added.load(); }));
