@@ -92,10 +92,12 @@ class RuleConfigTest : public ::testing::Test {
 };
 
 // A discard ends its rule and every later rule, but in a called rule set only that rule set.
-// Rule set names compare as stored.
+// Rule set names compare as stored; "nRuleVersion" defaults to -1.
 TEST_F(RuleConfigTest, RoutesUnitsThroughRulesAndCalledRuleSet) {
     EXPECT_EQ(m_ruleSets.getLoadedVersion(), 7);
     EXPECT_EQ(m_ruleSets.findRuleSet(u"main"), nullptr);
+    EXPECT_EQ(m_ruleSets.findRuleSet(u"Alerts")->getRuleSetNumber(), 2);
+    EXPECT_EQ(m_ruleSets.findRuleSet(u"Alerts")->getRuleVersion(), -1);
     const std::tuple<const char16_t*, int, const char*> routes[] = {
         {u"alert one", 5, "main-r1,alerts-r2,main-r1-after,main-r3"},
         {u"alert two", 2, "main-r1,alerts-r1,main-r1-after,main-r3"},

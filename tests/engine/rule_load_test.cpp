@@ -22,6 +22,8 @@ TEST(RuleLoadTest, ReadsFiringSettingsAndKeepsOlderValues) {
     regSetDword(v1, u"bMonday", 1);
     regSetDword(v1, u"bSaturday", 1);
     regSetString(v1, u"CRMessageContent", u"disk");
+    regSetDword(v1, u"CRSyslogPriority", 3);
+    regSetDword(v1, u"CRSyslogPriorityCompare", 1);
     const std::u16string v2 = registry.base() + u"\\R2";
     regSetDword(v2, u"nFilterVersion", 2);
     regSetDword(v2, u"nGlobalCondProperty", 1);
@@ -35,8 +37,12 @@ TEST(RuleLoadTest, ReadsFiringSettingsAndKeepsOlderValues) {
     EXPECT_EQ(first.getFiring().occurrencesTime, 60);
     EXPECT_EQ(first.getFiring().minimumWaitTime, -1);
     EXPECT_EQ(first.getLegacy().weekdayMask, 2u | 64u);
+    EXPECT_TRUE(first.getLegacy().hasMessageContent);
     EXPECT_EQ(first.getLegacy().messageContent.view(), u"disk");
+    EXPECT_TRUE(first.getLegacy().hasSyslogPriorityCompare);
+    EXPECT_FALSE(first.getLegacy().hasEventSource);
     EXPECT_EQ(first.getLegacy().timeEnd, 86399);
+    EXPECT_EQ(first.getLegacy().charEnd, -1);
 
     CRuleListEntry second(CQuilletString(std::u16string_view(v2)),
                           ActionLoadContext{nullptr, vt::agentActionTypes()});
