@@ -4,6 +4,7 @@
 
 #include <regex>
 #include <string>
+#include <tuple>
 #include <vector>
 
 #include "base/error_reporter.h"
@@ -34,7 +35,7 @@ class RecordingService : public CNTService {
 };
 
 // Each control code reaches its handler (a user code from 128 on), and only stop changes the
-// state; the name is cut at 63 characters.
+// state; the name is cut at 63 characters; a new service reports itself stopped.
 TEST(NTService, ControlCodesReachTheirHandlers) {
     struct Case {
         uint32_t code;
@@ -54,6 +55,9 @@ TEST(NTService, ControlCodesReachTheirHandlers) {
     for (const Case& c : cases) {
         RecordingService service;
         EXPECT_EQ(std::string(service.serviceName()).size(), 63u);
+        const vt::ServiceStatus& st = service.status();  // stopped, stop accepted, own process
+        EXPECT_EQ(std::tuple(st.currentState, st.controlsAccepted, st.serviceType),
+                  std::tuple(1u, 1u, 16u));
         service.setRunning(true);
         service.SetStatus(4);
         service.HandleControl(c.code);
