@@ -2,18 +2,13 @@
 
 #include <gtest/gtest.h>
 
-#include <cstdlib>
-#include <filesystem>
 #include <regex>
 #include <string>
-#include <vector>
 
 #include "base/config_settings.h"
 #include "base/reg_access.h"
 #include "common/registry_fixture.h"
 #include "common/service_fixture_helper.h"
-#include "platform/registry.h"
-#include "platform/system_error.h"
 
 namespace {
 using vt::test::DebugLogScope;
