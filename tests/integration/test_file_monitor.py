@@ -10,7 +10,7 @@ import threading
 import time
 import unittest
 
-from test_service_host import AgentTestCase, services, write_file_rules
+from test_service_host import AgentTestCase, file_lines, services, write_file_rules
 from test_syslog import free_port
 
 LINES = 100000
@@ -18,13 +18,8 @@ LINES = 100000
 
 class FileMonitorExactlyOnce(AgentTestCase):
     def output_numbers(self):
-        numbers = []
-        for name in glob.glob(os.path.join(self.out, "*")):
-            with open(name, "rb") as f:
-                for line in f.read().decode("utf-8", "replace").splitlines():
-                    if line.startswith("line "):
-                        numbers.append(int(line[5:]))
-        return numbers
+        lines = file_lines(*glob.glob(os.path.join(self.out, "*")))
+        return [int(l[5:]) for l in lines if l.startswith(b"line ")]
 
     def test_every_line_once_across_a_kill(self):
         self.out = os.path.join(self.dir, "out")
@@ -57,8 +52,7 @@ class FileMonitorExactlyOnce(AgentTestCase):
         writer.join()
         self.wait_for(lambda: len(set(self.output_numbers())) >= LINES,
                       f"all {LINES} lines", 300, agent)
-        time.sleep(1)  # anything still to come would be a duplicate
-        self.stop(agent)
+        self.stop(agent)  # anything still to come would be a duplicate
         numbers = self.output_numbers()
         self.assertEqual(set(numbers), set(range(LINES)))
         twice = [n for n, c in collections.Counter(numbers).items() if c > 1]

@@ -99,13 +99,14 @@ TEST(XmlRead, MismatchIsLoggedOnlyWithUltraLevel) {
     }
 }
 
-// Nesting is bounded; deep, unclosed and unbalanced input must not overflow the stack.
+// Catches unbounded recursion: deep, unclosed and unbalanced nesting must not overflow the stack.
 TEST(XmlRead, DeepNestingIsBounded) {
-    const int depth = 100000;
-    std::u16string xml;
-    for (int i = 0; i < depth; ++i) xml += u"<a>";
-    xml += u"x";
-    for (int i = 0; i < depth; ++i) xml += u"</a>";
+    std::u16string open, close;
+    for (int i = 0; i < 100000; ++i) {
+        open += u"<a>";
+        close += u"</a>";
+    }
+    const std::u16string xml = ucat(open, u"x", close);
     CNameValueTree tree;
     tree.parse(xml);
     int levels = 0;
