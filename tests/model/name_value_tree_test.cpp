@@ -141,9 +141,10 @@ TEST(NameValueTree, CachedValuesFollowEverySet) {
 // 31 of a 30-day month runs on; bad fields and layouts are refused.
 TEST(Calendar, TextToSecondsByTheAgentsRoutine) {
     const std::pair<const char16_t*, int64_t> rows[] = {
-        {u"1970-01-01 00:00:00", 0},          {u"1972-03-01 00:00:00", 68256000},
-        {u"2000-03-01 00:00:00", 951868800},  {u"2038-01-19 03:14:08", 2147483648},
-        {u"2100-03-01 00:00:00", 4107628800}, {u"2023-04-31 00:00:00", 1682899200}};
+        {u"1972-02-29 00:00:00", 68169600},   {u"1970-01-01 00:00:00", 0},
+        {u"1972-03-01 00:00:00", 68256000},   {u"2000-03-01 00:00:00", 951868800},
+        {u"2038-01-19 03:14:08", 2147483648}, {u"2100-03-01 00:00:00", 4107628800},
+        {u"2023-04-31 00:00:00", 1682899200}};
     for (const auto& [text, seconds] : rows) {
         int64_t s = -1;
         ASSERT_TRUE(vt::parseTimeText(text, s)) << seconds;

@@ -247,6 +247,9 @@ TEST(TcpServer, SilentConnectionIsDropped) {
               2u)
         << text;
     EXPECT_NE(text.find("silent for 3 time-outs, closed"), std::string::npos) << text;
+    // Without a message time-out silence is never counted.
+    EXPECT_EQ((TcpSilenceRule{0, 1000}.timeoutsAfter(1u << 30)), 0u);
+    EXPECT_FALSE((TcpSilenceRule{0, 1000}.givesUp(1000)));
 }
 
 // stop() ends run() while connections are open and hands on their unfinished messages.
