@@ -113,6 +113,7 @@ TEST_F(ReporterTest, WrappersWriteTheirDebugLines) {
     EXPECT_EQ(text.find("Test::"), std::string::npos) << "the caller tag is not written";
 }
 
+// Catches lost exception lines, access details shown for other codes, or an event for id -1.
 TEST_F(ReporterTest, SystemExceptionReportWritesItsLinesAndAsksForTheHandler) {
     DebugCapture log(vt::DBG_ERROR);
     vt::SystemExceptionDetails access;
@@ -149,6 +150,7 @@ std::string shapeOf(const std::string& datagram) {
     return "<" + m[1].str() + ">|" + m[2].str();
 }
 
+// Catches a wrong severity or text on the wire, and warnings sent while switched off.
 TEST_F(ReporterTest, EventsReachTheSyslogSocketWithSeverityAndText) {
     SyslogSink sink(fileIn(dir, "sock"));
     vt::reportError(114, "T", "engine failed", "details here");
@@ -187,6 +189,7 @@ TEST_F(ReporterTest, BurstEndsWithEvent151AndSilenceUntilTheNextHour) {
               std::string::npos);
 }
 
+// Catches a missing socket that is not reported as a failed registration.
 TEST_F(ReporterTest, UnreachableSocketIsAFailedRegistration) {
     DebugCapture log(vt::DBG_INFO);
     vt::test::ScopedEnv socket("VTAGENT_EVENTLOG_SOCKET", fileIn(dir, "nobody-listens"));
@@ -194,6 +197,7 @@ TEST_F(ReporterTest, UnreachableSocketIsAFailedRegistration) {
     EXPECT_NE(log.raw().find("| Info\t| hEvtLog is NULL\r\n"), std::string::npos);
 }
 
+// Catches a wrong layout of the three exception lines in the event text.
 TEST_F(ReporterTest, SystemExceptionWithAnEventIdReportsTheThreeLines) {
     SyslogSink sink(fileIn(dir, "sock"));
     vt::SystemExceptionDetails access;

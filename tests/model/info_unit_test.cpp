@@ -20,10 +20,6 @@ namespace {
 
 using LogCapture = vt::test::DebugCapture;
 
-std::string n(std::u16string_view wide) {
-    return vt::utf16ToUtf8(wide);
-}
-
 int64_t fixedClock() {
     return 1704114309;  // 2024-01-01 13:05:09
 }

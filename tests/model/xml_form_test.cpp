@@ -11,10 +11,6 @@ namespace {
 
 using LogCapture = vt::test::DebugCapture;
 
-std::string n(std::u16string_view wide) {
-    return vt::utf16ToUtf8(wide);
-}
-
 // Flattens a parsed tree to "name=value" and "name{...}" for compact expectations.
 std::string dump(const CNameValueTree& tree) {
     std::string out;
@@ -37,6 +33,7 @@ struct ReadCase {
 
 class XmlReadCases : public ::testing::TestWithParam<ReadCase> {};
 
+// Catches a reader that repairs, drops or silently accepts malformed markup.
 TEST_P(XmlReadCases, BuildsTheLiteralTree) {
     const ReadCase& c = GetParam();
     LogCapture log;
@@ -128,6 +125,7 @@ TEST(XmlWrite, EscapesFiveCharactersAndLeavesChildrenOut) {
     EXPECT_EQ(CNameValueTree().toXML(u"event"), u"<event></event>");
 }
 
+// Catches escaping and entity decoding that do not undo each other (double decoding, lost blanks).
 TEST(XmlRoundTrip, ValuesSurviveWritingAndReading) {
     const std::u16string values[] = {
         u"\"&'<>",        u"&copy;", u"a&amp;b", u" lead and trail ",    u"",

@@ -129,6 +129,7 @@ TEST(UdpServer, WaitTimesOutAndStopsAreKept) {
     stopper.join();
 }
 
+// Catches pieces of two connections mixed up, a wrong peer, or a lost unfinished message.
 TEST_P(LoopbackTest, TcpServerFramesAndAttributesMessages) {
     TcpServerSettings settings;
     settings.framing = lineFraming();
