@@ -120,10 +120,8 @@ class AgentTestCase(unittest.TestCase):
         self.vtreg("import", reg)
 
     def log_text(self):
-        if not os.path.exists(self.log):
-            return ""
-        with open(self.log, "rb") as f:
-            return f.read().decode("utf-8", "replace")
+        log = pathlib.Path(self.log)
+        return log.read_bytes().decode("utf-8", "replace") if log.exists() else ""
 
     def spawn(self, *args, console=False):
         """Starts vtagent with its output in pipes; the clean-up stops it if it still runs.
@@ -161,24 +159,19 @@ class AgentTestCase(unittest.TestCase):
             time.sleep(0.05)
         self.fail("timed out waiting for %s\n%s" % (what, self.log_text()[-3000:]))
 
-    def run_agent(self, *args):
-        return subprocess.run([VTAGENT, *args], env=self.env, capture_output=True, text=True,
+    def run_agent(self, *args, program=VTAGENT):
+        return subprocess.run([program, *args], env=self.env, capture_output=True, text=True,
                               timeout=60)
 
     def vtreg(self, *args):
-        r = subprocess.run([VTREG, *args], env=self.env, capture_output=True, text=True,
-                           timeout=60)
+        r = self.run_agent(*args, program=VTREG)
         self.assertEqual(r.returncode, 0, r.stderr)
         return r.stdout
 
     def event_texts(self, count):
         """The "[id] text" parts of the first `count` events, with their syslog priority."""
         got = self.events.collect(lambda g: len(g) >= count, timeout=5)
-        out = []
-        for datagram in got:
-            pri = datagram[1:datagram.index(">")]
-            out.append((int(pri), datagram.split("]: ", 1)[1]))
-        return out
+        return [(int(d[1:d.index(">")]), d.split("]: ", 1)[1]) for d in got]
 
 
 class CommandLine(AgentTestCase):
@@ -200,10 +193,8 @@ class CommandLine(AgentTestCase):
         version = "QuilletVantoreAgent Version 4.4\n"
         self.assertEqual(self.run_agent("-v").stdout, version + "The service is not installed.\n")
         r = self.run_agent("-i")
-        self.assertEqual(r.stdout, "QuilletVantoreAgent installed\n")
-        self.assertEqual(r.returncode, 0)
-        with open(unit, encoding="utf-8") as f:
-            text = f.read()
+        self.assertEqual((r.stdout, r.returncode), ("QuilletVantoreAgent installed\n", 0))
+        text = pathlib.Path(unit).read_text(encoding="utf-8")
         exe = os.path.realpath(VTAGENT)
         self.assertTrue(text.startswith("[Unit]\n"))
         for line in ("[Service]", "Type=notify", "ExecStart=" + exe, "Restart=on-failure",
@@ -211,7 +202,6 @@ class CommandLine(AgentTestCase):
                      'Environment="VTAGENT_REGISTRY=%s"' % self.env["VTAGENT_REGISTRY"],
                      "WantedBy=multi-user.target"):
             self.assertIn("\n" + line + "\n", text)
-
         self.assertEqual(self.run_agent("-v").stdout,
                          version + "The service is currently installed.\n")
         parameters = self.vtreg(
@@ -225,25 +215,21 @@ class CommandLine(AgentTestCase):
         self.assertIn('"TypesSupported"=dword:00000007', source)
         self.assertIn('"EventMessageFile"=hex(2):', source)
         self.assertEqual(self.run_agent("-i").stdout, "QuilletVantoreAgent is already installed\n")
-
-        r = self.run_agent("-u")
-        self.assertEqual(
-            r.stdout,
-            "QuilletVantoreAgent removed. (You must delete the file (%s) yourself.)\n" % exe)
+        self.assertEqual(self.run_agent("-u").stdout, "QuilletVantoreAgent removed. (You must "
+                         "delete the file (%s) yourself.)\n" % exe)
         self.assertFalse(os.path.exists(unit))
         self.assertEqual(self.run_agent("-v").stdout, version + "The service is not installed.\n")
         self.assertEqual(self.run_agent("-u").stdout, "QuilletVantoreAgent is not installed\n")
         # The event source stays registered after the removal.
         self.assertEqual(self.vtreg("export", source_key), source)
-
         self.assertEqual(self.event_texts(2),
                          [(30, "[100] QuilletVantoreAgent"), (30, "[101] QuilletVantoreAgent")])
 
     def test_install_into_a_missing_directory_fails_with_the_error(self):
         self.env["VTAGENT_SYSTEMD_DIR"] = os.path.join(self.dir, "no", "such", "dir")
         r = self.run_agent("-i")
-        self.assertEqual(r.stdout, "QuilletVantoreAgent failed to install. Error 2\n")
-        self.assertNotEqual(r.returncode, 0)
+        self.assertEqual((r.stdout, r.returncode != 0),
+                         ("QuilletVantoreAgent failed to install. Error 2\n", True))
 
 
 class ConsoleMode(AgentTestCase):

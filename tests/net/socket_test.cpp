@@ -1,5 +1,4 @@
 #include <gtest/gtest.h>
-#include <zlib.h>
 
 #include <atomic>
 #include <memory>
@@ -37,8 +36,8 @@ CWinSock udpClient(const char* address) {
     return CWinSock::create(loopback(address, 0).family(), SOCK_DGRAM);
 }
 
-// Datagrams arrive one message each, with the sender's address; NUL is escaped, "z" datagrams
-// are inflated, an unusable one is dropped without stopping reception, a long one is cut.
+// Catches a wrong sender, unescaped NUL, a broken "z" datagram that stops reception, or a long
+// datagram not cut (inflating the good ones is checked with a real sender end to end).
 TEST_P(LoopbackTest, UdpServerReceivesDatagrams) {
     CSyslogServer server;
     server.open(GetParam(), 0);
@@ -62,17 +61,6 @@ TEST_P(LoopbackTest, UdpServerReceivesDatagrams) {
 
     client.sendTo("zgarbage", 8, target);
     EXPECT_EQ(server.receiveMessage(message, sender, 5000), CUDPServer::Result::Dropped);
-
-    std::string packed(256, '\0');
-    uLongf packedSize = static_cast<uLongf>(packed.size());
-    ASSERT_EQ(compress(reinterpret_cast<Bytef*>(packed.data()), &packedSize,
-                       reinterpret_cast<const Bytef*>(plain.data()), uLong(plain.size())),
-              Z_OK);
-    std::string datagram = "z";
-    datagram.append(packed, 0, packedSize);
-    client.sendTo(datagram.data(), int(datagram.size()), target);
-    ASSERT_EQ(server.receiveMessage(message, sender, 5000), CUDPServer::Result::Message);
-    EXPECT_EQ(message, plain);
 
     // A datagram longer than the buffer arrives cut to 32,767 bytes, on both systems.
     const std::string big(40000, 'x');
