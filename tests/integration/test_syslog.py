@@ -67,11 +67,8 @@ class RealSenders(SyslogAgent):
         resolved = socket.gethostbyaddr("127.0.0.1")[0].encode()
         for line, word, sender in zip(got, (b"over-tcp", b"over-udp"), (b"127.0.0.1", resolved)):
             source, tag, severity, msg = line.split(b"|", 3)
-            self.assertEqual(source, sender)
-            self.assertEqual(tag, b"mytag")
-            self.assertEqual(severity, b"4")
-            self.assertTrue(msg.startswith(b"mytag"), msg)
-            self.assertTrue(msg.endswith(b": hello " + word), msg)
+            self.assertEqual((source, tag, severity), (sender, b"mytag", b"4"))
+            self.assertTrue(msg.startswith(b"mytag") and msg.endswith(b": hello " + word), msg)
 
     @unittest.skipUnless(os.path.exists("/usr/sbin/rsyslogd"), "no rsyslogd to send with")
     def test_rsyslog_forwards_compressed_datagrams(self):
@@ -173,13 +170,12 @@ def send_numbered(port, count, connections):
     chunks = [[] for _ in socks]
     for n in range(count):
         chunks[n % connections].append(b"<13>msg %08d\n" % n)
-    threads = [threading.Thread(target=lambda s=s, c=c: s.sendall(b"".join(c)))
+    threads = [threading.Thread(target=s.sendall, args=(b"".join(c),))
                for s, c in zip(socks, chunks)]
     for th in threads:
         th.start()
-    for th in threads:
+    for th, s in zip(threads, socks):
         th.join()
-    for s in socks:
         s.close()
 
 
@@ -193,9 +189,7 @@ class Volume(SyslogAgent):
         send_numbered(port, self.COUNT, connections)
         self.wait_lines(self.COUNT, timeout=300)
         self.stop(self.agent)  # whatever is still to come is written before the agent ends
-        got = self.lines()
-        self.assertEqual(len(got), self.COUNT)
-        numbers = [int(l.split(b" ")[1]) for l in got]
+        numbers = [int(l.split(b" ")[1]) for l in self.lines()]
         self.assertEqual(sorted(numbers), list(range(self.COUNT)))
         return numbers
 
