@@ -10,6 +10,7 @@
 #include <vector>
 
 #include "base/debug_log.h"
+#include "base/error_report.h"
 #include "common/service_fixture_helper.h"
 #include "platform/process.h"
 
@@ -77,6 +78,17 @@ TEST(SyslogDatagram, CarriesPriorityTagIdAndTexts) {
     EXPECT_EQ(
         vt::syslogEventDatagram("Tag", vt::EventType::information, 114, "first", "", true, t, 42),
         "<30>Nov  2 07:05:09 Tag[42]: [114] first | ");
+}
+
+// Catches a message set without its ultra-level trace, or a trace of the old message.
+TEST(ErrorReport, MessageIsReplacedAndTracedAtUltra) {
+    DebugCapture log(vt::DBG_ULTRA);
+    CErrorReport report(7, CQuilletString("first"), 9);
+    report.setMessage(CQuilletString(u"second"));
+    EXPECT_EQ(std::string(report.getMessage().getStringA()), "second");
+    EXPECT_EQ(log.text(),
+              "CErrorReport| Error Message set: 'first'\r\n"
+              "CErrorReport| Error Message set: 'second'\r\n");
 }
 
 class ReporterTest : public ::testing::Test {
