@@ -87,16 +87,10 @@ class UnitIdentity(AgentTestCase):
                 with socket.socket(socket.AF_INET, socket.SOCK_DGRAM) as s:
                     s.sendto(b"<14>from syslog", ("127.0.0.1", port))
                 path = os.path.join(out, "out.log")
-
-                def read():
-                    if not os.path.exists(path):
-                        return ""
-                    with open(path, "rb") as f:
-                        return f.read().decode()
-                self.wait_for(lambda: read().count("\n") >= 2, "both units", agent=agent)
+                self.wait_for(lambda: len(file_lines(path)) >= 2, "both units", agent=agent)
                 self.stop(agent)
-                self.assertEqual(sorted(read().splitlines()),
-                                 ["1 %s 1 from syslog" % ids, "5 %s 16 from a file" % ids])
+                self.assertEqual(sorted(file_lines(path)), [b"1 %s 1 from syslog" % ids.encode(),
+                                                            b"5 %s 16 from a file" % ids.encode()])
 
 
 if __name__ == "__main__":
