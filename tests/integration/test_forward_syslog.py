@@ -28,13 +28,21 @@ class ForwardToRsyslog(AgentTestCase):
                     'template="raw") }\n'
                     f'ruleset(name="t") {{ action(type="omfile" file="{d}/tcp.log" '
                     'template="raw") }\n'
-                    f'input(type="imudp" address="127.0.0.1" port="{udp}" ruleset="u")\n'
+                    # A burst of datagrams must not overflow the default socket buffer.
+                    f'input(type="imudp" address="127.0.0.1" port="{udp}" ruleset="u" '
+                    'rcvbufSize="16m")\n'
                     f'input(type="imtcp" address="127.0.0.1" port="{tcp}" ruleset="t")\n')
         rsys = subprocess.Popen([RSYSLOGD, "-n", "-f", os.path.join(d, "rsyslog.conf"), "-i",
                                  os.path.join(d, "rsyslog.pid")],
                                 stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL)
         self.addCleanup(lambda: (rsys.terminate(), rsys.wait(timeout=10)))
-        self.wait_for(lambda: self.listening(tcp), "rsyslogd to listen")
+        self.wait_for(lambda: self.listening(tcp), "rsyslogd to listen on TCP")
+        udp_log = os.path.join(d, "udp.log")
+        with socket.socket(socket.AF_INET, socket.SOCK_DGRAM) as s:
+            # Datagrams sent before its UDP input is bound are lost: probe until one arrives.
+            self.wait_for(lambda: s.sendto(b"<13>probe", ("127.0.0.1", udp)) and
+                          os.path.exists(udp_log) and b"probe" in open(udp_log, "rb").read(),
+                          "rsyslogd to listen on UDP")
         return udp, tcp
 
     @staticmethod
@@ -67,14 +75,15 @@ class ForwardToRsyslog(AgentTestCase):
             for n in range(count):
                 s.sendto(b"<13>Jan  5 10:20:30 host1 app: message %04d" % n, ("127.0.0.1", inport))
         logs = [os.path.join(self.dir, f) for f in ("udp.log", "tcp.log")]
+        lines = lambda *paths: [l for l in file_lines(*paths) if not l.endswith(b"probe")]
         # UDP and compressed UDP both land in udp.log: every message twice there, once in tcp.log.
-        self.wait_for(lambda: len(file_lines(*logs)) >= 3 * count, "every message forwarded",
+        self.wait_for(lambda: len(lines(*logs)) >= 3 * count, "every message forwarded",
                       agent=agent)
         self.stop(agent)
-        numbers = lambda path: [int(l.rsplit(b" ", 1)[1]) for l in file_lines(path)]
+        numbers = lambda path: [int(l.rsplit(b" ", 1)[1]) for l in lines(path)]
         self.assertEqual(numbers(logs[1]), list(range(count)))  # TCP keeps the order
         self.assertEqual(sorted(numbers(logs[0])), sorted(list(range(count)) * 2))
-        for line in file_lines(*logs):
+        for line in lines(*logs):
             self.assertRegex(line, rb"^<13>\w{3} [ \d]\d \d\d:\d\d:\d\d \S+ app: message \d{4}$")
 
 
