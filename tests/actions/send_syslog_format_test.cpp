@@ -4,8 +4,8 @@
 #include <random>
 #include <string>
 
+#include "actions/actions_test_helper.h"
 #include "actions/send_syslog/syslog_message.h"
-#include "actions/send_syslog_test_helper.h"
 #include "base/error_report.h"
 #include "common/registry_fixture.h"
 #include "model/unit_time.h"
@@ -28,8 +28,8 @@ CivilTime civil(int month, int day, int hour, int minute, int second) {
     return t;
 }
 
-// Header layout: PRI, month, a day below 10 after two spaces, host, tag with its colon, and
-// the real source after it.
+// Catches a wrong header: PRI, month, a day below 10 after two spaces, host, tag with its
+// colon, and the real source after it.
 TEST(SyslogHeader, Layout) {
     struct Case {
         int32_t facility, severity;
@@ -61,7 +61,7 @@ TEST(SyslogHeader, Layout) {
     }
 }
 
-// A tag that already starts the message is not written again; an empty tag writes nothing.
+// Catches a doubled tag: one that already starts the message is not written again.
 TEST(SyslogHeader, TagChoice) {
     EXPECT_EQ(syslogTagFor(u"app", u"app[12]: hello"), u"");
     EXPECT_EQ(syslogTagFor(u"app", u"app: hello"), u"");
@@ -86,18 +86,17 @@ class SyslogTextTest : public ::testing::Test {
     }
 };
 
-// A received message, forwarded with the header, comes out as its sender sent it: the tag
-// in the text is not doubled, the sender's time is in "timereported".
+// Catches a forwarded message that differs from what its sender sent: the tag in the text is
+// not doubled, the sender's time is in "timereported".
 TEST_F(SyslogTextTest, ReceivedMessageIsReproduced) {
-    auto unit = makeForwardUnit(u"app[12]: hello", 4, 2, u"host1", u"app");
+    auto unit = makeForwardUnit(u"app[12]: hello", 4, 2);
     unit->setPropertyTime(u"timereported", localInstant(2009, 3, 5, 9, 4, 7));
     EXPECT_EQ(utf16ToUtf8(buildSyslogText(*unit, unit->getMsgText(), true, false)),
               "<34>Mar  5 09:04:07 host1 app[12]: hello");
 }
 
-// Units of other sources take their event time from "timegenerated" and get their tag with
-// a colon; the real source follows when asked for; without relay processing the text goes
-// out alone.
+// Catches the wrong time for other units (theirs is "timegenerated"), a missing real source,
+// and a header added without relay processing.
 TEST_F(SyslogTextTest, OtherUnitsRealSourceAndNoRelayProcessing) {
     auto unit = CInfoUnit::createInfoUnitOfType(IUT_NTEVENTREPORT);
     unit->setSyslogFacility(16);
@@ -113,7 +112,7 @@ TEST_F(SyslogTextTest, OtherUnitsRealSourceAndNoRelayProcessing) {
     EXPECT_EQ(utf16ToUtf8(buildSyslogText(*unit, u"disk full", false, true)), "disk full");
 }
 
-// A unit without a facility cannot have a header: the must-exist read throws report 1100.
+// Catches a header made up for a unit without a facility: report 1100 is thrown.
 TEST_F(SyslogTextTest, MissingFacilityThrows) {
     auto unit = CInfoUnit::createInfoUnitFromXML(u"<event><iut>1</iut><msg>x</msg></event>");
     ASSERT_TRUE(unit);
@@ -122,8 +121,8 @@ TEST_F(SyslogTextTest, MissingFacilityThrows) {
     EXPECT_EQ(report->getErrorCode(), 1100u);
 }
 
-// Encodings: 0 is the agent's narrow form (UTF-8 on Linux, the ANSI code page on Windows), a
-// code page converts, an unusable id falls back to the narrow form instead of losing the text.
+// Catches lost text: 0 is the agent's narrow form, a code page converts, an unusable id falls
+// back to the narrow form.
 TEST(SyslogEncoding, CodePagesAndFallback) {
     EXPECT_EQ(encodeSyslogText(u"abc", 0), "abc");
     EXPECT_EQ(encodeSyslogText(u"\u00e4\u00df", 65001), "\xc3\xa4\xc3\x9f");
@@ -145,8 +144,8 @@ std::string incompressible(size_t length) {
     return s;
 }
 
-// The size rule: 60 bytes are never compressed, however well they would pack; a compressible
-// message goes out as "z" and a stream that inflates to the original; random bytes stay plain.
+// Catches a broken size rule (60 bytes never packed), marker or stream, and random bytes or
+// RFC 3195 packed.
 TEST(SyslogCompression, SizeRuleAndMarker) {
     std::string out;
     int zlibError = 0;
@@ -169,7 +168,7 @@ TEST(SyslogCompression, SizeRuleAndMarker) {
               CompressResult::Plain);
 }
 
-// The overhead differs by transport: a gain of 2 to 5 bytes is worth it on UDP only.
+// Catches one overhead for all transports: a gain of 2 to 5 bytes is worth it on UDP only.
 TEST(SyslogCompression, TransportOverhead) {
     // Find a message whose stream is a few bytes shorter than itself.
     std::string out;
@@ -192,19 +191,13 @@ TEST(SyslogCompression, TransportOverhead) {
     EXPECT_TRUE(found);
 }
 
-// An invalid level is a zlib error: it is returned, not swallowed, so the caller reports it.
+// Catches a swallowed zlib error (an invalid level): it is returned for the caller to report.
 TEST(SyslogCompression, ZlibErrorIsReturned) {
     std::string out;
     int zlibError = 0;
     EXPECT_EQ(compressSyslogMessage(compressible(500), 42, SyslogTransport::Udp, out, zlibError),
               CompressResult::Failed);
     EXPECT_NE(zlibError, 0);
-}
-
-TEST(SyslogFraming, OctetCountingForCompressedLineFeedOtherwise) {
-    EXPECT_EQ(frameSyslogTcp("<13>abc", false), "<13>abc\n");
-    EXPECT_EQ(frameSyslogTcp(std::string_view("z\x01\x00\n", 4), true),
-              std::string("4 z\x01\x00\n", 6));
 }
 
 }  // namespace

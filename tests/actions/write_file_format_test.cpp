@@ -5,10 +5,9 @@
 #include <string>
 #include <vector>
 
+#include "actions/actions_test_helper.h"
 #include "model/info_unit_types.h"
-#include "platform/append_file.h"
 #include "platform/utf_codec.h"
-#include "write_file_test_helper.h"
 
 namespace {
 
@@ -41,6 +40,8 @@ struct FieldCase {
     const char* expected;
 };
 
+// Catches a field written when off or left out when on (a time or the facility only for 1, the
+// others for any non-zero value), or a stray comma.
 TEST(RelaylogLineTest, EachFieldOnAndOff) {
     const FieldCase cases[] = {
         {"defaults", [](RelaylogLineFields&) {},
@@ -96,17 +97,7 @@ TEST(RelaylogLineTest, EachFieldOnAndOff) {
     }
 }
 
-TEST(RelaylogLineTest, XmlFormReplacesTheMessage) {
-    auto unit = makeUnit();
-    RelaylogLineFields fields;
-    fields.dateTime = fields.dateTimeReported = fields.source = fields.facility = 0;
-    fields.priority = 0;
-    fields.useXml = 1;
-    const std::string line = relaylogLine(*unit, fields);
-    EXPECT_EQ(line, utf16ToUtf8(unit->toXML().view()) + "\r\n");
-    EXPECT_NE(line.find("hello, world"), std::string::npos);
-}
-
+// Catches local and UTC times swapped.
 TEST(RelaylogLineTest, LocalTimeFollowsTheTimeZoneAndUtcDoesNot) {
     ScopedTimeZone tz("XYZ-3");  // three hours east of UTC, no daylight time
     auto unit = makeUnit();
@@ -119,7 +110,8 @@ TEST(RelaylogLineTest, LocalTimeFollowsTheTimeZoneAndUtcDoesNot) {
     EXPECT_EQ(relaylogLine(*unit, fields), "2009-03-14,22:34:56,2009-03-13,11:32:53\r\n");
 }
 
-TEST(OtherLineFormatsTest, TextFormsSyslogAndTemplate) {
+// Catches a changed text-forms, syslog, template or XML line.
+TEST(OtherLineFormatsTest, TextFormsSyslogTemplateAndXml) {
     auto unit = makeUnit();
     std::u16string wide;
     formatTextFormsLine(*unit, true, wide);
@@ -137,8 +129,14 @@ TEST(OtherLineFormatsTest, TextFormsSyslogAndTemplate) {
     wide.clear();
     formatTemplateLine(*unit, u"no line end", wide);
     EXPECT_EQ(utf16ToUtf8(wide), "no line end");
+
+    RelaylogLineFields xml;
+    xml.dateTime = xml.dateTimeReported = xml.source = xml.facility = xml.priority = 0;
+    xml.useXml = 1;
+    EXPECT_EQ(relaylogLine(*unit, xml), utf16ToUtf8(unit->toXML().view()) + "\r\n");
 }
 
+// Catches a message cut at a NUL or a broken surrogate that swallows what follows.
 TEST(OtherLineFormatsTest, MessageWithNulAndLoneSurrogateKeepsItsLength) {
     std::u16string msg = u"a";
     msg.push_back(u'\0');
@@ -155,8 +153,7 @@ TEST(OtherLineFormatsTest, MessageWithNulAndLoneSurrogateKeepsItsLength) {
                                 9));
 }
 
-// The schemes themselves show in the file names the action tests expect; here the separator
-// and extension that those tests leave at their defaults.
+// Catches the separator or extension ignored (the action tests leave them at their defaults).
 TEST(FileNameTest, SeparatorAndExtensionAreTheCallers) {
     CivilTime day;
     day.year = 2009;
@@ -169,6 +166,7 @@ TEST(FileNameTest, SeparatorAndExtensionAreTheCallers) {
               u"C:\\t\\V-h-2009-03-04_12.x");
 }
 
+// Catches text from the unit that leaves the directory or names a drive or stream.
 TEST(FileNameTest, TextFromTheUnitCannotLeaveTheDirectory) {
     struct Case {
         std::u16string in, out;
@@ -194,15 +192,6 @@ TEST(FileNameTest, TextFromTheUnitCannotLeaveTheDirectory) {
     // The template's own separators stay; the value's are replaced.
     EXPECT_EQ(expandNameTemplate(u"/logs/%source%/x", *unit), u"/logs/______etc/x");
     EXPECT_EQ(expandNameTemplate(u"/logs/../%syslogfacility%", *unit), u"/logs/../4");
-}
-
-TEST(FileNameTest, EndOfDayIsTheNextMidnight) {
-    EXPECT_EQ(endOfDay(1237075199, true), 1237075200);  // 23:59:59 -> 00:00:00
-    EXPECT_EQ(endOfDay(1237075200, true), 1237075200 + 86400);
-    ScopedTimeZone tz("XYZ-3");
-    // 20:59:59 UTC is 23:59:59 local: the local day ends one second later.
-    EXPECT_EQ(endOfDay(1237064399, false), 1237064400);
-    EXPECT_EQ(endOfDay(1237064400, false), 1237064400 + 86400);
 }
 
 }  // namespace
