@@ -3,41 +3,11 @@
 #include <gtest/gtest.h>
 #include <zlib.h>
 
-#include <atomic>
-
 #include "engine/timer_queue.h"
 #include "model/info_unit_types.h"
-#include "model/unit_time.h"
-#include "platform/utf_codec.h"
 #include "service/action_type_table.h"
 
 namespace vt::test {
-namespace {
-std::atomic<int64_t> g_fakeNow{0};
-int64_t fakeNow() {
-    return g_fakeNow.load();
-}
-}  // namespace
-
-std::u16string u16(const std::string& utf8) {
-    return utf8ToUtf16(utf8);
-}
-std::u16string u16(const std::filesystem::path& path) {
-    const std::u8string s = path.u8string();
-    return utf8ToUtf16(std::string(s.begin(), s.end()));
-}
-
-ScopedFakeTime::ScopedFakeTime(int64_t now) {
-    g_fakeNow = now;
-    setTimeSource(&fakeNow);
-}
-ScopedFakeTime::~ScopedFakeTime() {
-    setTimeSource(nullptr);
-}
-void ScopedFakeTime::set(int64_t now) {
-    g_fakeNow = now;
-}
-
 std::unique_ptr<CActionListEntry> loadAction(const std::u16string& key, int32_t typeId) {
     return std::make_unique<CActionListEntry>(CQuilletString(u"Action"), CQuilletString(key),
                                               typeId,

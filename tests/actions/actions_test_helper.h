@@ -1,4 +1,5 @@
 #pragma once
+#include <atomic>
 #include <cstdint>
 #include <filesystem>
 #include <memory>
@@ -10,22 +11,33 @@
 #include "common/registry_fixture.h"
 #include "engine/action_list.h"
 #include "model/info_unit_types.h"
+#include "model/unit_time.h"
 #include "net/win_sock.h"
+#include "platform/utf_codec.h"
 
 namespace vt::test {
 
-std::u16string u16(const std::string& utf8);
-std::u16string u16(const std::filesystem::path& path);
+inline std::u16string u16(const std::string& utf8) {
+    return utf8ToUtf16(utf8);
+}
+inline std::u16string u16(const std::filesystem::path& path) {
+    const std::u8string s = path.u8string();
+    return utf8ToUtf16(std::string(s.begin(), s.end()));
+}
 
 // Makes vt::currentTime() return a time the test sets, for the scope's lifetime. Units made
 // meanwhile carry it as their generated and reported time.
 class ScopedFakeTime {
   public:
-    explicit ScopedFakeTime(int64_t now);
-    ~ScopedFakeTime();
-    void set(int64_t now);
-    ScopedFakeTime(const ScopedFakeTime&) = delete;
-    ScopedFakeTime& operator=(const ScopedFakeTime&) = delete;
+    explicit ScopedFakeTime(int64_t now) {
+        set(now);
+        setTimeSource([] { return s_now.load(); });
+    }
+    ~ScopedFakeTime() { setTimeSource(nullptr); }
+    void set(int64_t now) { s_now = now; }
+
+  private:
+    static inline std::atomic<int64_t> s_now{0};
 };
 
 // Builds the entry of an action of the agent's own type `typeId` from `key` the way a rule does.
