@@ -71,26 +71,34 @@ uint32_t WriteFileRig::storedDword(std::u16string_view name) {
     return value;
 }
 
-StreamSink::StreamSink(const char* address) {
+SyslogPeer::SyslogPeer(int type, const char* address) {
     CIPAddress local;
     CIPAddress::fromText(address, 0, local);
-    m_listener = CWinSock::create(local.family(), SOCK_STREAM);
-    m_listener.bind(local);
-    m_listener.listen(16);
-    m_port = m_listener.localAddress().port();
+    m_socket = CWinSock::create(local.family(), type);
+    m_socket.bind(local);
+    if (type == SOCK_STREAM) m_socket.listen(16);
+    m_port = m_socket.localAddress().port();
 }
 
-bool StreamSink::accept() {
-    if (net::waitSocketReady(m_listener.handle(), false, 5000) != 1) return false;
-    m_connections.push_back(m_listener.accept(nullptr));
+std::string SyslogPeer::datagram() {
+    if (net::waitSocketReady(m_socket.handle(), false, 5000) != 1) return {};
+    std::vector<char> buffer(70000);
+    CIPAddress from;
+    const int n = m_socket.receiveFrom(buffer.data(), int(buffer.size()), from);
+    return std::string(buffer.data(), size_t(std::max(n, 0)));
+}
+
+bool SyslogPeer::accept() {
+    if (net::waitSocketReady(m_socket.handle(), false, 5000) != 1) return false;
+    m_connections.push_back(m_socket.accept(nullptr));
     return m_connections.back().valid();
 }
 
-bool StreamSink::pending() {
-    return net::waitSocketReady(m_listener.handle(), false, 0) == 1;
+bool SyslogPeer::pending() {
+    return net::waitSocketReady(m_socket.handle(), false, 0) == 1;
 }
 
-std::string StreamSink::read(size_t i, size_t count) {
+std::string SyslogPeer::read(size_t i, size_t count) {
     std::string out;
     std::vector<char> buffer(65536);
     while (out.size() < count &&
@@ -103,28 +111,10 @@ std::string StreamSink::read(size_t i, size_t count) {
     return out;
 }
 
-bool StreamSink::closedByAgent(size_t i) {
+bool SyslogPeer::closedByAgent(size_t i) {
     char c = 0;
     return net::waitSocketReady(m_connections.at(i).handle(), false, 5000) == 1 &&
            m_connections[i].receive(&c, 1) == 0;
-}
-
-DatagramSink::DatagramSink(const char* address) {
-    CIPAddress local;
-    CIPAddress::fromText(address, 0, local);
-    m_socket = CWinSock::create(local.family(), SOCK_DGRAM);
-    m_socket.bind(local);
-    m_port = m_socket.localAddress().port();
-}
-
-bool DatagramSink::receive(std::string& datagram) {
-    if (net::waitSocketReady(m_socket.handle(), false, 5000) != 1) return false;
-    std::vector<char> buffer(70000);
-    CIPAddress from;
-    const int n = m_socket.receiveFrom(buffer.data(), int(buffer.size()), from);
-    if (n < 0) return false;
-    datagram.assign(buffer.data(), size_t(n));
-    return true;
 }
 
 std::string inflateStream(std::string_view stream) {

@@ -78,14 +78,16 @@ class WriteFileRig {
     std::unique_ptr<CActionListEntry> m_entry;
 };
 
-// A TCP peer on loopback. The agent's connections wait in the listen queue until the test
-// takes them, and what the agent sent lies in the socket buffers when its call returns, so the
-// test reads it without threads of its own.
-class StreamSink {
+// A syslog peer on loopback, TCP or UDP. The agent's connections wait in the listen queue
+// until the test takes them, and what the agent sent lies in the socket buffers when its call
+// returns, so the test reads it without threads of its own.
+class SyslogPeer {
   public:
-    explicit StreamSink(const char* address = "127.0.0.1");
+    explicit SyslogPeer(int type = SOCK_STREAM, const char* address = "127.0.0.1");
     uint16_t port() const { return m_port; }
-    // Takes the next connection; false when none comes within 5 s.
+    // UDP: the next datagram; empty when none comes within 5 s.
+    std::string datagram();
+    // TCP: takes the next connection; false when none comes within 5 s.
     bool accept();
     // True when a connection waits to be taken now.
     bool pending();
@@ -97,22 +99,9 @@ class StreamSink {
     void dropConnections() { m_connections.clear(); }
 
   private:
-    CWinSock m_listener;
-    uint16_t m_port = 0;
-    std::vector<CWinSock> m_connections;
-};
-
-// A UDP peer on loopback with a buffer large enough for the largest datagram.
-class DatagramSink {
-  public:
-    explicit DatagramSink(const char* address = "127.0.0.1");
-    uint16_t port() const { return m_port; }
-    // The next datagram, or false after 5 s without one.
-    bool receive(std::string& datagram);
-
-  private:
     CWinSock m_socket;
     uint16_t m_port = 0;
+    std::vector<CWinSock> m_connections;
 };
 
 // zlib inflation of a "z" payload (without the marker); empty on failure.

@@ -1,7 +1,6 @@
 #include <gtest/gtest.h>
 #include <zlib.h>
 
-#include <memory>
 #include <random>
 #include <string>
 
@@ -9,11 +8,8 @@
 #include "actions/send_syslog/action_send_syslog.h"
 #include "actions/send_syslog/syslog_message.h"
 #include "base/error_report.h"
-#include "common/registry_fixture.h"
 #include "engine/timer_queue.h"
-#include "model/unit_time.h"
 #include "net/ip.h"
-#include "platform/utf_codec.h"
 
 namespace {
 
@@ -24,9 +20,11 @@ using Dwords = std::vector<std::pair<std::u16string, uint32_t>>;
 class SendSyslogTest : public ::testing::Test {
   protected:
     // Loads a forward action from its own key, with these values.
-    CActionListEntry& load(const Dwords& dwords, const char* server = "127.0.0.1",
+    CActionListEntry& load(uint16_t port, uint32_t type, Dwords dwords = {},
+                           const char* server = "127.0.0.1",
                            std::u16string_view format = u"%msg%") {
         const std::u16string key = m_registry.base() + u"\\A" + u16(std::to_string(m_n++));
+        dwords.insert(dwords.end(), {{u"nSyslogSendPort", port}, {u"nType", type}});
         for (const auto& [name, value] : dwords) regSetDword(key, name, value);
         regSetString(key, u"szSyslogSendServer", u16(std::string(server)));
         regSetString(key, u"szMessageFormat", format);
@@ -53,8 +51,8 @@ class SendSyslogTest : public ::testing::Test {
 // Catches lost load-time repairs: TCP types 3 and 4, port 0, a negative timeout, a level above
 // 9, the port name (never used) and the old spelling of the event log type property.
 TEST_F(SendSyslogTest, LoadRepairsSettings) {
-    CActionConfigSendSyslog& c = config(load({{u"nType", 4},
-                                              {u"bUseSyslogSendPortName", 1},
+    CActionConfigSendSyslog& c = config(load(0, 4,
+                                             {{u"bUseSyslogSendPortName", 1},
                                               {u"nTimeoutValue", 0xFFFFFFF6u},
                                               {u"nCompressionLevel", 12}},
                                              "h", u"%NTEventLogType%/%msg%/%NTEventLogType%"));
@@ -64,16 +62,16 @@ TEST_F(SendSyslogTest, LoadRepairsSettings) {
     EXPECT_EQ(c.m_nCompressionLevel, 9u);
     EXPECT_EQ(c.effectivePort(), CIP::servicePort("syslog", "udp", 514));
     EXPECT_EQ(c.m_szMessageFormat, u"%nteventlogtype%/%msg%/%nteventlogtype%");
-    EXPECT_EQ(config(load({{u"nType", 3}})).client().transport(), SyslogTransport::Tcp);
+    EXPECT_EQ(config(load(0, 3)).client().transport(), SyslogTransport::Tcp);
 }
 
 // Catches a template or the XML form not being what follows the header.
 TEST_F(SendSyslogTest, MessageTextFromTemplateOrXml) {
     auto unit = makeForwardUnit(u"hello world");
-    EXPECT_EQ(
-        CActionSendSyslog::messageText(config(load({}, "h", u"[%syslogtag%] %msg:1:5%")), *unit),
-        u"[app] hello");
-    EXPECT_EQ(CActionSendSyslog::messageText(config(load({{u"bReportInXML", 1}})), *unit),
+    EXPECT_EQ(CActionSendSyslog::messageText(
+                  config(load(0, 0, {}, "h", u"[%syslogtag%] %msg:1:5%")), *unit),
+              u"[app] hello");
+    EXPECT_EQ(CActionSendSyslog::messageText(config(load(0, 0, {{u"bReportInXML", 1}})), *unit),
               unit->toXML());
 }
 
@@ -88,16 +86,14 @@ INSTANTIATE_TEST_SUITE_P(Families, SendSyslogFamilyTest, ::testing::Values("127.
 // Catches a changed byte on UDP: one datagram per unit, a compressible one as "z" and a zlib
 // stream of the plain text.
 TEST_P(SendSyslogFamilyTest, UdpDatagramsArriveExactly) {
-    DatagramSink sink(GetParam());
+    SyslogPeer sink(SOCK_DGRAM, GetParam());
     auto unit = makeForwardUnit(u"app[12]: hello \u00e4");
-    run(load({{u"nSyslogSendPort", sink.port()}}, GetParam()), *unit);
-    std::string datagram;
-    ASSERT_TRUE(sink.receive(datagram));
-    EXPECT_EQ(datagram, expectedText(*unit));
+    run(load(sink.port(), 0, {}, GetParam()), *unit);
+    EXPECT_EQ(sink.datagram(), expectedText(*unit));
 
     auto big = makeForwardUnit(u"app: " + std::u16string(1000, u'x'));
-    run(load({{u"nSyslogSendPort", sink.port()}, {u"nUseCompression", 1}}, GetParam()), *big);
-    ASSERT_TRUE(sink.receive(datagram));
+    run(load(sink.port(), 0, {{u"nUseCompression", 1}}, GetParam()), *big);
+    const std::string datagram = sink.datagram();
     ASSERT_EQ(datagram[0], 'z');
     EXPECT_EQ(inflateStream(std::string_view(datagram).substr(1)), expectedText(*big));
 }
@@ -106,8 +102,8 @@ TEST_P(SendSyslogFamilyTest, UdpDatagramsArriveExactly) {
 // octet counting before a compressed one.
 TEST_P(SendSyslogFamilyTest, TcpFramesArriveExactly) {
     TimerQueueScope worker;
-    StreamSink sink(GetParam());
-    CActionListEntry& plain = load({{u"nSyslogSendPort", sink.port()}, {u"nType", 1}}, GetParam());
+    SyslogPeer sink(SOCK_STREAM, GetParam());
+    CActionListEntry& plain = load(sink.port(), 1, {}, GetParam());
     auto a = makeForwardUnit(u"app: first");
     auto b = makeForwardUnit(u"app: second");
     run(plain, *a);
@@ -118,9 +114,7 @@ TEST_P(SendSyslogFamilyTest, TcpFramesArriveExactly) {
     EXPECT_FALSE(sink.pending());
 
     auto big = makeForwardUnit(u"app: " + std::u16string(2000, u'y'));
-    run(load({{u"nSyslogSendPort", sink.port()}, {u"nType", 1}, {u"nUseCompression", 1}},
-             GetParam()),
-        *big);
+    run(load(sink.port(), 1, {{u"nUseCompression", 1}}, GetParam()), *big);
     ASSERT_TRUE(sink.accept());
     std::string count;
     for (std::string c; (c = sink.read(1, 1)) != " " && !c.empty();) count += c;
@@ -132,9 +126,9 @@ TEST_P(SendSyslogFamilyTest, TcpFramesArriveExactly) {
 
 // Catches a name not resolved through the system resolver.
 TEST_F(SendSyslogTest, ServerByName) {
-    StreamSink sink;
+    SyslogPeer sink;
     auto unit = makeForwardUnit(u"app: by name");
-    run(load({{u"nSyslogSendPort", sink.port()}, {u"nType", 1}}, "localhost"), *unit);
+    run(load(sink.port(), 1, {}, "localhost"), *unit);
     ASSERT_TRUE(sink.accept());
     EXPECT_EQ(sink.read(0, expectedText(*unit).size() + 1), expectedText(*unit) + "\n");
 }
@@ -144,11 +138,10 @@ TEST_F(SendSyslogTest, ServerByName) {
 // again by the next unit.
 TEST_F(SendSyslogTest, ConnectionClosesAfterTheTimeout) {
     TimerQueueScope worker;
-    StreamSink sink;
+    SyslogPeer sink;
     auto unit = makeForwardUnit(u"app: unit");
     const std::string line = expectedText(*unit) + "\n";
-    CActionListEntry& once =
-        load({{u"nSyslogSendPort", sink.port()}, {u"nType", 1}, {u"nTimeoutValue", 0}});
+    CActionListEntry& once = load(sink.port(), 1, {{u"nTimeoutValue", 0}});
     run(once, *unit);
     EXPECT_FALSE(config(once).isConnected());
     EXPECT_EQ(worker.queue().pending(), 0u);
@@ -156,8 +149,7 @@ TEST_F(SendSyslogTest, ConnectionClosesAfterTheTimeout) {
     EXPECT_EQ(sink.read(0, line.size()), line);
     EXPECT_TRUE(sink.closedByAgent(0));
 
-    CActionListEntry& idle =
-        load({{u"nSyslogSendPort", sink.port()}, {u"nType", 1}, {u"nTimeoutValue", 60000}});
+    CActionListEntry& idle = load(sink.port(), 1, {{u"nTimeoutValue", 60000}});
     run(idle, *unit);
     run(idle, *unit);
     ASSERT_TRUE(sink.accept());
@@ -177,8 +169,8 @@ TEST_F(SendSyslogTest, ConnectionClosesAfterTheTimeout) {
 TEST_F(SendSyslogTest, ServerRestartBetweenUnitsLosesNothing) {
     TimerQueueScope worker;
     DebugCapture capture;
-    StreamSink sink;
-    CActionListEntry& entry = load({{u"nSyslogSendPort", sink.port()}, {u"nType", 1}});
+    SyslogPeer sink;
+    CActionListEntry& entry = load(sink.port(), 1);
     auto first = makeForwardUnit(u"app: before");
     auto second = makeForwardUnit(u"app: after");
     run(entry, *first);
@@ -194,10 +186,10 @@ TEST_F(SendSyslogTest, ServerRestartBetweenUnitsLosesNothing) {
 // Catches a silent drop when nothing listens or for RFC 3195 (not built): report 119 must be
 // thrown so that the retry and abort rules apply; with abort on, the rule stops.
 TEST_F(SendSyslogTest, UnreachableServerAndRfc3195ThrowReport) {
-    uint16_t freePort = StreamSink().port();
+    uint16_t freePort = SyslogPeer().port();
     auto unit = makeForwardUnit(u"app: lost?");
     for (uint32_t type : {1u, 2u}) {
-        CActionListEntry& entry = load({{u"nSyslogSendPort", freePort}, {u"nType", type}});
+        CActionListEntry& entry = load(freePort, type);
         const auto report = thrownReport([&] { run(entry, *unit); });
         ASSERT_NE(report, nullptr) << type;
         EXPECT_EQ(report->getErrorCode(), 119u);
@@ -216,12 +208,10 @@ TEST_F(SendSyslogTest, UnreachableServerAndRfc3195ThrowReport) {
 // Catches an oversized datagram sent whole (and lost) instead of cut, without a debug line.
 TEST_F(SendSyslogTest, OversizedUdpMessageIsCut) {
     DebugCapture capture;
-    DatagramSink sink;
+    SyslogPeer sink(SOCK_DGRAM);
     auto unit = makeForwardUnit(std::u16string(70000, u'q'));
-    run(load({{u"nSyslogSendPort", sink.port()}, {u"bProcessDuringRelay", 0}}), *unit);
-    std::string datagram;
-    ASSERT_TRUE(sink.receive(datagram));
-    EXPECT_EQ(datagram, std::string(65507, 'q'));
+    run(load(sink.port(), 0, {{u"bProcessDuringRelay", 0}}), *unit);
+    EXPECT_EQ(sink.datagram(), std::string(65507, 'q'));
     EXPECT_NE(capture.text().find("cut to 65507 bytes"), std::string::npos);
 }
 
@@ -269,20 +259,15 @@ int64_t eastern(const CivilTime& t) {
     return calendarToSeconds(t) - 3 * 3600;
 }
 
-// Catches a forwarded message that differs from what its sender sent: the tag in the text is
-// not doubled, the sender's time is in "timereported".
-TEST(SyslogText, ReceivedMessageIsReproduced) {
+// Catches a forwarded message that differs from what its sender sent (the tag in the text
+// doubled, the time not "timereported"), the wrong time for other units (theirs is
+// "timegenerated"), a missing real source, and a header added without relay processing.
+TEST(SyslogText, ReceivedAndOtherUnits) {
     ScopedTimeZone tz("XYZ-3");
-    auto unit = makeForwardUnit(u"app[12]: hello", 4, 2);
-    unit->setPropertyTime(u"timereported", eastern({2009, 3, 5, 9, 4, 7, 0}));
-    EXPECT_EQ(utf16ToUtf8(buildSyslogText(*unit, unit->getMsgText(), true, false)),
+    auto received = makeForwardUnit(u"app[12]: hello", 4, 2);
+    received->setPropertyTime(u"timereported", eastern({2009, 3, 5, 9, 4, 7, 0}));
+    EXPECT_EQ(utf16ToUtf8(buildSyslogText(*received, received->getMsgText(), true, false)),
               "<34>Mar  5 09:04:07 host1 app[12]: hello");
-}
-
-// Catches the wrong time for other units (theirs is "timegenerated"), a missing real source,
-// and a header added without relay processing.
-TEST(SyslogText, OtherUnitsRealSourceAndNoRelayProcessing) {
-    ScopedTimeZone tz("XYZ-3");
     auto unit = CInfoUnit::createInfoUnitOfType(IUT_NTEVENTREPORT);
     unit->setSyslogFacility(16);
     unit->setSyslogPriority(3);
@@ -290,11 +275,11 @@ TEST(SyslogText, OtherUnitsRealSourceAndNoRelayProcessing) {
     unit->setPropertyString(u"syslogtag", u"EvntSLog");
     unit->setPropertyTime(u"timegenerated", eastern({2010, 11, 21, 13, 5, 0, 0}));
     unit->setPropertyTime(u"timereported", eastern({2011, 1, 1, 0, 0, 0, 0}));
-    EXPECT_EQ(utf16ToUtf8(buildSyslogText(*unit, u"disk full", true, false)),
-              "<131>Nov 21 13:05:00 srv7 EvntSLog: disk full");
-    EXPECT_EQ(utf16ToUtf8(buildSyslogText(*unit, u"disk full", true, true)),
-              "<131>Nov 21 13:05:00 srv7 EvntSLog: RealSource:\"srv7\" disk full");
-    EXPECT_EQ(utf16ToUtf8(buildSyslogText(*unit, u"disk full", false, true)), "disk full");
+    EXPECT_EQ(utf16ToUtf8(buildSyslogText(*unit, u"disk", true, false)),
+              "<131>Nov 21 13:05:00 srv7 EvntSLog: disk");
+    EXPECT_EQ(utf16ToUtf8(buildSyslogText(*unit, u"disk", true, true)),
+              "<131>Nov 21 13:05:00 srv7 EvntSLog: RealSource:\"srv7\" disk");
+    EXPECT_EQ(utf16ToUtf8(buildSyslogText(*unit, u"disk", false, true)), "disk");
 }
 
 // Catches a header made up for a unit without a facility: report 1100 is thrown.
@@ -315,13 +300,6 @@ TEST(SyslogEncoding, CodePagesAndFallback) {
     EXPECT_EQ(encodeSyslogText(u"abc", 999999), encodeSyslogText(u"abc", 0));
 }
 
-std::string compressible(size_t length) {
-    std::string s;
-    while (s.size() < length) s += "<13>Mar  5 09:04:07 host1 app: the same words again and again ";
-    s.resize(length);
-    return s;
-}
-
 std::string incompressible(size_t length) {
     std::mt19937 random(7);
     std::string s(length, '\0');
@@ -329,22 +307,28 @@ std::string incompressible(size_t length) {
     return s;
 }
 
-// Catches a broken size rule (60 bytes never packed), and random bytes or RFC 3195 packed (the
-// marker and stream show in the action tests).
-TEST(SyslogCompression, SizeRuleAndMarker) {
-    std::string out;
-    int zlibError = 0;
-    const std::string sixty(60, 'a');
-    EXPECT_EQ(compressSyslogMessage(sixty, 9, SyslogTransport::Udp, out, zlibError),
-              CompressResult::Plain);
-    EXPECT_EQ(compressSyslogMessage(std::string(61, 'a'), 9, SyslogTransport::Udp, out, zlibError),
-              CompressResult::Compressed);
-
-    const std::string message = compressible(1000);
-    EXPECT_EQ(compressSyslogMessage(incompressible(1000), 9, SyslogTransport::Udp, out, zlibError),
-              CompressResult::Plain);
-    EXPECT_EQ(compressSyslogMessage(message, 9, SyslogTransport::Rfc3195, out, zlibError),
-              CompressResult::Plain);
+// Catches a broken size rule (60 bytes are never packed), random bytes or RFC 3195 packed, and
+// a swallowed zlib error (an invalid level), which is returned for the caller to report.
+TEST(SyslogCompression, SizeRuleAndResult) {
+    struct Case {
+        std::string message;
+        int level;
+        SyslogTransport transport;
+        CompressResult result;
+    };
+    const Case cases[] = {
+        {std::string(60, 'a'), 9, SyslogTransport::Udp, CompressResult::Plain},
+        {std::string(61, 'a'), 9, SyslogTransport::Udp, CompressResult::Compressed},
+        {incompressible(1000), 9, SyslogTransport::Udp, CompressResult::Plain},
+        {std::string(1000, 'a'), 9, SyslogTransport::Rfc3195, CompressResult::Plain},
+        {std::string(500, 'a'), 42, SyslogTransport::Udp, CompressResult::Failed},
+    };
+    for (const Case& c : cases) {
+        std::string out;
+        int zlibError = 0;
+        EXPECT_EQ(compressSyslogMessage(c.message, c.level, c.transport, out, zlibError), c.result);
+        EXPECT_EQ(zlibError != 0, c.result == CompressResult::Failed);
+    }
 }
 
 // Catches one overhead for all transports: a gain of 2 to 5 bytes is worth it on UDP only.
@@ -360,15 +344,6 @@ TEST(SyslogCompression, TransportOverhead) {
                       CompressResult::Plain;
     }
     EXPECT_TRUE(udpOnly);
-}
-
-// Catches a swallowed zlib error (an invalid level): it is returned for the caller to report.
-TEST(SyslogCompression, ZlibErrorIsReturned) {
-    std::string out;
-    int zlibError = 0;
-    EXPECT_EQ(compressSyslogMessage(compressible(500), 42, SyslogTransport::Udp, out, zlibError),
-              CompressResult::Failed);
-    EXPECT_NE(zlibError, 0);
 }
 
 }  // namespace
