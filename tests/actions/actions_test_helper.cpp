@@ -25,18 +25,12 @@ std::unique_ptr<CInfoUnit> makeForwardUnit(std::u16string_view msg, int32_t faci
     return unit;
 }
 
-void WriteFileRig::set(std::u16string_view name, std::u16string_view value) {
-    if (name == u"szFilePath") m_pathSet = true;
-    regSetString(m_key, name, value);
-}
-
 void WriteFileRig::messageLines() {
     set(u"nFileFormat", 3);
     set(u"szLineFormat", u"%msg%%$CRLF%");
 }
 
 void WriteFileRig::load() {
-    if (!m_pathSet) set(u"szFilePath", u16(dir()));
     m_entry = loadAction(m_key, 1003);
     ASSERT_NE(m_entry->getAction(), nullptr);
 }

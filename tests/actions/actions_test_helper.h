@@ -50,9 +50,11 @@ std::unique_ptr<CInfoUnit> makeForwardUnit(std::u16string_view msg, int32_t faci
 // A write-file action on a fresh key and a fresh directory ("szFilePath" defaults to dir()).
 class WriteFileRig {
   public:
-    WriteFileRig() : m_key(m_registry.base() + u"\\A1") {}
+    WriteFileRig() : m_key(m_registry.base() + u"\\A1") { set(u"szFilePath", u16(dir())); }
     void set(std::u16string_view name, uint32_t value) { regSetDword(m_key, name, value); }
-    void set(std::u16string_view name, std::u16string_view value);
+    void set(std::u16string_view name, std::u16string_view value) {
+        regSetString(m_key, name, value);
+    }
     // Each unit becomes its message and "\r\n", nothing else.
     void messageLines();
     void load();
@@ -73,7 +75,6 @@ class WriteFileRig {
     ScopedRegistry m_registry;
     TempDir m_files;
     std::u16string m_key;
-    bool m_pathSet = false;
     CConfigSettings m_settings;
     std::unique_ptr<CActionListEntry> m_entry;
 };

@@ -171,15 +171,14 @@ TEST_F(SendSyslogTest, ServerRestartBetweenUnitsLosesNothing) {
     DebugCapture capture;
     SyslogPeer sink;
     CActionListEntry& entry = load(sink.port(), 1);
-    auto first = makeForwardUnit(u"app: before");
-    auto second = makeForwardUnit(u"app: after");
-    run(entry, *first);
-    ASSERT_TRUE(sink.accept());
-    EXPECT_EQ(sink.read(0, expectedText(*first).size() + 1), expectedText(*first) + "\n");
-    sink.dropConnections();
-    run(entry, *second);
-    ASSERT_TRUE(sink.accept());
-    EXPECT_EQ(sink.read(0, expectedText(*second).size() + 1), expectedText(*second) + "\n");
+    for (const char16_t* msg : {u"app: before", u"app: after"}) {
+        auto unit = makeForwardUnit(msg);
+        run(entry, *unit);
+        const std::string line = expectedText(*unit) + "\n";
+        ASSERT_TRUE(sink.accept());
+        EXPECT_EQ(sink.read(0, line.size()), line);
+        sink.dropConnections();
+    }
     EXPECT_NE(capture.text().find("closed by the server"), std::string::npos) << capture.text();
 }
 
@@ -253,8 +252,7 @@ TEST(SyslogHeader, TagChoice) {
     EXPECT_EQ(syslogTagFor(u"app", u"ap"), u"app");
 }
 
-// The instant at which the local time of "XYZ-3" (three hours east of UTC) is `t`; headers
-// show local time.
+// The instant at which the local time of "XYZ-3" (three hours east of UTC) is `t`.
 int64_t eastern(const CivilTime& t) {
     return calendarToSeconds(t) - 3 * 3600;
 }

@@ -36,7 +36,7 @@ void plainMessageFile(WriteFileRig& rig) {
     rig.messageLines();
 }
 
-// Catches a wrong default line or daily name.
+// Catches a wrong default line, daily name or circle length.
 TEST(WriteFileActionTest, DefaultsWriteTheDailyFileWithEveryField) {
     ScopedTimeZone tz("UTC0");
     ScopedFakeTime time(kNoon);
@@ -45,6 +45,7 @@ TEST(WriteFileActionTest, DefaultsWriteTheDailyFileWithEveryField) {
     auto unit = makeForwardUnit(u"disk full, again", 1, 2);
     rig.write(*unit);
     EXPECT_EQ(unit->getActionFailed(), 0);
+    EXPECT_EQ(rig.config().numberOfLogfiles(), 10);  // the length of a circle
     EXPECT_EQ(rig.file("Vantor-2009-03-14.log"),
               "2009-03-14,12:34:56,2009-03-14,12:34:56,host1,1,2,disk full, again\r\n");
 }
@@ -172,10 +173,11 @@ TEST(WriteFileActionTest, PropertyFileNamesAreExpandedAndSanitised) {
     ScopedFakeTime time(kNoon);
     TimerQueueScope timers;
     WriteFileRig rig;
-    rig.set(u"szFilePath", u16(rig.dir()) + u"/%syslogtag%");
+    rig.set(u"szFilePath", u16(rig.dir()) + u"/%syslogtag%-%NTEventLogType%");
     rig.set(u"szFileBaseName", u"%NTEventLogType%-%source%");
     rig.set(u"nEnablePropertyFileName", 1);
-    rig.messageLines();
+    rig.set(u"nFileFormat", 3);
+    rig.set(u"szLineFormat", u"%NTEventLogType%:%msg%%$CRLF%");
     rig.load();
     CInfoUnitSyslog unit;
     unit.setPropertyString(u"source", u"h1");
@@ -185,8 +187,8 @@ TEST(WriteFileActionTest, PropertyFileNamesAreExpandedAndSanitised) {
         unit.setMsg(tag);
         rig.write(unit);
     }
-    EXPECT_EQ(rig.file("app/sec-h1-2009-03-14.log"), "app\r\napp\r\n");
-    EXPECT_EQ(rig.file("___up/sec-h1-2009-03-14.log"), "../up\r\n");
+    EXPECT_EQ(rig.file("app-sec/sec-h1-2009-03-14.log"), "sec:app\r\nsec:app\r\n");
+    EXPECT_EQ(rig.file("___up-sec/sec-h1-2009-03-14.log"), "sec:../up\r\n");
 }
 
 // Catches a renamed or deleted file written on (and the lines lost) instead of made again.
