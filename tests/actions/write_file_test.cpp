@@ -36,7 +36,7 @@ void plainMessageFile(WriteFileRig& rig) {
     rig.messageLines();
 }
 
-// Catches a wrong default line, daily name or circle length.
+// Catches a wrong default line, daily name, circle length or segment size.
 TEST(WriteFileActionTest, DefaultsWriteTheDailyFileWithEveryField) {
     ScopedTimeZone tz("UTC0");
     ScopedFakeTime time(kNoon);
@@ -46,6 +46,7 @@ TEST(WriteFileActionTest, DefaultsWriteTheDailyFileWithEveryField) {
     rig.write(*unit);
     EXPECT_EQ(unit->getActionFailed(), 0);
     EXPECT_EQ(rig.config().numberOfLogfiles(), 10);  // the length of a circle
+    EXPECT_EQ(rig.config().segmentFileBySize(), 4096u * 1024);
     EXPECT_EQ(rig.file("Vantor-2009-03-14.log"),
               "2009-03-14,12:34:56,2009-03-14,12:34:56,host1,1,2,disk full, again\r\n");
 }
@@ -114,16 +115,16 @@ TEST(WriteFileActionTest, CircleRestartsEachFileEmptyAndCountsWhatItHeld) {
     std::ofstream(rig.dir() / "Vantor2.log") << "stale two\r\n";
     rig.load();
     std::vector<uint32_t> numbers;
-    for (char fill : {'a', 'b', 'b', 'c', 'c', 'd'}) {
-        rig.write(u16(std::string(510, fill)));  // 512-byte lines
+    for (char fill : {'a', 'b', 'b', 'b', 'c', 'c', 'c', 'd'}) {
+        rig.write(u16(std::string(504, fill)));  // 506-byte lines: two stay below 1024
         numbers.push_back(rig.storedDword(u"nLastFileNumber"));
     }
-    // The old 1000 bytes and one line reach 1024; then every second line does.
-    EXPECT_EQ(numbers, (std::vector<uint32_t>{2, 2, 3, 3, 1, 1}));
-    const std::string b(510, 'b'), c(510, 'c'), d(510, 'd');
-    EXPECT_EQ(rig.file("Vantor1.log"), d + "\r\n");
-    EXPECT_EQ(rig.file("Vantor2.log"), b + "\r\n" + b + "\r\n");
-    EXPECT_EQ(rig.file("Vantor3.log"), c + "\r\n" + c + "\r\n");
+    // The old 1000 bytes and one line reach 1024; then every third line does.
+    EXPECT_EQ(numbers, (std::vector<uint32_t>{2, 2, 2, 3, 3, 3, 1, 1}));
+    const std::string b = std::string(504, 'b') + "\r\n", c = std::string(504, 'c') + "\r\n";
+    EXPECT_EQ(rig.file("Vantor1.log"), std::string(504, 'd') + "\r\n");
+    EXPECT_EQ(rig.file("Vantor2.log"), b + b + b);
+    EXPECT_EQ(rig.file("Vantor3.log"), c + c + c);
 }
 
 // Catches a segment cut at the wrong line, lines lost or reordered, and a new day that does
@@ -136,8 +137,8 @@ TEST(WriteFileActionTest, SegmentsAreCutAtTheirSize) {
     rig.set(u"nSegmentFileBySize", 1);
     rig.messageLines();
     rig.load();
-    for (int i = 0; i < 10; ++i) rig.write(u16(std::to_string(i) + std::string(297, 'x')));
-    // A segment is cut by the line that reaches 1024 bytes: four 300-byte lines each.
+    for (int i = 0; i < 10; ++i) rig.write(u16(std::to_string(i) + std::string(337, 'x')));
+    // A segment is cut by the line that reaches 1024 bytes: four 340-byte lines each.
     const size_t counts[] = {4, 4, 2};
     std::string first;
     for (int f = 0; f < 3; ++f) {
