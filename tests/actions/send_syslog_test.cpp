@@ -260,7 +260,7 @@ int64_t eastern(const CivilTime& t) {
 // doubled, the time not "timereported"), the wrong time for other units (theirs is
 // "timegenerated"), a missing real source, and a header added without relay processing.
 TEST(SyslogText, ReceivedAndOtherUnits) {
-    ScopedTimeZone tz("XYZ-3");
+    ScopedEnv tz("TZ", "XYZ-3");
     auto received = makeForwardUnit(u"app[12]: hello", 4, 2);
     received->setPropertyTime(u"timereported", eastern({2009, 3, 5, 9, 4, 7, 0}));
     EXPECT_EQ(utf16ToUtf8(buildSyslogText(*received, received->getMsgText(), true, false)),

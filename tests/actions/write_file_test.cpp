@@ -38,7 +38,7 @@ void plainMessageFile(WriteFileRig& rig) {
 
 // Catches a wrong default line, daily name, circle length or segment size.
 TEST(WriteFileActionTest, DefaultsWriteTheDailyFileWithEveryField) {
-    ScopedTimeZone tz("UTC0");
+    ScopedEnv tz("TZ", "UTC0");
     ScopedFakeTime time(kNoon);
     WriteFileRig rig;
     rig.load();
@@ -56,7 +56,7 @@ TEST(WriteFileActionTest, DailyNameChangesAtMidnightWhileTheFileIsOpen) {
     // The local day of "XYZ-3" ends three hours before the UTC day.
     for (const auto& [utcNames, lastSecond] :
          {std::pair{1u, kLastSecond}, std::pair{0u, kLastSecond - 3 * 3600}}) {
-        ScopedTimeZone tz("XYZ-3");
+        ScopedEnv tz("TZ", "XYZ-3");
         ScopedFakeTime time(lastSecond);
         TimerQueueScope timers;  // as on a worker: the file stays open between units
         WriteFileRig rig;
@@ -90,7 +90,7 @@ TEST(WriteFileActionTest, NameSchemesInOrderOfPrecedence) {
         {{{u"nSegmentFileEnable", 1}, {u"nCircularLogging", 1}, {u"nUniqueFileName", 0}},
          "Vantor1.log"},  // a circle switches segments off
     };
-    ScopedTimeZone tz("UTC0");
+    ScopedEnv tz("TZ", "UTC0");
     ScopedFakeTime time(kNoon);
     for (const Case& c : cases) {
         WriteFileRig rig;
@@ -130,7 +130,7 @@ TEST(WriteFileActionTest, CircleRestartsEachFileEmptyAndCountsWhatItHeld) {
 // Catches a segment cut at the wrong line, lines lost or reordered, and a new day that does
 // not start again at segment 1.
 TEST(WriteFileActionTest, SegmentsAreCutAtTheirSize) {
-    ScopedTimeZone tz("UTC0");
+    ScopedEnv tz("TZ", "UTC0");
     ScopedFakeTime time(kNoon);
     WriteFileRig rig;
     rig.set(u"nSegmentFileEnable", 1);
@@ -170,7 +170,7 @@ TEST(WriteFileActionTest, InvalidFormatWritesNothingAndReports) {
 // Catches property names left unexpanded, the old property spelling, values that leave the
 // directory, and an open file reused for a unit whose name differs.
 TEST(WriteFileActionTest, PropertyFileNamesAreExpandedAndSanitised) {
-    ScopedTimeZone tz("UTC0");
+    ScopedEnv tz("TZ", "UTC0");
     ScopedFakeTime time(kNoon);
     TimerQueueScope timers;
     WriteFileRig rig;
@@ -321,7 +321,7 @@ TEST(WriteFileActionTest, FailedOpenOrWriteIsLoggedAndTheNextUnitWritesAgain) {
 
 // Catches a file opened per unit, and a cached name reused for another source.
 TEST(WriteFileActionTest, BurstCostsOneOpenAndSourcesKeepTheirFiles) {
-    ScopedTimeZone tz("UTC0");
+    ScopedEnv tz("TZ", "UTC0");
     ScopedFakeTime time(kNoon);
     TimerQueueScope timers;
     DebugCapture log;
@@ -410,7 +410,7 @@ std::string relaylogLine(const CInfoUnit& unit, const RelaylogLineFields& fields
 // Catches a field written when off or left out when on (a time or the facility only for 1, the
 // others for any non-zero value), a stray comma, or local and UTC times swapped.
 TEST(RelaylogLineTest, EachFieldOnAndOff) {
-    ScopedTimeZone tz("XYZ-3");  // three hours east of UTC, no daylight time
+    ScopedEnv tz("TZ", "XYZ-3");  // three hours east of UTC, no daylight time
     const std::string g = "2009-03-14,12:34:56,", r = "2009-03-13,11:32:53,";
     // Generated and reported time, source, facility, priority, XML, message, raw message.
     const std::pair<RelaylogLineFields, std::string> cases[] = {

@@ -90,11 +90,6 @@ class ScopedEnv {
     bool m_had = false;
 };
 
-class ScopedTimeZone : public ScopedEnv {
-  public:
-    explicit ScopedTimeZone(const char* tz) : ScopedEnv("TZ", tz) {}
-};
-
 std::string readFileBytes(const std::filesystem::path& file);
 // The lines of `text` ended by "\r\n"; a last line without one is kept.
 std::vector<std::string> splitLines(const std::string& text);
