@@ -35,7 +35,7 @@ class CActionConfigCount : public CActionConfig {
 class CActionCount : public CAction {
   public:
     explicit CActionCount(CActionConfigCount&) {}
-    void doAction(CInfoUnit&, CConfigSettings&, CActionListEntry&) override {
+    void doAction(CInfoUnit&, const CConfigSettings&, CActionListEntry&) override {
         g_counted.fetch_add(1, std::memory_order_relaxed);
     }
 };
@@ -122,8 +122,7 @@ void produce(CQueManList& queue, CRuleList* rules, int count) {
     for (int i = 0; i < count; ++i) {
         auto* unit = new CInfoUnitSyslog;
         unit->setMsg(u"<13>Nov 22 02:45:00 host app[42]: a benchmark message of ordinary length");
-        vt::bindRuleList(*unit, rules);
-        queue.Enqueue(unit);
+        queue.Enqueue(unit, rules);
     }
 }
 

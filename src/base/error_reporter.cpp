@@ -23,7 +23,7 @@ constexpr const char* kBurstSilencedText =
 std::atomic<int64_t> g_eventlogWarnings{-1};
 EventThrottle g_throttle;
 std::mutex g_clockMutex;
-ReporterClock g_clock;
+ErrorReporterClock g_clock;
 
 ClockMinute wallClock() {
     CivilTime local;
@@ -88,12 +88,12 @@ void EventThrottle::reset() noexcept {
     m_disabledHour.store(-1, std::memory_order_relaxed);
 }
 
-void setEventReporterClock(ReporterClock clock) {
+void setErrorReporterClock(ErrorReporterClock clock) {
     std::lock_guard lock(g_clockMutex);
     g_clock = std::move(clock);
 }
 
-void resetEventReporterThrottle() {
+void resetErrorReporterThrottle() {
     g_throttle.reset();
 }
 

@@ -28,7 +28,7 @@ struct ClockMinute {
     int hour = 0;
     int minute = 0;
 };
-using ReporterClock = std::function<ClockMinute()>;
+using ErrorReporterClock = std::function<ClockMinute()>;
 
 // The burst throttle: after 100 events counted in one burst the reporter reports event 151 and
 // stays silent until the clock shows another hour. Bursts are keyed by the minute they started
@@ -60,8 +60,8 @@ void reportEvent(EventType type, const char* sourceName, uint32_t eventId, std::
                  std::string_view secondText, bool hasSecond);
 
 // Tests replace the wall clock and start from a fresh throttle; nullptr restores the clock.
-void setEventReporterClock(ReporterClock clock);
-void resetEventReporterThrottle();
+void setErrorReporterClock(ErrorReporterClock clock);
+void resetErrorReporterThrottle();
 
 // What the exception filter knows about a system exception. `hasAccessDetails` is set for an
 // access violation: the access kind (0 read, 1 write, 8 execute) and the address touched.

@@ -23,7 +23,6 @@ uint64_t littleEndian(const std::vector<uint8_t>& data) {
 bool CRegAccess::OpenKey(vt::RegRoot root, const CQuilletString& path, uint32_t access) {
     CloseKey();
     m_keyPath = path;
-    m_keyPath.getStringA();  // built now so that readers on several threads only read it
     m_lastError = m_key.open(root, path.view(), access);
     if (m_lastError != vt::kRegOk) {
         vt::debugPrintf(m_lastError == vt::kRegNotFound ? vt::DBG_ULTRA : vt::DBG_ERROR,
@@ -38,7 +37,6 @@ bool CRegAccess::OpenKey(vt::RegRoot root, const CQuilletString& path, uint32_t 
 bool CRegAccess::CreateKey(vt::RegRoot root, const CQuilletString& path) {
     CloseKey();
     m_keyPath = path;
-    m_keyPath.getStringA();
     m_lastError = m_key.create(root, path.view(), vt::kKeyRead | vt::kKeyWrite);
     if (m_lastError != vt::kRegOk) {
         vt::debugPrintf(

@@ -5,6 +5,7 @@
 #include <vector>
 
 #include "base/quillet_string.h"
+#include "base/setting_text.h"
 #include "platform/registry.h"
 
 // The one reader and writer of the registry. Opens one key, reads typed values with or without
@@ -62,6 +63,6 @@ class CRegAccess {
 
     vt::RegKey m_key;
     bool m_isOpen = false;
-    CQuilletString m_keyPath;
+    CSettingText m_keyPath;
     std::atomic<uint32_t> m_lastError{0};  // written by concurrent readers too
 };

@@ -37,7 +37,8 @@ void CActionConfig::closeTimer() {
     m_timer.reset();
 }
 
-void CAction::callAction(CInfoUnit& unit, CConfigSettings& settings, CActionListEntry& entry) {
+void CAction::callAction(CInfoUnit& unit, const CConfigSettings& settings,
+                         CActionListEntry& entry) {
     CActionConfig* config = entry.getConfig();
     vt::debugWrite(vt::DBG_ULTRA, "CAction::callAction() | Wait on critSect\r\n");
     config->enterLock();

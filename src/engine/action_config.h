@@ -71,8 +71,9 @@ class CAction {
     CAction(const CAction&) = delete;
     CAction& operator=(const CAction&) = delete;
 
-    virtual void doAction(CInfoUnit& unit, CConfigSettings& settings, CActionListEntry& entry) = 0;
+    virtual void doAction(CInfoUnit& unit, const CConfigSettings& settings,
+                          CActionListEntry& entry) = 0;
 
     // doAction under the settings object's lock; exceptions pass through after the lock is left.
-    void callAction(CInfoUnit& unit, CConfigSettings& settings, CActionListEntry& entry);
+    void callAction(CInfoUnit& unit, const CConfigSettings& settings, CActionListEntry& entry);
 };

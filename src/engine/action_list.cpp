@@ -20,9 +20,6 @@ constexpr char kActionsTag[] = "RuleEngine - Actions";
 CActionListEntry::CActionListEntry(const CQuilletString& name, const CQuilletString& keyPath,
                                    int32_t typeId, const vt::ActionLoadContext& context)
     : m_typeId(typeId), m_keyPath(keyPath), m_name(name) {
-    // Built now: the workers read the narrow forms concurrently in their debug lines.
-    m_keyPath.getStringA();
-    m_name.getStringA();
     if (typeId == vt::kActionNop) {
         vt::reportError(1025, "CActionListEntry::CActionListEntry",
                         "We have a NOP action in our rule set - is the config invalid?");
@@ -44,7 +41,7 @@ CActionListEntry::~CActionListEntry() {
     m_config.reset();
 }
 
-bool CActionListEntry::CallAction(CInfoUnit& unit, CConfigSettings& settings) {
+bool CActionListEntry::CallAction(CInfoUnit& unit, const CConfigSettings& settings) {
     vt::debugPrintf(vt::DBG_RULEENG, "CActionListEntry::CallAction, ID %d\r\n", m_typeId);
     if (m_typeId >= 2) {
         // An id that no implemented action has: nothing to run, the list goes on.
@@ -61,7 +58,7 @@ bool CActionListEntry::CallAction(CInfoUnit& unit, CConfigSettings& settings) {
 }
 
 // Returns whether the action failed on its last try.
-bool CActionListEntry::runWithRetries(CInfoUnit& unit, CConfigSettings& settings) {
+bool CActionListEntry::runWithRetries(CInfoUnit& unit, const CConfigSettings& settings) {
     const uint32_t enableRetry = settings.enableRetry;
     const uint32_t retryCount = settings.retryCount;
     bool failed = false;
@@ -120,7 +117,7 @@ CActionList::CActionList(const CQuilletString& ruleKeyPath, const vt::ActionLoad
     m_regAccess.CloseKey();
 }
 
-bool CActionList::execute(CInfoUnit& unit, CConfigSettings& settings) {
+bool CActionList::execute(CInfoUnit& unit, const CConfigSettings& settings) {
     bool result = true;
     for (CLinkedListEntry* e = next(nullptr); e; e = next(e)) {
         result = static_cast<CActionListEntry*>(e)->CallAction(unit, settings);

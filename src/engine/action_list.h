@@ -3,6 +3,7 @@
 #include <memory>
 
 #include "base/quillet_string.h"
+#include "base/setting_text.h"
 #include "engine/action_config.h"
 #include "engine/action_types.h"
 #include "model/linked_list.h"
@@ -20,7 +21,7 @@ class CActionListEntry : public CLinkedListEntry {
 
     // Runs the action for `unit` with the retry and abort rules. True: go on with the next
     // action; false: stop this unit's processing in this rule set.
-    bool CallAction(CInfoUnit& unit, CConfigSettings& settings);
+    bool CallAction(CInfoUnit& unit, const CConfigSettings& settings);
 
     int32_t getTypeId() const noexcept { return m_typeId; }
     const CQuilletString& getName() const noexcept { return m_name; }
@@ -29,11 +30,11 @@ class CActionListEntry : public CLinkedListEntry {
     CAction* getAction() const noexcept { return m_action.get(); }
 
   private:
-    bool runWithRetries(CInfoUnit& unit, CConfigSettings& settings);
+    bool runWithRetries(CInfoUnit& unit, const CConfigSettings& settings);
 
     int32_t m_typeId;
-    CQuilletString m_keyPath;
-    CQuilletString m_name;
+    CSettingText m_keyPath;
+    CSettingText m_name;
     // The behaviour is declared last so that it is destroyed before the settings it uses.
     std::unique_ptr<CActionConfig> m_config;
     std::unique_ptr<CAction> m_action;
@@ -46,11 +47,11 @@ class CActionList : public CLinkedList {
 
     // Runs the entries in order and stops at the first that returns false. Returns the result
     // of the last entry that ran, true for an empty list.
-    bool execute(CInfoUnit& unit, CConfigSettings& settings);
+    bool execute(CInfoUnit& unit, const CConfigSettings& settings);
 
     const CQuilletString& getKeyPath() const noexcept { return m_keyPath; }
 
   private:
     CRegAccess m_regAccess;
-    CQuilletString m_keyPath;
+    CSettingText m_keyPath;
 };

@@ -410,7 +410,6 @@ CFilterList::CFilterList(int32_t operation, int32_t ignoreUnknown)
 
 void CFilterList::load(const CQuilletString& keyPath) {
     m_keyPath = keyPath;
-    m_keyPath.getStringA();
     uint32_t count = 0;
     {
         CRegAccess reg;

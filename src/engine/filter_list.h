@@ -4,6 +4,7 @@
 #include <string>
 
 #include "base/quillet_string.h"
+#include "base/setting_text.h"
 #include "model/linked_list.h"
 
 class CInfoUnit;
@@ -134,5 +135,5 @@ class CFilterList : public CLinkedList {
     int32_t m_count = 0;
     int32_t m_operation;
     int32_t m_ignoreUnknown;
-    CQuilletString m_keyPath;
+    CSettingText m_keyPath;
 };

@@ -46,7 +46,7 @@ void releaseUnit(CInfoUnit* unit) {
 
 }  // namespace
 
-CQueManList::CQueManList(CConfigSettings* settings, StartWorkers start)
+CQueManList::CQueManList(const CConfigSettings* settings, StartWorkers start)
     : m_settings(settings), m_limit(static_cast<int32_t>(settings->queueLimit)) {
     if (start == StartWorkers::Now) startWorkerPool();
 }
@@ -56,6 +56,8 @@ CQueManList::~CQueManList() {
     lock();
     for (auto* e = static_cast<CQueManEntry*>(getFirst()); e;
          e = static_cast<CQueManEntry*>(e->getNext())) {
+        // A waiting producer must not take a unit that no worker processed as done.
+        if (e->m_pUnit && e->m_pUnit->awaitsProcessing()) e->m_pUnit->setActionFailed(1);
         if (e->m_pUnit) releaseUnit(e->m_pUnit);
         e->m_pUnit = nullptr;
     }
@@ -142,19 +144,32 @@ void CQueManList::setWorkEvent() {
     m_eventCondition.notify_one();
 }
 
-void CQueManList::Enqueue(CInfoUnit* unit) {
-    Add(new CQueManEntry(unit));
+bool CQueManList::refuse(const char* caller) const {
+    if (!m_refusing.load(std::memory_order_acquire)) return false;
+    vt::debugPrintf(vt::DBG_ERROR, "CQueManList|%s: the queue is shut down - unit refused\r\n",
+                    caller);
+    return true;
 }
 
-bool CQueManList::EnqueueAndWait(CWaitableInfoUnit* unit) {
-    Enqueue(unit);
+bool CQueManList::Enqueue(CInfoUnit* unit, CRuleList* rules) {
+    if (refuse("Enqueue")) {
+        releaseUnit(unit);
+        return false;
+    }
+    Add(new CQueManEntry(unit, rules));
+    return true;
+}
+
+bool CQueManList::EnqueueAndWait(CWaitableInfoUnit* unit, CRuleList* rules) {
+    if (refuse("EnqueueAndWait")) return false;
+    Add(new CQueManEntry(unit, rules));
     vt::debugWrite(vt::DBG_INFO, "CQueManList|EnqueueAndWait: going to sleep\r\n");
     unit->waitProcessed();
     vt::debugWrite(vt::DBG_INFO, "CQueManList|EnqueueAndWait: woke up\r\n");
     return true;
 }
 
-CInfoUnit* CQueManList::Remove() {
+CInfoUnit* CQueManList::Remove(CRuleList** rules) {
     CInfoUnit* unit = nullptr;
     int32_t length;
     {
@@ -162,6 +177,7 @@ CInfoUnit* CQueManList::Remove() {
         auto* first = static_cast<CQueManEntry*>(getFirst());
         if (!first) return nullptr;
         unit = first->m_pUnit;
+        if (rules) *rules = first->m_pRules;
         first->m_pUnit = nullptr;
         removeFirst();
         length = m_length.fetch_sub(1) - 1;
@@ -179,6 +195,7 @@ void CQueManList::signalShutdown() {
     {
         std::lock_guard lock(m_eventLock);
         m_shutdownSignalled = true;
+        m_refusing.store(true, std::memory_order_release);
     }
     m_eventCondition.notify_all();
 }
@@ -237,9 +254,10 @@ void CQueManList::drain() {
     m_draining.fetch_add(1);
     for (;;) {
         while (!isStopProcessing()) {
-            CInfoUnit* unit = Remove();
+            CRuleList* rules = nullptr;
+            CInfoUnit* unit = Remove(&rules);
             if (!unit) break;
-            processUnit(unit);
+            processUnit(unit, rules);
         }
         // A producer that saw this worker draining did not wake anyone: before leaving, give
         // the next unit a moment to arrive (under load it does, and a sleep and a wake-up per
@@ -259,15 +277,15 @@ bool CQueManList::awaitNextUnit() const {
     return false;
 }
 
-void CQueManList::runRules(CInfoUnit& unit) {
-    if (CRuleList* rules = vt::boundRuleList(unit))
+void CQueManList::runRules(CInfoUnit& unit, CRuleList* rules) {
+    if (rules)
         rules->process(unit, *m_settings);
     else
         vt::debugWrite(vt::DBG_INFO,
                        "CQueManList::Working: unit is bound to no rule set - not processed.\r\n");
 }
 
-void CQueManList::processUnit(CInfoUnit* unit) {
+void CQueManList::processUnit(CInfoUnit* unit, CRuleList* rules) {
     try {
         // A unit without a type is refused; the by-name read logs and throws for it.
         if (!unit->findProperty(vt::StdProperty::Iut)) unit->getPropertyInt(u"iut", true);
@@ -281,7 +299,7 @@ void CQueManList::processUnit(CInfoUnit* unit) {
         return;
     }
     try {
-        runRules(*unit);
+        runRules(*unit, rules);
     } catch (CErrorReport* raw) {
         std::unique_ptr<CErrorReport> report(raw);
         vt::reportError(114, kWorkingTag, report->getMessage().narrowView());

@@ -12,13 +12,15 @@
 class CInfoUnit;
 class CWaitableInfoUnit;
 class CConfigSettings;
+class CRuleList;
 
 // One queued unit. The queue owns the entry; the unit belongs to the queue while it is queued
 // and to the worker that removes it.
 class CQueManEntry : public CLinkedListEntry {
   public:
-    explicit CQueManEntry(CInfoUnit* unit) noexcept : m_pUnit(unit) {}
+    CQueManEntry(CInfoUnit* unit, CRuleList* rules) noexcept : m_pUnit(unit), m_pRules(rules) {}
     CInfoUnit* m_pUnit;
+    CRuleList* m_pRules;  // what the unit is run through; null: it is only released
 };
 
 // The process-wide event queue and its pool of worker threads. Producers (the inputs) add units
@@ -34,7 +36,7 @@ class CQueManList : public CThreadSafeLinkedList {
 
     // Takes the limit from "nQueueLimit" and starts "nWorkerThreads" workers (unless Later).
     // Throws CWinSockError* 1002 when no worker could be started. `settings` is not owned.
-    explicit CQueManList(CConfigSettings* settings, StartWorkers start = StartWorkers::Now);
+    explicit CQueManList(const CConfigSettings* settings, StartWorkers start = StartWorkers::Now);
     // Signals shutdown, stops processing, joins the workers; units still queued are destroyed
     // (waitable ones are signalled so that their producers go on).
     ~CQueManList() override;
@@ -46,12 +48,14 @@ class CQueManList : public CThreadSafeLinkedList {
 
     // Appends an entry, first holding the producer while the queue is at its limit.
     void Add(CQueManEntry* entry);
-    // Takes ownership of `unit` and queues it.
-    void Enqueue(CInfoUnit* unit);
+    // Takes ownership of `unit` and queues it. After the shutdown signal no worker would take
+    // it: it is refused (and freed), and false returned.
+    bool Enqueue(CInfoUnit* unit, CRuleList* rules = nullptr);
     // Queues `unit` and waits until its processing has ended; the caller still owns it then.
-    bool EnqueueAndWait(CWaitableInfoUnit* unit);
+    // False when refused after the shutdown signal.
+    bool EnqueueAndWait(CWaitableInfoUnit* unit, CRuleList* rules = nullptr);
     // The first unit (the caller owns it), or null when the queue is empty.
-    CInfoUnit* Remove();
+    CInfoUnit* Remove(CRuleList** rules = nullptr);
 
     void signalShutdown();
     void setStopProcessing(bool stop) noexcept { m_stopProcessing.store(stop); }
@@ -66,11 +70,11 @@ class CQueManList : public CThreadSafeLinkedList {
     static int32_t addThreshold(int32_t length, int32_t limit, bool lowMemory) noexcept;
 
     // Runs one removed unit through its rule list and releases it: what a worker does per unit.
-    void processUnit(CInfoUnit* unit);
+    void processUnit(CInfoUnit* unit, CRuleList* rules);
 
   protected:
-    // Runs the unit through the rule list it is bound to.
-    virtual void runRules(CInfoUnit& unit);
+    // Runs the unit through the rule list its producer queued it with.
+    virtual void runRules(CInfoUnit& unit, CRuleList* rules);
 
   private:
     enum class WaitResult { Work, Shutdown, Alert };
@@ -81,6 +85,8 @@ class CQueManList : public CThreadSafeLinkedList {
     void drain();
     bool awaitNextUnit() const;
     void setWorkEvent();
+    // True (and logged) when the shutdown was signalled and `caller` must refuse its unit.
+    bool refuse(const char* caller) const;
 
     // Queue length from which a producer wakes a further worker although one is draining.
     static constexpr int32_t kBehind = 64;
@@ -88,7 +94,7 @@ class CQueManList : public CThreadSafeLinkedList {
     // waits for the work event.
     static constexpr int kPollsBeforeSleep = 64;
 
-    CConfigSettings* m_settings;
+    const CConfigSettings* m_settings;
     int32_t m_limit;
     std::atomic<int32_t> m_length{0};
     std::atomic<bool> m_stopProcessing{false};
@@ -97,8 +103,9 @@ class CQueManList : public CThreadSafeLinkedList {
 
     std::mutex m_eventLock;
     std::condition_variable m_eventCondition;
-    bool m_workSignalled = false;      // guarded by m_eventLock
-    bool m_shutdownSignalled = false;  // guarded by m_eventLock
+    bool m_workSignalled = false;         // guarded by m_eventLock
+    bool m_shutdownSignalled = false;     // guarded by m_eventLock
+    std::atomic<bool> m_refusing{false};  // set with m_shutdownSignalled, read without the lock
     // A producer held at the limit waits here; Remove wakes it when the queue got shorter.
     std::mutex m_roomLock;
     std::condition_variable m_roomCondition;

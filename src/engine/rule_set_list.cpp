@@ -83,7 +83,6 @@ int32_t CTimeoutList::countInWindow(int64_t now) {
 
 CRuleListEntry::CRuleListEntry(const CQuilletString& keyPath, const ActionLoadContext& context)
     : m_keyPath(keyPath) {
-    m_keyPath.getStringA();
     CRegAccess reg;
     if (reg.OpenKey(RegRoot::LocalMachine, m_keyPath, kKeyRead)) {
         RuleFiringSettings& f = m_firing;
@@ -159,7 +158,7 @@ CFilterConditionHelperEntry& CRuleListEntry::groupEntry(CInfoUnit& unit) {
     return *entry;
 }
 
-bool CRuleListEntry::IsMatchingEntry(CInfoUnit& unit, CConfigSettings& settings) {
+bool CRuleListEntry::IsMatchingEntry(CInfoUnit& unit, const CConfigSettings& settings) {
     debugWrite(DBG_RULEENG, "BEGIN Checking filter conditions...\r\n");
     const int32_t result = m_filters->evaluate(unit, &settings);
     debugPrintf(DBG_RULEENG,
@@ -201,7 +200,7 @@ bool CRuleListEntry::IsMatchingEntry(CInfoUnit& unit, CConfigSettings& settings)
     return true;
 }
 
-bool CRuleListEntry::runActions(CInfoUnit& unit, CConfigSettings& settings) {
+bool CRuleListEntry::runActions(CInfoUnit& unit, const CConfigSettings& settings) {
     return m_actions ? m_actions->execute(unit, settings) : true;
 }
 
@@ -226,7 +225,7 @@ void CRuleList::add(std::unique_ptr<CRuleListEntry> rule) {
     ++m_ruleCount;
 }
 
-bool CRuleList::process(CInfoUnit& unit, CConfigSettings& settings) {
+bool CRuleList::process(CInfoUnit& unit, const CConfigSettings& settings) {
     bool proceed = true;
     for (CLinkedListEntry* e = next(nullptr); e && proceed; e = next(e)) {
         auto* rule = static_cast<CRuleListEntry*>(e);
@@ -240,8 +239,6 @@ bool CRuleList::process(CInfoUnit& unit, CConfigSettings& settings) {
 CRuleSetListEntry::CRuleSetListEntry(const CQuilletString& name, const CQuilletString& keyPath,
                                      const ActionLoadContext& context)
     : CSearchableLinkedListEntry(name.view()), m_keyPath(keyPath) {
-    getName().getStringA();
-    m_keyPath.getStringA();
     CRegAccess reg;
     if (reg.OpenKey(RegRoot::LocalMachine, m_keyPath, kKeyRead)) {
         m_nRuleSetNumber = readInt(reg, u"nRuleSetNumber", 1);
@@ -253,9 +250,7 @@ CRuleSetListEntry::CRuleSetListEntry(const CQuilletString& name, const CQuilletS
 }
 
 CRuleSetListEntry::CRuleSetListEntry(const CQuilletString& name)
-    : CSearchableLinkedListEntry(name.view()) {
-    getName().getStringA();
-}
+    : CSearchableLinkedListEntry(name.view()) {}
 
 // --- CRuleSetList ---
 
@@ -266,7 +261,6 @@ bool CRuleSetList::load(const CQuilletString& ruleSetsKeyPath) {
     if (m_loaded && version == m_loadedVersion) return false;
     if (m_loaded) clear();
     m_keyPath = ruleSetsKeyPath;
-    m_keyPath.getStringA();
     const int32_t count = readInt(reg, u"nRuleSetCount", 0);
     const ActionLoadContext context{this, m_types};
     for (int32_t n = 1; n <= count; ++n) {
@@ -298,14 +292,6 @@ namespace vt {
 size_t loadAgentRuleSets(CRuleSetList& list) {
     list.load(CQuilletString(std::u16string_view(kRuleSetsKeyPath)));
     return list.count();
-}
-
-void bindRuleList(CInfoUnit& unit, CRuleList* rules) noexcept {
-    unit.m_pUserData = rules;
-}
-
-CRuleList* boundRuleList(const CInfoUnit& unit) noexcept {
-    return static_cast<CRuleList*>(unit.m_pUserData);
 }
 
 }  // namespace vt

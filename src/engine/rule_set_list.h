@@ -6,6 +6,7 @@
 #include <span>
 
 #include "base/quillet_string.h"
+#include "base/setting_text.h"
 #include "engine/action_list.h"
 #include "engine/action_types.h"
 #include "engine/filter_list.h"
@@ -96,9 +97,9 @@ class CRuleListEntry : public CLinkedListEntry {
                    std::unique_ptr<CActionList> actions);
     ~CRuleListEntry() override;
 
-    bool IsMatchingEntry(CInfoUnit& unit, CConfigSettings& settings);
+    bool IsMatchingEntry(CInfoUnit& unit, const CConfigSettings& settings);
     // Runs the rule's actions; false ends the unit's processing in this rule set.
-    bool runActions(CInfoUnit& unit, CConfigSettings& settings);
+    bool runActions(CInfoUnit& unit, const CConfigSettings& settings);
 
     const CQuilletString& getKeyPath() const noexcept { return m_keyPath; }
     const RuleFiringSettings& getFiring() const noexcept { return m_firing; }
@@ -111,7 +112,7 @@ class CRuleListEntry : public CLinkedListEntry {
     void createFiringState();
     CFilterConditionHelperEntry& groupEntry(CInfoUnit& unit);
 
-    CQuilletString m_keyPath;
+    CSettingText m_keyPath;
     RuleFiringSettings m_firing;
     LegacyRuleConditions m_legacy;
     std::unique_ptr<CFilterList> m_filters;
@@ -132,7 +133,7 @@ class CRuleList : public CLinkedList {
     void add(std::unique_ptr<CRuleListEntry> rule);
 
     // Runs the unit through the rules in order; returns the last continue flag.
-    bool process(CInfoUnit& unit, CConfigSettings& settings);
+    bool process(CInfoUnit& unit, const CConfigSettings& settings);
 
     bool isLoaded() const noexcept { return m_loaded; }
     int32_t getLoadedVersion() const noexcept { return m_loadedVersion; }
@@ -161,7 +162,7 @@ class CRuleSetListEntry : public CSearchableLinkedListEntry {
     int32_t getRuleVersion() const noexcept { return m_nRuleVersion; }
 
   private:
-    CQuilletString m_keyPath;
+    CSettingText m_keyPath;
     int32_t m_nRuleSetNumber = 1;
     int32_t m_nRuleCount = 0;
     int32_t m_nRuleVersion = -1;
@@ -195,7 +196,7 @@ class CRuleSetList : public CSearchableLinkedList {
     std::span<const vt::ActionType> m_types;
     bool m_loaded = false;
     int32_t m_loadedVersion = -1;
-    CQuilletString m_keyPath;
+    CSettingText m_keyPath;
 };
 
 namespace vt {
@@ -205,9 +206,5 @@ inline constexpr char16_t kRuleSetsKeyPath[] = u"SOFTWARE\\Quillet\\Vantor\\Agen
 // Loads all rule sets of the agent's configuration into `list` (the start-up step before the
 // inputs start). Returns the number of rule sets loaded.
 size_t loadAgentRuleSets(CRuleSetList& list);
-
-// The rule list a unit is bound to: stamped by its input, read by the queue worker.
-void bindRuleList(CInfoUnit& unit, CRuleList* rules) noexcept;
-CRuleList* boundRuleList(const CInfoUnit& unit) noexcept;
 
 }  // namespace vt

@@ -15,8 +15,6 @@
 
 namespace vt {
 namespace {
-std::atomic<int32_t> g_customerId{0};
-std::atomic<int32_t> g_systemId{0};
 
 // The computer name is read once; a failed read is retried by the next unit. Null until read.
 const std::u16string* computerName() {
@@ -35,11 +33,6 @@ const std::u16string* computerName() {
     return &name;
 }
 }  // namespace
-
-void setInfoUnitIds(int32_t customerId, int32_t systemId) noexcept {
-    g_customerId = customerId;
-    g_systemId = systemId;
-}
 }  // namespace vt
 
 CInfoUnit::CInfoUnit() : CInfoUnit(vt::IUT_NONE, 128) {}
@@ -65,8 +58,8 @@ CInfoUnit::CInfoUnit(int32_t type, int32_t facility) {
         add(StdProperty::Source)->setValue(std::u16string_view(*source));
     else
         vt::debugWrite(vt::DBG_ERROR, "GetComputerName failed!\r\n");
-    add(StdProperty::CustomerId)->setInt(vt::g_customerId.load(std::memory_order_relaxed));
-    add(StdProperty::SystemId)->setInt(vt::g_systemId.load(std::memory_order_relaxed));
+    add(StdProperty::CustomerId)->setInt(vt::kDefaultCustomerId);
+    add(StdProperty::SystemId)->setInt(vt::kDefaultSystemId);
 }
 
 CInfoUnit::~CInfoUnit() = default;

@@ -42,9 +42,10 @@ enum InfoUnitType : int32_t {
     IUT_WEVTMONITOR = 23,
 };
 
-// The global customer and system ids written into every new unit. The configuration store
-// sets them when it loads the general settings.
-void setInfoUnitIds(int32_t customerId, int32_t systemId) noexcept;
+// The customer and system ids of a unit that no input has stamped yet: the defaults of
+// "nCustomerID" and "nSystemID". Each input stamps the configured values onto its units.
+inline constexpr int32_t kDefaultCustomerId = 3;
+inline constexpr int32_t kDefaultSystemId = 3;
 }  // namespace vt
 
 class CInfoUnit {
@@ -163,10 +164,6 @@ class CInfoUnit {
     // Set by an action that failed; ends the processing of the unit in its rule set.
     uint8_t getActionFailed() const noexcept { return m_actionFailed; }
     void setActionFailed(uint8_t failed) noexcept { m_actionFailed = failed; }
-
-    // Two words that the constructor zeroes and the base class gives no meaning.
-    void* m_pUserData = nullptr;
-    int32_t m_iUserData = 0;
 
     // Rebuilds a unit from its XML form (or a parsed tree). Null for every refusal; the caller
     // owns the result. The tree form takes over the children of the "event" element.

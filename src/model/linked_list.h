@@ -81,7 +81,8 @@ class CThreadSafeLinkedList : public CLinkedList {
 };
 
 // An entry with a name, compared case-sensitively. The name is fixed at construction: the list
-// indexes its entries by name.
+// indexes its entries by name. Its narrow form is not built: entries of a shared list are named
+// by their wide text only.
 class CSearchableLinkedListEntry : public CLinkedListEntry {
   public:
     CSearchableLinkedListEntry() : CSearchableLinkedListEntry(std::u16string_view()) {}

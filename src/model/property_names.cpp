@@ -2,6 +2,8 @@
 
 #include <array>
 
+#include "base/setting_text.h"
+
 namespace vt {
 namespace {
 constexpr std::array<std::u16string_view, kStdPropertyCount> kNames = {
@@ -26,13 +28,12 @@ constexpr auto kByLength = [] {
 }();
 
 struct SharedNames {
-    std::array<CQuilletString, kStdPropertyCount> texts;
+    std::array<CSettingText, kStdPropertyCount> texts;
     std::array<SharedPropertyName, kStdPropertyCount> names;
     SharedNames() {
         for (size_t i = 0; i < kNames.size(); ++i) {
-            texts[i] = kNames[i];
-            texts[i].getStringA();
-            names[i] = {&texts[i], propertyNameHash(kNames[i])};
+            texts[i] = CSettingText(kNames[i]);
+            names[i] = {&texts[i].text(), propertyNameHash(kNames[i])};
         }
     }
 };

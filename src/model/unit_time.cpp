@@ -2,8 +2,8 @@
 
 #include <atomic>
 #include <chrono>
-#include <ctime>
 #include <cstdio>
+#include <ctime>
 
 namespace vt {
 namespace {

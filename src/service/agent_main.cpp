@@ -1,5 +1,7 @@
 #include "service/agent_main.h"
 
+#include <cstdio>
+#include <cstdlib>
 #include <memory>
 
 #include "base/debug_log.h"
@@ -14,7 +16,13 @@ int agentMain(int argc, char** argv) {
     prepareProcessSignals();
     auto service = std::make_unique<CKestrelSrvc>();
     const int exitCode = service->ProcessCommandLine(argc, argv);
-    engineClearProcessState();
+    if (!engineClearProcessState()) {
+        // A source thread that would not stop still uses the rule sets and the log: ending
+        // here, without the static destructors, never frees them under it.
+        debugClose();
+        std::fflush(nullptr);
+        std::_Exit(exitCode);
+    }
     service.reset();
     debugClose();
     return exitCode;

@@ -1,5 +1,7 @@
 #include "service/engine_hooks.h"
 
+#include <memory>
+
 #include "base/config_settings.h"
 #include "base/debug_log.h"
 #include "engine/rule_set_list.h"
@@ -17,6 +19,11 @@ CRuleSetList& agentRuleSets() {
     return list;
 }
 
+std::unique_ptr<CServiceManager>& agentServiceManager() {
+    static std::unique_ptr<CServiceManager> manager;
+    return manager;
+}
+
 }  // namespace
 
 void engineLoadRuleSets(const CConfigSettings&) {
@@ -26,13 +33,14 @@ void engineLoadRuleSets(const CConfigSettings&) {
 }
 
 void engineStartServices(const CConfigSettings& settings, CNTService& host) {
-    CServiceManager& manager = createProcessServiceManager();
-    manager.StartupServices(settings, RegRoot::LocalMachine, CQuilletString(kServicesKeyPath),
-                            CQuilletString(kAgentDataKeyPath), &agentRuleSets(), host);
+    std::unique_ptr<CServiceManager>& manager = agentServiceManager();
+    manager = std::make_unique<CServiceManager>();
+    manager->StartupServices(settings, RegRoot::LocalMachine, CQuilletString(kServicesKeyPath),
+                             CQuilletString(kAgentDataKeyPath), &agentRuleSets(), host);
 }
 
 void engineShutdownServices(CNTService& host) {
-    CServiceManager* manager = processServiceManager();
+    CServiceManager* manager = agentServiceManager().get();
     if (!manager) {
         debugWrite(DBG_MINIMUM, "CKestrelSrvc|OnShutdown: no service manager was started\r\n");
         return;
@@ -40,10 +48,20 @@ void engineShutdownServices(CNTService& host) {
     manager->ShutdownServices(host);
 }
 
-void engineClearProcessState() {
+bool engineClearProcessState() {
+    std::unique_ptr<CServiceManager>& manager = agentServiceManager();
+    const int32_t detached = manager ? manager->getDetachedThreads() : 0;
     // The sources and the queue go before the rule sets their units are bound to.
-    clearProcessServiceState();
+    manager.reset();
+    if (detached > 0) {
+        debugPrintf(DBG_MINIMUM,
+                    "CKestrelSrvc|OnShutdown: %d source thread(s) still running - the rule sets "
+                    "are kept until the process ends\r\n",
+                    static_cast<int>(detached));
+        return false;
+    }
     agentRuleSets().unload();
+    return true;
 }
 
 }  // namespace vt

@@ -18,7 +18,9 @@ void engineStartServices(const CConfigSettings& settings, CNTService& host);
 // Stops every input and the workers; calls host.StillInShutdown() once per step of the wait.
 void engineShutdownServices(CNTService& host);
 
-// Clears the process-wide lists and caches at process end, before the host object goes.
-void engineClearProcessState();
+// Clears the process-wide lists and caches at process end, before the host object goes. False
+// when a source thread that would not end still runs: what it uses is then left in place, and
+// the process must end without destroying its static objects.
+bool engineClearProcessState();
 
 }  // namespace vt

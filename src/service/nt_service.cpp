@@ -22,7 +22,6 @@ constexpr uint32_t kStateStartPending = 2;
 constexpr uint32_t kStateStopPending = 3;
 constexpr uint32_t kStateRunning = 4;
 constexpr uint32_t kStopWaitHintMs = 5000;
-constexpr auto kRunPollInterval = std::chrono::milliseconds(5000);
 
 constexpr uint32_t kEventInstalled = 100;
 constexpr uint32_t kEventRemoved = 101;
@@ -320,9 +319,18 @@ void CNTService::HandleConsoleBreak() {
 
 // ---- the overridable steps ----------------------------------------------------------------
 
+void CNTService::setRunning(bool running) {
+    {
+        std::lock_guard lock(m_runningMutex);
+        m_running.store(running, std::memory_order_relaxed);
+    }
+    m_runningChanged.notify_all();
+}
+
 void CNTService::Run() {
     Trace("Entering CNTService::Run()");
-    while (isRunning()) std::this_thread::sleep_for(kRunPollInterval);
+    std::unique_lock lock(m_runningMutex);
+    m_runningChanged.wait(lock, [this] { return !isRunning(); });
     Trace("Leaving CNTService::Run()");
 }
 

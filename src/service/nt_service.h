@@ -1,5 +1,6 @@
 #pragma once
 #include <atomic>
+#include <condition_variable>
 #include <cstdint>
 #include <mutex>
 
@@ -58,7 +59,8 @@ class CNTService {
 
     const char* serviceName() const noexcept { return m_serviceName; }
     bool isRunning() const noexcept { return m_running.load(std::memory_order_relaxed); }
-    void setRunning(bool running) noexcept { m_running.store(running, std::memory_order_relaxed); }
+    // Clearing the flag also ends Run's wait at once, so a stop does not wait out a poll.
+    void setRunning(bool running);
     bool isConsoleMode() const noexcept { return m_consoleMode; }
     vt::ServiceStatus status() const;
 
@@ -88,8 +90,10 @@ class CNTService {
     // whole (it is never held across a call into the service or the service manager).
     mutable std::mutex m_statusMutex;
     vt::ServiceStatus m_status;
-    // Polled by Run on the service thread, cleared by the control handler on another thread.
+    // Waited on by Run on the service thread, cleared by the control handler on another thread.
     std::atomic<bool> m_running{false};
+    std::mutex m_runningMutex;
+    std::condition_variable m_runningChanged;
     char m_releaseText[16] = {};
 
   private:

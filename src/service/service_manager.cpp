@@ -31,20 +31,22 @@ std::string numbered(const char* prefix, uint32_t n) {
     return std::string(prefix) + std::to_string(n);
 }
 
-struct ProcessState {
-    std::unique_ptr<CServiceManager> manager;
-    std::unique_ptr<CThreadSafeNameValueTree> sharedValues;
-    std::unique_ptr<CDNSCacheList> dnsCache;
-    std::unique_ptr<CLibCacheList> libCache;
-    std::unique_ptr<CGuidCacheList> guidCache;
-};
-
-ProcessState& processState() {
-    static ProcessState state;
-    return state;
-}
-
 }  // namespace
+
+// What the sources borrow: owned together by the manager and every source thread. The queue is
+// declared last so that it goes first, its workers ending before the caches they may use.
+struct CServiceManager::Resources {
+    CThreadSafeNameValueTree sharedValues;
+    CDNSCacheList dnsCache;
+    CLibCacheList libCache;
+    CGuidCacheList guidCache;
+    CQueManList queue;
+
+    explicit Resources(const CConfigSettings& settings)
+        : dnsCache(CDNSCacheList::Settings{settings.enableDnsCache == 1,
+                                           settings.dnsCacheTimeSeconds, settings.dnsCacheLimit}),
+          queue(&settings) {}
+};
 
 // A source's thread with the flag that tells the shutdown whether it has ended, so that the
 // join can be bounded. Shared with the thread, which may outlive the manager when detached.
@@ -80,6 +82,10 @@ CServiceManager::~CServiceManager() {
     }
 }
 
+CQueManList* CServiceManager::getQueue() const noexcept {
+    return m_resources ? &m_resources->queue : nullptr;
+}
+
 CInfoSource* CServiceManager::getService(size_t slot) const noexcept {
     return slot < m_services.size() ? m_services[slot].get() : nullptr;
 }
@@ -111,15 +117,8 @@ void CServiceManager::StartupServices(const CConfigSettings& settings, vt::RegRo
     }
     vt::installOutOfMemoryHandler();
 
-    // The queue only reads the settings; its constructor takes them as the engine keeps them.
-    m_pQueue = std::make_unique<CQueManList>(const_cast<CConfigSettings*>(&settings));
+    m_resources = std::make_shared<Resources>(settings);
     vt::setEngineRunning(true);
-    ProcessState& state = processState();
-    state.sharedValues = std::make_unique<CThreadSafeNameValueTree>();
-    state.dnsCache = std::make_unique<CDNSCacheList>(CDNSCacheList::Settings{
-        settings.enableDnsCache == 1, settings.dnsCacheTimeSeconds, settings.dnsCacheLimit});
-    state.libCache = std::make_unique<CLibCacheList>();
-    state.guidCache = std::make_unique<CGuidCacheList>();
 
     CRegAccess services;
     services.OpenKey(root, servicesKeyPath, vt::kKeyRead);
@@ -195,12 +194,13 @@ void CServiceManager::startOne(uint32_t n, CRegAccess& services, const CConfigSe
     vt::InfoSourceContext context;
     context.serviceName = name;
     context.serviceId = type;
-    context.queue = m_pQueue.get();
+    context.queue = &m_resources->queue;
+    context.dnsCache = &m_resources->dnsCache;
     context.root = root;
     context.servicesKeyPath = servicesKeyPath;
     context.settings = &settings;
     context.dataKeyPath = dataKeyPath;
-    std::unique_ptr<CInfoSource> source;
+    std::shared_ptr<CInfoSource> source;
     try {
         source = kind->create(context);
     } catch (CErrorReport* raw) {
@@ -242,19 +242,20 @@ void CServiceManager::startOne(uint32_t n, CRegAccess& services, const CConfigSe
 
     source->setRuleSet(ruleSet);
     source->setRegPathes();
-    CInfoSource* running = source.get();
-    m_services[n - 1] = std::move(source);
+    m_services[n - 1] = source;
     auto thread = std::make_shared<ServiceThread>();
-    // The thread keeps its own copies of the timing and hooks: a thread detached at shutdown
-    // may still be running when the manager is gone.
-    thread->thread = std::thread([running, thread, timing = m_timing, hooks = m_hooks] {
-        runSource(running, timing, hooks);
-        {
-            std::lock_guard lock(thread->lock);
-            thread->ended = true;
-        }
-        thread->endedCondition.notify_all();
-    });
+    // The thread keeps its own copies of the timing and hooks, and its share of the source and
+    // the resources: a thread detached at shutdown may still be running when the manager is
+    // gone.
+    thread->thread =
+        std::thread([source, resources = m_resources, thread, timing = m_timing, hooks = m_hooks] {
+            runSource(source.get(), timing, hooks);
+            {
+                std::lock_guard lock(thread->lock);
+                thread->ended = true;
+            }
+            thread->endedCondition.notify_all();
+        });
     m_threads[n - 1] = std::move(thread);
     vt::debugWrite(vt::DBG_MINIMUM, "New InfoSource started!\r\n");
     ++started;
@@ -340,6 +341,18 @@ bool CServiceManager::ShutdownServices(CNTService& host) {
                                                 [&host] { host.setRunning(false); }});
 }
 
+// The grace after the run flags are cleared is an upper limit: a stop ends as soon as every
+// source has returned on its own.
+void CServiceManager::waitForSourcesToEnd() {
+    const auto deadline = std::chrono::steady_clock::now() + m_timing.stopGrace;
+    for (const std::shared_ptr<ServiceThread>& thread : m_threads) {
+        if (!thread) continue;
+        std::unique_lock lock(thread->lock);
+        if (!thread->endedCondition.wait_until(lock, deadline, [&] { return thread->ended; }))
+            return;
+    }
+}
+
 void CServiceManager::endThread(size_t slot, const vt::ServiceHostLink& host) {
     std::shared_ptr<ServiceThread> thread = m_threads[slot];
     if (!thread) return;
@@ -355,14 +368,14 @@ void CServiceManager::endThread(size_t slot, const vt::ServiceHostLink& host) {
     if (ended) {
         thread->thread.join();
     } else {
-        // The thread still uses its source: detach it and keep the source for the rest of the
-        // process rather than destroy it under the thread.
+        // The thread still uses its source: it goes on alone, and its share frees the source
+        // when it ends.
         vt::debugPrintf(vt::DBG_MINIMUM,
                         "CServiceManager|ShutdownServices: Cancel thread %d failed with error %d "
                         "\r\n",
                         static_cast<int>(slot + 1), 1460);
         thread->thread.detach();
-        (void)m_services[slot].release();
+        m_services[slot].reset();
         ++m_nDetached;
     }
     m_threads[slot] = nullptr;
@@ -381,30 +394,34 @@ bool CServiceManager::ShutdownServices(const vt::ServiceHostLink& host) {
                             static_cast<int>(slot + 1), addressForLog(source));
             if (source) source->setRun(false);
         }
-        if (first) m_hooks.sleep(m_timing.stopGrace);
+        // A source blocked in a receive sees its run flag only when woken, so all are woken at
+        // once instead of each after the grace.
+        for (const std::shared_ptr<CInfoSource>& source : m_services)
+            if (source) source->wake();
+        if (first) waitForSourcesToEnd();
     }
 
     vt::setEngineRunning(false);
-    if (m_pQueue) m_pQueue->signalShutdown();
+    if (m_resources) m_resources->queue.signalShutdown();
 
     for (size_t slot = 0; slot < m_threads.size(); ++slot) endThread(slot, host);
 
-    if (m_pQueue) {
+    if (CQueManList* queue = getQueue()) {
         // Idle workers end as soon as they see the shutdown event; a short look first keeps an
         // ordinary stop free of passes that only measure how fast a thread wakes.
         const auto settled = std::chrono::steady_clock::now() + m_timing.workerSettle;
-        while (m_pQueue->liveWorkers() > 0 && std::chrono::steady_clock::now() < settled)
+        while (queue->liveWorkers() > 0 && std::chrono::steady_clock::now() < settled)
             std::this_thread::sleep_for(std::chrono::milliseconds(1));
         int passes = 0;
-        while (m_pQueue->liveWorkers() > 0) {
+        while (queue->liveWorkers() > 0) {
             if (m_protectAgainstShutdown == 0 && passes >= m_timing.workerPasses) break;
             vt::debugWrite(vt::DBG_INFO, "Worker Thread Pool is not yet finished!\r\n");
             if (host.checkpoint) host.checkpoint();
             m_hooks.sleep(m_timing.workerStep);
             if (m_protectAgainstShutdown == 0) ++passes;
         }
-        if (m_pQueue->liveWorkers() > 0) {
-            m_pQueue->setStopProcessing(true);
+        if (queue->liveWorkers() > 0) {
+            queue->setStopProcessing(true);
             m_hooks.sleep(m_timing.killDelay);
             vt::debugWrite(vt::DBG_MINIMUM,
                            "\r\n\r\nWorker Thread Pool NOT FINISHED!\r\nProcess KILLED\r\n");
@@ -415,37 +432,3 @@ bool CServiceManager::ShutdownServices(const vt::ServiceHostLink& host) {
     vt::debugWrite(vt::DBG_INFO, "### Worker Thread Pool FINISHED! ###\r\n");
     return true;
 }
-
-namespace vt {
-
-CServiceManager* processServiceManager() noexcept {
-    return processState().manager.get();
-}
-CThreadSafeNameValueTree* processSharedValues() noexcept {
-    return processState().sharedValues.get();
-}
-CDNSCacheList* processDNSCache() noexcept {
-    return processState().dnsCache.get();
-}
-CLibCacheList* processLibCache() noexcept {
-    return processState().libCache.get();
-}
-CGuidCacheList* processGuidCache() noexcept {
-    return processState().guidCache.get();
-}
-
-CServiceManager& createProcessServiceManager() {
-    processState().manager = std::make_unique<CServiceManager>();
-    return *processState().manager;
-}
-
-void clearProcessServiceState() {
-    ProcessState& state = processState();
-    state.manager.reset();
-    state.sharedValues.reset();
-    state.dnsCache.reset();
-    state.libCache.reset();
-    state.guidCache.reset();
-}
-
-}  // namespace vt

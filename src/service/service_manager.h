@@ -25,7 +25,7 @@ namespace vt {
 
 // The pauses of the service manager. The defaults are the agent's; tests shorten them.
 struct ServiceManagerTiming {
-    std::chrono::milliseconds stopGrace{2000};        // after the run flags are cleared
+    std::chrono::milliseconds stopGrace{2000};        // at most, for sources to end on their own
     std::chrono::milliseconds joinLimit{1000};        // per source thread, after its wake
     std::chrono::milliseconds workerSettle{200};      // workers notice the shutdown event
     std::chrono::milliseconds workerStep{1000};       // one pass of the worker pool wait
@@ -58,8 +58,10 @@ struct ServiceHostLink {
 //
 // Threads: StartupServices and ShutdownServices run on the service thread; each source runs
 // RunInfoSource on its own thread. Shutdown signals the sources through their run flags and
-// wake(), then joins each thread for a bounded time; a thread that does not end is detached and
-// its source is left alive (never destroyed under a running thread).
+// wake(), then joins each thread for a bounded time; a thread that does not end is detached.
+// Every source thread shares the ownership of its source and of the queue and caches, so a
+// detached thread keeps what it uses alive and frees it when it ends; the queue refuses its
+// units after the shutdown.
 class CServiceManager {
   public:
     CServiceManager();
@@ -89,24 +91,26 @@ class CServiceManager {
     // The source in slot n (0-based), null for an empty slot.
     CInfoSource* getService(size_t slot) const noexcept;
     bool hasThread(size_t slot) const noexcept;
-    CQueManList* getQueue() const noexcept { return m_pQueue.get(); }
-    // Threads that did not end within the join limit at shutdown (their sources are kept).
+    CQueManList* getQueue() const noexcept;
+    // Threads that did not end within the join limit at shutdown (they own their sources).
     int32_t getDetachedThreads() const noexcept { return m_nDetached; }
 
   private:
     struct ServiceThread;
+    struct Resources;
 
     void startOne(uint32_t n, CRegAccess& services, const CConfigSettings& settings,
                   vt::RegRoot root, const CQuilletString& servicesKeyPath,
                   const CQuilletString& dataKeyPath, CRuleSetList* ruleSets, int32_t& started);
+    void waitForSourcesToEnd();
     void endThread(size_t slot, const vt::ServiceHostLink& host);
     static void runSource(CInfoSource* source, const vt::ServiceManagerTiming& timing,
                           const vt::ServiceManagerHooks& hooks);
 
     std::vector<std::shared_ptr<ServiceThread>> m_threads;  // one per service, null: none
-    std::vector<std::unique_ptr<CInfoSource>> m_services;   // one per service, null: none
+    std::vector<std::shared_ptr<CInfoSource>> m_services;   // one per service, null: none
     int32_t m_nServiceCount = 0;
-    std::unique_ptr<CQueManList> m_pQueue;
+    std::shared_ptr<Resources> m_resources;
     CRuleSetList* m_pRuleSets = nullptr;
     int32_t m_nConfigVersion = 0;
     uint32_t m_protectAgainstShutdown = 0;
@@ -116,20 +120,3 @@ class CServiceManager {
     vt::ServiceManagerTiming m_timing;
     vt::ServiceManagerHooks m_hooks;
 };
-
-namespace vt {
-
-// The process-wide objects the service manager publishes (null before the start and after
-// the process state is cleared).
-CServiceManager* processServiceManager() noexcept;
-CThreadSafeNameValueTree* processSharedValues() noexcept;
-CDNSCacheList* processDNSCache() noexcept;
-CLibCacheList* processLibCache() noexcept;
-CGuidCacheList* processGuidCache() noexcept;
-
-// Creates the process-wide service manager (replacing any earlier one) and returns it.
-CServiceManager& createProcessServiceManager();
-// Destroys the process-wide service manager, the queue, the shared tree and the caches.
-void clearProcessServiceState();
-
-}  // namespace vt

@@ -1,5 +1,6 @@
 #include "sources/info_source.h"
 
+#include "base/config_settings.h"
 #include "base/debug_log.h"
 #include "base/reg_access.h"
 #include "engine/que_man_list.h"
@@ -130,19 +131,27 @@ void CInfoSource::setCommonInfoUnitSettings(CInfoUnit& unit) const {
     unit.setSyslogPriority(static_cast<int32_t>(m_nDefaultPriority));
     unit.setPropertyString(vt::StdProperty::Resource, m_szResource);
     unit.setPropertyString(vt::StdProperty::SyslogTag, m_szSyslogTag);
+    if (m_pSettings) {
+        unit.setPropertyInt(vt::StdProperty::CustomerId,
+                            static_cast<int32_t>(m_pSettings->customerId));
+        unit.setPropertyInt(vt::StdProperty::SystemId, static_cast<int32_t>(m_pSettings->systemId));
+    }
     vt::debugPrintf(vt::DBG_INFO, "CInfoSource| Syslog Tag: %s \r\n", m_szSyslogTag.getStringA());
 }
 
-void CInfoSource::Enqueue(std::unique_ptr<CInfoUnit> unit) {
-    if (!unit) return;
+CRuleList* CInfoSource::ruleList() const noexcept {
+    return m_pRuleSet ? &m_pRuleSet->getRuleList() : nullptr;
+}
+
+bool CInfoSource::Enqueue(std::unique_ptr<CInfoUnit> unit) {
+    if (!unit) return false;
     if (!m_pQueue) {
         vt::debugPrintf(vt::DBG_ERROR,
                         "CInfoSource|Enqueue: service '%s' has no queue - unit dropped\r\n",
                         m_szServiceName.getStringA());
-        return;
+        return false;
     }
-    vt::bindRuleList(*unit, m_pRuleSet ? &m_pRuleSet->getRuleList() : nullptr);
-    m_pQueue->Enqueue(unit.release());
+    return m_pQueue->Enqueue(unit.release(), ruleList());
 }
 
 bool CInfoSource::EnqueueAndWait(CWaitableInfoUnit& unit) {
@@ -153,8 +162,7 @@ bool CInfoSource::EnqueueAndWait(CWaitableInfoUnit& unit) {
                         m_szServiceName.getStringA());
         return false;
     }
-    vt::bindRuleList(unit, m_pRuleSet ? &m_pRuleSet->getRuleList() : nullptr);
-    return m_pQueue->EnqueueAndWait(&unit);
+    return m_pQueue->EnqueueAndWait(&unit, ruleList());
 }
 
 void CInfoSource::setRun(bool run) noexcept {

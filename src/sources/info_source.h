@@ -14,6 +14,7 @@ class CDNSCacheList;
 class CInfoUnit;
 class CQueManList;
 class CRegAccess;
+class CRuleList;
 class CRuleSetListEntry;
 class CWaitableInfoUnit;
 
@@ -81,8 +82,9 @@ class CInfoSource {
     // Sets facility and priority from the defaults, "resource" and "syslogtag" from the
     // settings.
     void setCommonInfoUnitSettings(CInfoUnit& unit) const;
-    // Binds the unit to this source's rule set and hands it to the queue, which owns it then.
-    void Enqueue(std::unique_ptr<CInfoUnit> unit);
+    // Binds the unit to this source's rule set and hands it to the queue, which owns it then;
+    // false when it was dropped (no queue, or the queue is shut down).
+    bool Enqueue(std::unique_ptr<CInfoUnit> unit);
     // The same, but blocks until the rule engine is done with the unit; the caller keeps it.
     // False when the queue refused or ended the wait without processing.
     bool EnqueueAndWait(CWaitableInfoUnit& unit);
@@ -100,6 +102,8 @@ class CInfoSource {
     const CQuilletString& getRuleSetName() const noexcept { return m_szRuleSetName; }
     void setRuleSet(CRuleSetListEntry* ruleSet) noexcept { m_pRuleSet = ruleSet; }
     CRuleSetListEntry* getRuleSet() const noexcept { return m_pRuleSet; }
+    // The rule list the units of this source are queued with; null without a rule set.
+    CRuleList* ruleList() const noexcept;
     void setQueue(CQueManList* queue) noexcept { m_pQueue = queue; }
     CQueManList* getQueue() const noexcept { return m_pQueue; }
     bool isEnabled() const noexcept { return m_bServiceEnabled == 1; }

@@ -102,13 +102,13 @@ TEST(SyslogDatagram, CarriesPriorityTagIdAndTexts) {
 class ReporterTest : public ::testing::Test {
   protected:
     void SetUp() override {
-        vt::resetEventReporterThrottle();
-        vt::setEventReporterClock([this] { return now; });
+        vt::resetErrorReporterThrottle();
+        vt::setErrorReporterClock([this] { return now; });
         vt::setEventlogWarningsSetting(-1);
     }
     void TearDown() override {
-        vt::setEventReporterClock(nullptr);
-        vt::resetEventReporterThrottle();
+        vt::setErrorReporterClock(nullptr);
+        vt::resetErrorReporterThrottle();
         vt::setEventlogWarningsSetting(-1);
     }
     TempDir dir;

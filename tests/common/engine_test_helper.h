@@ -65,7 +65,8 @@ class CActionConfigProbe : public CActionConfig {
 class CActionProbe : public CAction {
   public:
     explicit CActionProbe(CActionConfigProbe& config) : m_config(config) {}
-    void doAction(CInfoUnit& unit, CConfigSettings& settings, CActionListEntry& entry) override;
+    void doAction(CInfoUnit& unit, const CConfigSettings& settings,
+                  CActionListEntry& entry) override;
 
   private:
     CActionConfigProbe& m_config;

@@ -208,7 +208,7 @@ void CActionConfigProbe::LoadConfig() {
     m_regAccess.CloseKey();
 }
 
-void CActionProbe::doAction(CInfoUnit& unit, CConfigSettings&, CActionListEntry&) {
+void CActionProbe::doAction(CInfoUnit& unit, const CConfigSettings&, CActionListEntry&) {
     ++m_config.calls;
     if (!m_config.tag.empty()) {
         const CQuilletString* trace = unit.getPropertyStringObject(u"trace");
@@ -290,9 +290,25 @@ bool TestSourceScript::waitForRuns(int count) {
     return changed.wait_for(guard, std::chrono::seconds(20), [&] { return runs.load() >= count; });
 }
 
+bool TestSourceScript::waitForDestruction() {
+    std::unique_lock guard(lock);
+    return changed.wait_for(guard, std::chrono::seconds(20), [&] { return destroyed; });
+}
+
 CTestInfoSource::CTestInfoSource(const InfoSourceContext& context,
                                  std::shared_ptr<TestSourceScript> script)
-    : CInfoSource(context), m_script(std::move(script)) {}
+    : CInfoSource(context), m_script(std::move(script)) {
+    std::lock_guard guard(m_script->lock);
+    m_script->hadDnsCache = getDnsCache() != nullptr;
+}
+
+CTestInfoSource::~CTestInfoSource() {
+    {
+        std::lock_guard guard(m_script->lock);
+        m_script->destroyed = true;
+    }
+    m_script->changed.notify_all();
+}
 
 bool CTestInfoSource::LoadConfig() {
     CRegAccess reg;
@@ -337,8 +353,15 @@ void CTestInfoSource::Run() {
         Enqueue(std::move(unit));
     }
     if (s.hang || s.blockUntilWoken) {
-        std::unique_lock guard(s.lock);
-        s.changed.wait(guard, [&] { return s.released || (!s.hang && s.woken); });
+        {
+            std::unique_lock guard(s.lock);
+            s.changed.wait(guard, [&] { return s.released || (!s.hang && s.woken); });
+        }
+        for (int i = 0; s.hang && i < s.unitsAfterRelease.load(); ++i) {
+            auto unit = std::make_unique<CInfoUnit>();
+            setCommonInfoUnitSettings(*unit);
+            if (Enqueue(std::move(unit))) ++s.acceptedAfterRelease;
+        }
     } else if (!s.returnAtOnce) {
         while (keepRunning()) waitWhileRunning(std::chrono::seconds(5));
     }

@@ -25,6 +25,13 @@ struct TestSourceScript {
     std::atomic<int> runs{0};   // Run entered
     std::atomic<int> wakes{0};  // wake() called
     std::atomic<bool> finished{false};
+    // After a hang is released: units handed over, and how many the queue took.
+    std::atomic<int> unitsAfterRelease{0};
+    std::atomic<int> acceptedAfterRelease{0};
+    bool hadDnsCache = false;  // guarded by lock: the source was given the host name cache
+    bool destroyed = false;    // guarded by lock
+    // Blocks until the source is destroyed (20 s limit); false if not.
+    bool waitForDestruction();
 
     void release();
     // Blocks the caller until Run has been entered `count` times (20 s limit); false if not.
@@ -40,6 +47,7 @@ struct TestSourceScript {
 class CTestInfoSource : public CInfoSource {
   public:
     CTestInfoSource(const InfoSourceContext& context, std::shared_ptr<TestSourceScript> script);
+    ~CTestInfoSource() override;
     void Run() override;
     void wake() override;
     bool LoadConfig() override;

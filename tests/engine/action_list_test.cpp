@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include <chrono>
 #include <thread>
 #include <utility>
 #include <vector>
@@ -19,11 +20,14 @@ using namespace vt::test;
 
 class ActionEntryTest : public ::testing::Test {
   protected:
-    CActionListEntry& probe(ProbeMode mode, const char16_t* name = u"probe action") {
+    CActionListEntry& add(int32_t type, const char16_t* name = u"probe action") {
         m_entries.push_back(std::make_unique<CActionListEntry>(
-            CQuilletString(name), CQuilletString(m_registry.base() + u"\\A1"), kProbeActionType,
+            CQuilletString(name), CQuilletString(m_registry.base() + u"\\A1"), type,
             ActionLoadContext{nullptr, vt::agentActionTypes()}));
-        CActionListEntry& entry = *m_entries.back();
+        return *m_entries.back();
+    }
+    CActionListEntry& probe(ProbeMode mode) {
+        CActionListEntry& entry = add(kProbeActionType);
         probeConfig(entry).mode = static_cast<int>(mode);
         return entry;
     }
@@ -37,122 +41,87 @@ class ActionEntryTest : public ::testing::Test {
     std::vector<std::unique_ptr<CActionListEntry>> m_entries;
 };
 
-// With retry on, an action that always fails runs "nRetryCount" times in all, sleeping
-// "nRetryPeriod" before each retry; both ways of failing count.
-TEST_F(ActionEntryTest, AlwaysFailingActionRunsRetryCountTimes) {
-    m_settings->enableRetry = 1;
-    m_settings->retryCount = 3;
-    m_settings->retryPeriod = 250;
-    for (ProbeMode mode : {ProbeMode::SetFailedFlag, ProbeMode::ThrowReport}) {
-        m_unit = makeSyslogUnit(u"hello");
-        CActionListEntry& entry = probe(mode);
-        const int sleepsBefore = m_clock.sleepCount();
-        EXPECT_TRUE(entry.CallAction(*m_unit, *m_settings));  // no abort configured
-        EXPECT_EQ(probeConfig(entry).calls.load(), 3);
-        EXPECT_EQ(m_clock.sleepCount() - sleepsBefore, 2);
-    }
-    for (uint32_t d : m_clock.sleepDurations()) EXPECT_EQ(d, 250u);
-}
-
-TEST_F(ActionEntryTest, SuccessEndsTheRetries) {
-    m_settings->enableRetry = 1;
-    m_settings->retryCount = 5;
-    CActionListEntry& entry = probe(ProbeMode::ThrowReport);
-    int calls = 0;
-    probeConfig(entry).hook = [&](CInfoUnit&) {
-        if (++calls == 2) probeConfig(entry).mode = static_cast<int>(ProbeMode::Succeed);
-    };
-    EXPECT_TRUE(entry.CallAction(*m_unit, *m_settings));
-    EXPECT_EQ(probeConfig(entry).calls.load(), 2);
-}
-
-// What the debug log says about failed tries. Only exactly 1 enables retries, but a thrown
-// report is still logged as a numbered try while "nRetryCount" is above 1. The texts of the
-// unknown-exception branch are swapped: the last try says "retrying", the others "continuing".
-TEST_F(ActionEntryTest, FailedTriesAreLogged) {
+// With retry on (exactly 1), a failing action runs "nRetryCount" times in all, sleeping
+// "nRetryPeriod" before each retry; both ways of failing count, and a success ends the
+// retries. A thrown report is still logged as a numbered try while "nRetryCount" is above 1.
+// The texts of the unknown-exception branch are swapped: the last try says "retrying", the
+// others "continuing".
+TEST_F(ActionEntryTest, RetriesAndWhatTheLogSaysAboutThem) {
+    const std::string numbered =
+        "an action 'probe action' - Try number '1'. Error is 'probe failure'.";
+    const std::string skipped =
+        "Error Event 114 logged with data 'Error while applying an action - "
+        "skipping action 'probe action'. Error is 'probe failure'.'";
+    const std::string continuing = "Unknown error while applying the actions - continuing";
+    const std::string retrying = "Unknown error while applying the actions - retrying";
     struct Case {
         uint32_t enableRetry, retryCount;
         ProbeMode mode;
-        int calls;
+        int succeedAt, calls;  // succeedAt: the call that succeeds (0: none)
         std::vector<std::pair<std::string, size_t>> counts;  // text, times in the log
     };
-    const std::string numbered =
-        "Error while applying an action 'probe action' - Try number '1'. Error is 'probe "
-        "failure'.";
-    const std::string skipped =
-        "Error Event 114 logged with data 'Error while applying an action - skipping action "
-        "'probe action'. Error is 'probe failure'.'";
-    const std::string continuing = "Unknown error while applying the actions - continuing";
-    const std::string retrying = "Unknown error while applying the actions - retrying";
+    // clang-format off
     const Case cases[] = {
-        {2, 3, ProbeMode::ThrowReport, 1, {{numbered, 1}, {"skipping action", 0}}},
-        {0, 1, ProbeMode::ThrowReport, 1, {{skipped, 1}}},
-        {1, 3, ProbeMode::ThrowUnknown, 3, {{continuing, 2}, {retrying, 1}}},
-        {0, 1, ProbeMode::ThrowUnknown, 1, {{continuing, 0}, {retrying, 1}}},
+        {1, 3, ProbeMode::SetFailedFlag, 0, 3, {}},
+        {1, 3, ProbeMode::ThrowReport, 0, 3, {}},
+        {1, 3, ProbeMode::ThrowReport, 2, 2, {}},
+        {2, 3, ProbeMode::ThrowReport, 0, 1, {{numbered, 1}, {"skipping action", 0}}},
+        {0, 1, ProbeMode::ThrowReport, 0, 1, {{skipped, 1}}},
+        {1, 3, ProbeMode::ThrowUnknown, 0, 3, {{continuing, 2}, {retrying, 1}}},
+        {0, 1, ProbeMode::ThrowUnknown, 0, 1, {{continuing, 0}, {retrying, 1}}},
     };
+    // clang-format on
+    m_settings->retryPeriod = 250;
     for (const Case& c : cases) {
         m_settings->enableRetry = c.enableRetry;
         m_settings->retryCount = c.retryCount;
         DebugCapture capture;
         CActionListEntry& entry = probe(c.mode);
-        const int sleeps = m_clock.sleepCount();
-        entry.CallAction(*m_unit, *m_settings);
+        probeConfig(entry).hook = [&entry, n = c.succeedAt](CInfoUnit&) {
+            if (probeConfig(entry).calls.load() == n)
+                probeConfig(entry).mode = static_cast<int>(ProbeMode::Succeed);
+        };
+        const int sleepsBefore = m_clock.sleepCount();
+        EXPECT_TRUE(entry.CallAction(*makeSyslogUnit(u"x"), *m_settings));  // no abort set
         EXPECT_EQ(probeConfig(entry).calls.load(), c.calls);
-        EXPECT_EQ(m_clock.sleepCount() - sleeps, c.enableRetry == 1 ? c.calls - 1 : 0);
+        EXPECT_EQ(m_clock.sleepCount() - sleepsBefore, c.enableRetry == 1 ? c.calls - 1 : 0);
         const std::string log = capture.text();
         for (const auto& [text, times] : c.counts) EXPECT_EQ(countOf(log, text), times) << log;
-        // The last try's "retrying" comes after every "continuing".
-        if (countOf(log, continuing) > 0) {
-            EXPECT_GT(log.find(retrying), log.rfind(continuing));
-        }
-        EXPECT_GT(log.find(retrying), log.rfind(continuing) + 1);
+        EXPECT_TRUE(countOf(log, continuing) == 0 || log.find(retrying) > log.rfind(continuing));
     }
+    for (uint32_t d : m_clock.sleepDurations()) EXPECT_EQ(d, 250u);
 }
 
-TEST_F(ActionEntryTest, AbortOnFailureStopsOnlyWhenConfigured) {
+// A failure stops the rule only with "nAbortRuleOnFailure"; a disabled action is skipped; the
+// framework never clears the failed flag, so a later successful action still reports it.
+TEST_F(ActionEntryTest, AbortOnFailureAndTheStickyFailedFlag) {
     CActionListEntry& failing = probe(ProbeMode::ThrowReport);
     EXPECT_TRUE(failing.CallAction(*m_unit, *m_settings));
     m_settings->abortRuleOnFailure = 1;
     EXPECT_FALSE(failing.CallAction(*m_unit, *m_settings));
-    // A disabled action is skipped whatever the abort setting says.
     probeConfig(failing).setEnabled(false);
     EXPECT_TRUE(failing.CallAction(*m_unit, *m_settings));
     EXPECT_EQ(probeConfig(failing).calls.load(), 2);
-}
 
-// The framework never clears the failed flag: a later successful action still reports it.
-TEST_F(ActionEntryTest, FailedFlagOfEarlierActionIsSeenAgain) {
-    m_settings->abortRuleOnFailure = 1;
-    CActionListEntry& failing = probe(ProbeMode::SetFailedFlag);
+    auto unit = makeSyslogUnit(u"x");
+    EXPECT_FALSE(probe(ProbeMode::SetFailedFlag).CallAction(*unit, *m_settings));
     CActionListEntry& fine = probe(ProbeMode::Succeed);
-    EXPECT_FALSE(failing.CallAction(*m_unit, *m_settings));
-    EXPECT_FALSE(fine.CallAction(*m_unit, *m_settings));
+    EXPECT_FALSE(fine.CallAction(*unit, *m_settings));
     EXPECT_EQ(probeConfig(fine).calls.load(), 1);
 }
 
+// NOP (0) and unknown ids (1005, and 1025 of an action type not built in) pass, and are
+// reported when loaded; discard (1) stops the rule.
 TEST_F(ActionEntryTest, NopDiscardAndUnknownIds) {
     DebugCapture capture;
-    CActionListEntry nop(CQuilletString("n"), CQuilletString("k"), 0,
-                         ActionLoadContext{nullptr, vt::agentActionTypes()});
-    CActionListEntry discard(CQuilletString("d"), CQuilletString("k"), 1,
-                             ActionLoadContext{nullptr, vt::agentActionTypes()});
-    CActionListEntry unassigned(CQuilletString("u"), CQuilletString("k"), 1005,
-                                ActionLoadContext{nullptr, vt::agentActionTypes()});
-    CActionListEntry notLanded(CQuilletString("w"), CQuilletString("k"), 1025,
-                               ActionLoadContext{nullptr, vt::agentActionTypes()});
-    const std::string log = capture.text();
-    EXPECT_NE(log.find("Error Event 1025 logged with data 'We have a NOP action in our rule set - "
-                       "is the config invalid?'"),
-              std::string::npos);
-    EXPECT_NE(log.find("Error Event 1004 logged with data 'Invalid Action Type'"),
-              std::string::npos);
     m_settings->abortRuleOnFailure = 1;
     m_unit->setActionFailed(1);
-    EXPECT_TRUE(nop.CallAction(*m_unit, *m_settings));
-    EXPECT_FALSE(discard.CallAction(*m_unit, *m_settings));
-    EXPECT_TRUE(unassigned.CallAction(*m_unit, *m_settings));
-    EXPECT_TRUE(notLanded.CallAction(*m_unit, *m_settings));
-    EXPECT_EQ(unassigned.getConfig(), nullptr);
+    for (auto [type, passes] : {std::pair{0, true}, {1, false}, {1005, true}, {1025, true}})
+        EXPECT_EQ(add(type).CallAction(*m_unit, *m_settings), passes) << type;
+    EXPECT_EQ(capture.count("Error Event 1025 logged with data 'We have a NOP action in our rule "
+                            "set - is the config invalid?'"),
+              1u);
+    EXPECT_EQ(capture.count("Error Event 1004 logged with data 'Invalid Action Type'"), 2u);
 }
 
 // Two workers never run doAction of one action at the same time.
@@ -177,7 +146,7 @@ TEST_F(ActionEntryTest, ExecutionsOfOneActionAreSerialised) {
     EXPECT_EQ(probeConfig(entry).calls.load(), 2000);
 }
 
-// Loading: count, types, names, key paths; a missing type is a NOP.
+// Loading: count, types, names, key paths; a missing type is a NOP; no actions is true.
 TEST_F(ActionEntryTest, ListLoadsEntriesInOrder) {
     const std::u16string rule = m_registry.base() + u"\\R1";
     regSetDword(rule, u"nActionCount", 3);
@@ -190,92 +159,124 @@ TEST_F(ActionEntryTest, ListLoadsEntriesInOrder) {
     ASSERT_EQ(list.count(), 3u);
     auto* a1 = static_cast<CActionListEntry*>(list.next(nullptr));
     auto* a2 = static_cast<CActionListEntry*>(list.next(a1));
-    auto* a3 = static_cast<CActionListEntry*>(list.next(a2));
-    EXPECT_EQ(a1->getTypeId(), kProbeActionType);
     EXPECT_EQ(a1->getName().view(), u"first");
     EXPECT_EQ(a1->getKeyPath().view(), rule + u"\\A1");
-    EXPECT_EQ(probeConfig(*a1).tag, u"t1");
     EXPECT_EQ(a2->getTypeId(), 0);
     EXPECT_EQ(a2->getName().view(), u"Unknown Action Name");
-    EXPECT_EQ(a3->getTypeId(), 1);
     // Probe, NOP, then discard: the list stops at the discard and says so.
     EXPECT_FALSE(list.execute(*m_unit, *m_settings));
     EXPECT_EQ(traceOf(*m_unit), "t1");
+    CActionList empty(CQuilletString(m_registry.base() + u"\\NoSuchRule"),
+                      ActionLoadContext{nullptr, vt::agentActionTypes()});
+    EXPECT_EQ(empty.count(), 0u);
+    EXPECT_TRUE(empty.execute(*m_unit, *m_settings));
 }
-
-TEST_F(ActionEntryTest, EmptyListIsTrue) {
-    CActionList list(CQuilletString(m_registry.base() + u"\\NoSuchRule"),
-                     ActionLoadContext{nullptr, vt::agentActionTypes()});
-    EXPECT_EQ(list.count(), 0u);
-    EXPECT_TRUE(list.execute(*m_unit, *m_settings));
-}
-
-// --- idle timer ---
 
 void countRun(void* context, uint32_t, uint32_t) {
     ++*static_cast<int*>(context);
 }
 
-TEST(ActionTimerTest, ArmRunsAtOnceWithoutTimerOrWithZeroMs) {
+// The idle timer runs at once without a timer, with 0 ms or on a thread without a timer
+// queue; otherwise it is one pending expiry on the arming thread's queue, replaced by
+// re-arming and discarded by cancel and close.
+TEST(ActionTimerTest, ArmCancelAndClose) {
     CActionConfig config(CQuilletString("k"));
     int runs = 0;
     config.armTimer(&countRun, &runs, 5000);  // no timer created
-    EXPECT_EQ(runs, 1);
     config.createTimer();
     config.armTimer(&countRun, &runs, 0);
-    EXPECT_EQ(runs, 2);
-    // A thread without a timer queue cannot hold a pending expiry either.
-    config.armTimer(&countRun, &runs, 5000);
+    config.armTimer(&countRun, &runs, 5000);  // no queue on this thread
     EXPECT_EQ(runs, 3);
-}
-
-TEST(ActionTimerTest, ArmedRoutineRunsOnTheArmingThreadsQueue) {
     TimerQueueScope scope;
-    CActionConfig config(CQuilletString("k"));
-    config.createTimer();
-    int runs = 0;
     config.armTimer(&countRun, &runs, 5000);
-    EXPECT_EQ(runs, 0);
-    EXPECT_EQ(scope.queue().pending(), 1u);
-    // Re-arming replaces the pending expiry; cancelling discards it.
     config.armTimer(&countRun, &runs, 5000);
     EXPECT_EQ(scope.queue().pending(), 1u);
     EXPECT_EQ(scope.queue().runDue(TimerQueue::Clock::now()), 0u);
     EXPECT_EQ(scope.queue().runDue(TimerQueue::Clock::now() + std::chrono::seconds(6)), 1u);
-    EXPECT_EQ(runs, 1);
+    EXPECT_EQ(runs, 4);
     config.armTimer(&countRun, &runs, 5000);
     config.cancelTimer();
     EXPECT_EQ(scope.queue().pending(), 0u);
-    // Closing the timer (destroying the settings) leaves nothing behind in the queue.
     config.armTimer(&countRun, &runs, 5000);
     config.closeTimer();
     EXPECT_EQ(scope.queue().pending(), 0u);
-    EXPECT_EQ(runs, 1);
+    EXPECT_EQ(runs, 4);
 }
 
+// Actions arm their idle timer after every unit: the expiry is never early, at most a
+// sixteenth late, and re-arming keeps one expiry that runs once; armed again after it ran
+// (within the same grain, or with period 0) it is a new expiry, not a skipped one.
+TEST(WaitableTimerTest, OneExpiryNeverEarlyAndRunOnce) {
+    TimerQueueScope scope;
+    WaitableTimer timer;
+    int runs = 0;
+    const auto before = TimerQueue::Clock::now();
+    for (int i = 0; i < 1000; ++i) ASSERT_TRUE(timer.arm(&countRun, &runs, 3200));
+    const auto after = TimerQueue::Clock::now();
+    EXPECT_EQ(scope.queue().pending(), 1u);
+    scope.queue().runDue(before + std::chrono::milliseconds(3199));
+    EXPECT_EQ(runs, 0);
+    scope.queue().runDue(after + std::chrono::milliseconds(3200 + 200));
+    EXPECT_EQ(runs, 1);
+    EXPECT_FALSE(timer.isPending());
+    ASSERT_TRUE(timer.arm(&countRun, &runs, 3200));
+    EXPECT_TRUE(timer.isPending());
+    scope.queue().runDue(TimerQueue::Clock::now() + std::chrono::milliseconds(4000));
+    EXPECT_EQ(runs, 2);
+    // A zero period is due at once, every time it is armed.
+    for (int i = 0; i < 3; ++i) {
+        ASSERT_TRUE(timer.arm(&countRun, &runs, 0));
+        scope.queue().runDue(TimerQueue::Clock::now());
+    }
+    EXPECT_EQ(runs, 5);
+}
+
+struct Rearming {
+    WaitableTimer timer;
+    int runs = 0;
+    bool rearm = true;
+};
+
+void rearmFromRoutine(void* context, uint32_t, uint32_t) {
+    auto* r = static_cast<Rearming*>(context);
+    ++r->runs;
+    if (r->rearm) {
+        r->rearm = false;
+        r->timer.arm(&rearmFromRoutine, r, 3000);
+    }
+}
+
+// Leaving the scope runs what is pending at once; a routine that arms the same deadline again
+// from there must register anew.
+TEST(WaitableTimerTest, RoutineThatRearmsWhileTheQueueRunsAllIsRunAgain) {
+    Rearming r;
+    {
+        TimerQueueScope scope;
+        ASSERT_TRUE(r.timer.arm(&rearmFromRoutine, &r, 3000));
+    }
+    EXPECT_EQ(r.runs, 2);
+}
+
+std::vector<int> g_order;
+void record(void* id, uint32_t, uint32_t) {
+    g_order.push_back(*static_cast<int*>(id));
+}
+
+// Due routines run in deadline order; leaving the scope runs the rest.
 TEST(TimerQueueTest, DueRoutinesRunInDeadlineOrderAndLeavingRunsTheRest) {
-    std::vector<int> order;
-    struct Ctx {
-        std::vector<int>* order;
-        int id;
-    };
-    auto record = [](void* c, uint32_t, uint32_t) {
-        auto* ctx = static_cast<Ctx*>(c);
-        ctx->order->push_back(ctx->id);
-    };
-    Ctx a{&order, 1}, b{&order, 2}, c{&order, 3};
+    int ids[] = {1, 2, 3};
     const auto t0 = TimerQueue::Clock::now();
     {
         TimerQueueScope scope;
         ASSERT_EQ(currentTimerQueue().get(), &scope.queue());
-        scope.queue().add(t0 + std::chrono::seconds(2), record, &b);
-        scope.queue().add(t0 + std::chrono::seconds(1), record, &a);
-        scope.queue().add(t0 + std::chrono::hours(1), record, &c);
+        scope.queue().add(t0 + std::chrono::seconds(2), record, &ids[1]);
+        scope.queue().add(t0 + std::chrono::seconds(1), record, &ids[0]);
+        scope.queue().add(t0 + std::chrono::hours(1), record, &ids[2]);
         EXPECT_EQ(scope.queue().nextDeadline(), t0 + std::chrono::seconds(1));
         EXPECT_EQ(scope.queue().runDue(t0 + std::chrono::seconds(3)), 2u);
-        EXPECT_EQ(order, (std::vector<int>{1, 2}));
+        EXPECT_EQ(g_order, (std::vector<int>{1, 2}));
     }
-    EXPECT_EQ(order, (std::vector<int>{1, 2, 3}));
+    EXPECT_EQ(g_order, (std::vector<int>{1, 2, 3}));
     EXPECT_EQ(currentTimerQueue(), nullptr);
 }
 

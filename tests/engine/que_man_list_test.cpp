@@ -3,8 +3,9 @@
 #include <gtest/gtest.h>
 
 #include <atomic>
-#include <chrono>
 #include <condition_variable>
+#include <future>
+#include <new>
 #include <thread>
 
 #include "base/config_settings.h"
@@ -30,22 +31,6 @@ class TrackedUnit : public CInfoUnit {
     std::atomic<int>& m_destroyed;
 };
 
-struct ThresholdCase {
-    int32_t length, limit;
-    bool lowMemory;
-    int32_t expected;
-};
-
-TEST(QueueThresholdTest, LimitAndLowMemoryThresholds) {
-    const ThresholdCase cases[] = {
-        {0, 0, false, 0},      {500, 0, false, 0}, {10, 10, false, 10}, {250, 10, true, 150},
-        {40, 200000, true, 1}, {100, 10, true, 0}, {101, 10, true, 1},  {0, 0, true, 1},
-    };
-    for (const ThresholdCase& c : cases)
-        EXPECT_EQ(CQueManList::addThreshold(c.length, c.limit, c.lowMemory), c.expected)
-            << c.length << " " << c.limit << " " << c.lowMemory;
-}
-
 // A queue without workers; the producer's sleeps take one unit out, as a worker would.
 class QueueLimitTest : public ::testing::Test {
   protected:
@@ -68,27 +53,62 @@ class QueueLimitTest : public ::testing::Test {
     std::unique_ptr<CConfigSettings> m_settings = makeSettings();
 };
 
-// Unlimited never waits; with limit 10 the eleventh gets in and the twelfth waits until a unit
-// has gone.
+// Unlimited never waits; with limit 10 the eleventh gets in and the twelfth waits a second
+// (here: one fake sleep) until a unit has gone. Units leave first in, first out.
 TEST_F(QueueLimitTest, LimitTenLetsTheEleventhInAndHoldsTheTwelfth) {
     auto unlimited = makeQueue(0);
     fill(*unlimited, 300);
     EXPECT_EQ(unlimited->getLength(), 300);
     EXPECT_EQ(m_clock.sleepCount(), 0);
     auto queue = makeQueue(10);
-    fill(*queue, 11);
-    EXPECT_EQ(queue->getLength(), 11);
-    EXPECT_EQ(m_clock.sleepCount(), 0);
+    auto* second = new CInfoUnit;
     fill(*queue, 1);
-    EXPECT_EQ(m_clock.sleepCount(), 1);
-    EXPECT_EQ(m_clock.sleepDurations().front(), 1000u);
+    queue->Enqueue(second);
+    fill(*queue, 9);
+    EXPECT_EQ(m_clock.sleepCount(), 0);
+    fill(*queue, 1);  // the sleep removes the first unit
+    EXPECT_EQ(m_clock.sleepDurations(), std::vector<uint32_t>{1000u});
     EXPECT_EQ(queue->getLength(), 11);
+    std::unique_ptr<CInfoUnit> next(queue->Remove());
+    EXPECT_EQ(next.get(), second);
 }
 
-// With the system clock a producer held at the limit goes on as soon as a worker takes a
-// unit, not only after its one-second wait: otherwise a fast consumer idles behind a full queue.
-TEST(QueueLimitWakeTest, RemoveEndsTheProducersWaitEarly) {
+// In low memory a producer waits, whatever the limit, until 100 fewer are queued (250 -> 150,
+// 40 -> 1, 100 -> no wait), and the next Add takes the reserve back, ending the low-memory state.
+TEST_F(QueueLimitTest, LowMemoryThrottle) {
+    for (auto [queued, expectedSleeps] : {std::pair{250, 100}, {40, 39}, {100, 0}}) {
+        auto queue = makeQueue(queued + 10);
+        fill(*queue, queued);
+        const int before = m_clock.sleepCount();
+        setLowMemory(true);
+        fill(*queue, 1);
+        EXPECT_EQ(m_clock.sleepCount() - before, expectedSleeps) << queued;
+        EXPECT_EQ(queue->getLength(), queued - expectedSleeps + 1);
+        EXPECT_FALSE(lowMemory());
+        EXPECT_TRUE(holdsReserveMemory());
+    }
+}
+
+// A clock whose waits end only on the queue's wake-up (or after a minute).
+class WakeOnlyClock final : public EngineClock {
+  public:
+    int64_t nowSeconds() override { return 0; }
+    void sleepMs(uint32_t) override {}
+    void waitMs(uint32_t, std::condition_variable& condition, std::mutex& lock,
+                const std::function<bool()>& done) override {
+        std::unique_lock held(lock);
+        waiting = true;
+        condition.wait_for(held, std::chrono::minutes(1), done);
+    }
+    std::atomic<bool> waiting{false};
+};
+
+// A producer held at the limit goes on as soon as a unit is taken, not only after its
+// one-second wait: otherwise a fast consumer idles behind a full queue.
+TEST(QueueLimitWakeTest, RemoveWakesTheWaitingProducer) {
     setLowMemory(false);
+    WakeOnlyClock clock;
+    ScopedEngineClock scope(clock);
     auto settings = makeSettings();
     settings->queueLimit = 10;
     CQueManList queue(settings.get(), CQueManList::StartWorkers::Later);
@@ -98,49 +118,12 @@ TEST(QueueLimitWakeTest, RemoveEndsTheProducersWaitEarly) {
         queue.Enqueue(new CInfoUnit);
         added = true;
     });
-    // Let the producer reach its wait (it cannot get past the limit before a Remove).
-    while (queue.getLength() < 11) std::this_thread::yield();
-    std::this_thread::sleep_for(std::chrono::milliseconds(50));
+    EXPECT_TRUE(eventually([&] { return clock.waiting.load(); }));
     EXPECT_FALSE(added.load());
-    const auto removed = std::chrono::steady_clock::now();
     delete queue.Remove();
+    EXPECT_TRUE(eventually([&] { return added.load(); }));
     producer.join();
-    const auto waited = std::chrono::steady_clock::now() - removed;
-    EXPECT_TRUE(added.load());
-    EXPECT_LT(waited, std::chrono::milliseconds(700));
     EXPECT_EQ(queue.getLength(), 11);
-}
-
-struct LowMemoryCase {
-    int queued;
-    int expectedSleeps;
-};
-
-TEST_F(QueueLimitTest, LowMemoryThrottle) {
-    // 250 queued: wait until 150 remain; 40: until 1 remains; exactly 100: no wait.
-    for (LowMemoryCase c : {LowMemoryCase{250, 100}, {40, 39}, {100, 0}}) {
-        auto queue = makeQueue(0);
-        fill(*queue, c.queued);
-        const int before = m_clock.sleepCount();
-        setLowMemory(true);
-        fill(*queue, 1);
-        EXPECT_EQ(m_clock.sleepCount() - before, c.expectedSleeps) << c.queued;
-        EXPECT_EQ(queue->getLength(), c.queued - c.expectedSleeps + 1);
-        // The reserve could be allocated again, which ends the low-memory state.
-        EXPECT_FALSE(lowMemory());
-        EXPECT_TRUE(holdsReserveMemory());
-    }
-}
-
-TEST_F(QueueLimitTest, RemoveIsFirstInFirstOut) {
-    auto queue = makeQueue(0);
-    std::unique_ptr<CInfoUnit> a(new CInfoUnit), b(new CInfoUnit);
-    queue->Enqueue(a.get());
-    queue->Enqueue(b.get());
-    EXPECT_EQ(queue->Remove(), a.get());
-    EXPECT_EQ(queue->Remove(), b.get());
-    EXPECT_EQ(queue->Remove(), nullptr);
-    EXPECT_EQ(queue->getLength(), 0);
 }
 
 // A queue whose rule processing the test scripts per unit.
@@ -152,7 +135,7 @@ class ScriptedQueue : public CQueManList {
     std::atomic<int> processed{0};
 
   protected:
-    void runRules(CInfoUnit& unit) override {
+    void runRules(CInfoUnit& unit, CRuleList*) override {
         if (onUnit) onUnit(unit);
         ++processed;
     }
@@ -172,80 +155,48 @@ class QueueWorkerTest : public ::testing::Test {
     std::unique_ptr<CConfigSettings> m_settings = makeSettings();
 };
 
-// A report from rule processing abandons the unit: its producer is never woken.
-TEST_F(QueueWorkerTest, WaitableUnitIsNotReleasedAfterErrorReport) {
+// A report from rule processing abandons the unit (event 114): its producer is never woken. A
+// unit without a type is refused (event 150) and released without processing.
+TEST_F(QueueWorkerTest, FailedAndUntypedUnits) {
     DebugCapture capture;
+    std::atomic<int> destroyed{0};
     auto queue = makeQueue(1, [](CInfoUnit& unit) {
         if (unit.getPropertyStringObject(u"fail"))
             throw new CErrorReport(5, CQuilletString("rules failed"));
     });
     auto failing = std::make_unique<CInfoUnitFileMonitor>();
     failing->setPropertyString(u"fail", u"1");
-    auto next = std::make_unique<CInfoUnitFileMonitor>();
     queue->Enqueue(failing.get());
-    // One worker, first in first out: once the second unit is released, the first is done.
-    EXPECT_TRUE(queue->EnqueueAndWait(next.get()));
-    EXPECT_FALSE(failing->waitProcessed(std::chrono::milliseconds(0)));
-    EXPECT_NE(capture.text().find("Error Event 114 logged with data 'rules failed'"),
-              std::string::npos);
-}
-
-TEST_F(QueueWorkerTest, UnitWithoutTypeIsReportedAndReleased) {
-    DebugCapture capture;
-    std::atomic<int> destroyed{0};
-    auto queue = makeQueue(1);
-    auto* plain = new TrackedUnit(destroyed);
-    plain->getProperties().removeFirst();  // "iut" is the first property
-    queue->Enqueue(plain);
+    auto* untyped = new TrackedUnit(destroyed);
+    untyped->getProperties().removeFirst();  // "iut" is the first property
+    queue->Enqueue(untyped);
     auto waitable = std::make_unique<CInfoUnitFileMonitor>();
     waitable->getProperties().removeFirst();
+    // One worker, first in first out: once the last unit is released, the others are done.
     EXPECT_TRUE(queue->EnqueueAndWait(waitable.get()));
+    EXPECT_FALSE(failing->waitProcessed(std::chrono::milliseconds(0)));
     EXPECT_EQ(destroyed.load(), 1);
     EXPECT_EQ(queue->processed.load(), 0);
-    EXPECT_NE(capture.text().find("Error Event 150 logged"), std::string::npos);
+    EXPECT_EQ(capture.count("Error Event 114 logged with data 'rules failed'"), 1u);
+    EXPECT_EQ(capture.count("Error Event 150 logged"), 2u);
 }
 
-TEST_F(QueueWorkerTest, OrdinaryUnitsAreDestroyedAfterProcessing) {
-    std::atomic<int> destroyed{0};
-    auto queue = makeQueue(3);
-    for (int i = 0; i < 50; ++i) queue->Enqueue(new TrackedUnit(destroyed));
-    EXPECT_TRUE(eventually([&] { return destroyed.load() == 50; }));
-    EXPECT_EQ(queue->processed.load(), 50);
-}
-
-TEST_F(QueueWorkerTest, IdleWorkersLeaveOnShutdown) {
-    auto queue = makeQueue(3);
-    EXPECT_EQ(queue->liveWorkers(), 3);
-    queue->signalShutdown();
-    EXPECT_TRUE(eventually([&] { return queue->liveWorkers() == 0; }));
-}
-
-// Shutdown while a worker is busy and units wait: with stop processing set the worker leaves
-// after its current unit, and the waiting units are not processed (they go with the queue).
+// Shutdown while one worker is busy, two are idle and units wait: with stop processing set
+// every worker leaves, the busy one after its unit, and the waiting units go with the queue.
 TEST_F(QueueWorkerTest, ShutdownWithUnitsStillQueued) {
-    std::mutex lock;
-    std::condition_variable cv;
-    bool entered = false, release = false;
+    std::promise<void> entered, release;
+    std::shared_future<void> released = release.get_future().share();
     std::atomic<int> destroyed{0};
-    auto queue = makeQueue(1, [&](CInfoUnit&) {
-        std::unique_lock l(lock);
-        entered = true;
-        cv.notify_all();
-        cv.wait(l, [&] { return release; });
+    auto queue = makeQueue(3, [&](CInfoUnit&) {
+        entered.set_value();
+        released.wait();
     });
     queue->Enqueue(new TrackedUnit(destroyed));
-    {
-        std::unique_lock l(lock);
-        cv.wait(l, [&] { return entered; });
-    }
-    for (int i = 0; i < 3; ++i) queue->Enqueue(new TrackedUnit(destroyed));
+    entered.get_future().wait();
     queue->setStopProcessing(true);
+    for (int i = 0; i < 3; ++i) queue->Enqueue(new TrackedUnit(destroyed));
     queue->signalShutdown();
-    {
-        std::lock_guard l(lock);
-        release = true;
-    }
-    cv.notify_all();
+    release.set_value();
     EXPECT_TRUE(eventually([&] { return queue->liveWorkers() == 0; }));
     EXPECT_EQ(queue->processed.load(), 1);
     EXPECT_EQ(queue->getLength(), 3);
@@ -254,37 +205,39 @@ TEST_F(QueueWorkerTest, ShutdownWithUnitsStillQueued) {
     EXPECT_EQ(destroyed.load(), 4);
 }
 
-// Four producers, five workers, one rule list with a counting action: every unit is processed
-// once. Run under ThreadSanitizer in the sanitizer build.
-TEST(QueueConcurrencyTest, FourProducersFiveWorkers) {
+// One rule whose one action is the counting probe.
+struct ProbeRules {
+    ProbeRules() { rules.add(probeRule(registry.base() + u"\\R1", probe)); }
     ScopedRegistry registry;
-    ProbeActionType probeType;
+    ProbeActionType type;
     CActionConfigProbe* probe = nullptr;
     CRuleList rules;
-    rules.add(probeRule(registry.base() + u"\\R1", probe));
-    auto& counter = *probe;
+};
 
+// Four producers, five workers, the limit met: every unit is processed once and destroyed
+// after. Run under ThreadSanitizer in the sanitizer build.
+TEST(QueueConcurrencyTest, FourProducersFiveWorkers) {
+    ProbeRules probe;
     auto settings = makeSettings();
     settings->workerThreads = 5;
-    settings->queueLimit = 64;  // producers also meet the limit
-    FakeClock clock;            // and poll it without real one-second sleeps
+    settings->queueLimit = 64;
+    FakeClock clock;  // producers poll the limit without real one-second sleeps
     ScopedEngineClock clockScope(clock);
+    std::atomic<int> destroyed{0};
     CQueManList queue(settings.get());
     constexpr int kPerProducer = 2000;
     std::vector<std::thread> producers;
     for (int p = 0; p < 4; ++p) {
         producers.emplace_back([&] {
             for (int i = 0; i < kPerProducer; ++i) {
-                auto* unit = new CInfoUnit;
-                bindRuleList(*unit, &rules);
-                queue.Enqueue(unit);
+                auto* unit = new TrackedUnit(destroyed);
+                queue.Enqueue(unit, &probe.rules);
             }
         });
     }
     for (auto& t : producers) t.join();
-    EXPECT_TRUE(eventually([&] { return counter.calls.load() == 4 * kPerProducer; }))
-        << counter.calls.load();
-    EXPECT_TRUE(eventually([&] { return queue.getLength() == 0; }));
+    EXPECT_TRUE(eventually([&] { return destroyed.load() == 4 * kPerProducer; }));
+    EXPECT_EQ(probe.probe->calls.load(), 4 * kPerProducer);
 }
 
 // An action's idle timer fires on the worker that armed it, while that worker waits for work.
@@ -296,27 +249,38 @@ void onIdle(void*, uint32_t, uint32_t) {
 }
 
 TEST(QueueTimerTest, IdleTimerRunsOnTheArmingWorker) {
-    ScopedRegistry registry;
-    ProbeActionType probeType;
-    CActionConfigProbe* probe = nullptr;
-    CRuleList rules;
-    rules.add(probeRule(registry.base() + u"\\R1", probe));
-    auto& config = *probe;
-    config.createTimer();
+    ProbeRules probe;
+    probe.probe->createTimer();
     std::atomic<std::thread::id> actionThread;
-    config.hook = [&](CInfoUnit&) {
+    probe.probe->hook = [&](CInfoUnit&) {
         actionThread = std::this_thread::get_id();
-        config.cancelTimer();
-        config.armTimer(&onIdle, nullptr, 20);
+        probe.probe->armTimer(&onIdle, nullptr, 20);
     };
     auto settings = makeSettings();
     settings->workerThreads = 1;
     CQueManList queue(settings.get());
     auto* unit = new CInfoUnit;
-    bindRuleList(*unit, &rules);
-    queue.Enqueue(unit);
+    queue.Enqueue(unit, &probe.rules);
     EXPECT_TRUE(eventually([] { return g_timerFired.load(); }));
     EXPECT_EQ(g_timerThread.load(), actionThread.load());
+}
+
+// The handler frees the reserve once and lets the allocation retry; with no reserve left it
+// lets the allocation fail. Either way the queue is told that memory is low.
+TEST(MemoryReserveTest, HandlerSpendsTheReserveOnceThenFails) {
+    vt::test::DebugCapture capture;
+    setLowMemory(false);
+    ASSERT_TRUE(allocateReserveMemory());
+    EXPECT_NO_THROW(outOfMemoryHandler());
+    EXPECT_TRUE(lowMemory());
+    EXPECT_FALSE(holdsReserveMemory());
+    EXPECT_THROW(outOfMemoryHandler(), std::bad_alloc);
+    for (const char* text : {"Warning Event 1045 logged", "Error Event 1043 logged",
+                             "Out Of Memory Condition could temporarily be resolved.",
+                             "Out Of Memory Condition could not be resolved, failing..."})
+        EXPECT_EQ(capture.count(text), 1u) << text;
+    EXPECT_TRUE(allocateReserveMemory());
+    setLowMemory(false);
 }
 
 }  // namespace

@@ -1,5 +1,6 @@
 #include <gtest/gtest.h>
 
+#include <tuple>
 #include <utility>
 #include <variant>
 #include <vector>
@@ -7,7 +8,6 @@
 #include "base/config_settings.h"
 #include "common/engine_test_helper.h"
 #include "common/registry_fixture.h"
-#include "engine/que_man_list.h"
 #include "engine/rule_set_list.h"
 #include "model/info_unit_types.h"
 #include "service/action_type_table.h"
@@ -17,18 +17,19 @@ namespace {
 using namespace vt;
 using namespace vt::test;
 
-// Two rule sets. "Main": R1 logs "alert" messages, calls "Alerts" and logs again; R2 logs
+// Three rule sets. "Main": R1 logs "alert" messages, calls "Alerts" and logs again; R2 logs
 // "drop" messages and discards them before a third action; R3 has no filters and logs
 // everything that gets that far. "Alerts": R1 logs and discards units of priority below 4;
-// R2 logs the rest. Action type 9001 is the test's probe, which appends its "szTag".
+// R2 logs the rest. "Loop" calls "Later", which is not there, and then itself. Action type
+// 9001 is the test's probe, which appends its "szTag".
 struct Value {
     const char16_t* name;
     std::variant<uint32_t, const char16_t*> value;
 };
 // clang-format off
 const std::pair<const char16_t*, std::vector<Value>> kConfig[] = {
-    {u"", {{u"nRuleSetsVersion", 7u}, {u"nRuleSetCount", 2u}, {u"szRSName1", u"Main"},
-           {u"szRSName2", u"Alerts"}}},
+    {u"", {{u"nRuleSetsVersion", 7u}, {u"nRuleSetCount", 3u}, {u"szRSName1", u"Main"},
+           {u"szRSName2", u"Alerts"}, {u"szRSName3", u"Loop"}}},
     {u"\\RS1", {{u"nRuleSetNumber", 1u}, {u"nRuleCount", 3u}, {u"nRuleVersion", 1u}}},
     {u"\\RS1\\R1", {{u"nActionCount", 3u}, {u"nActionType1", 9001u},
                      {u"szActionName1", u"log main-r1"}, {u"nActionType2", 1014u},
@@ -59,6 +60,10 @@ const std::pair<const char16_t*, std::vector<Value>> kConfig[] = {
                                     {u"PropertyValue", u"4"}, {u"CompareOperation", 3u}}},
     {u"\\RS2\\R2", {{u"nActionCount", 1u}, {u"nActionType1", 9001u}}},
     {u"\\RS2\\R2\\A1", {{u"szTag", u"alerts-r2"}}},
+    {u"\\RS3", {{u"nRuleCount", 1u}}},
+    {u"\\RS3\\R1", {{u"nActionCount", 2u}, {u"nActionType1", 1014u}, {u"nActionType2", 1014u}}},
+    {u"\\RS3\\R1\\A1", {{u"szRuleSet", u"Later"}}},
+    {u"\\RS3\\R1\\A2", {{u"szRuleSet", u"Loop"}}},
 };
 // clang-format on
 
@@ -74,16 +79,9 @@ class RuleConfigTest : public ::testing::Test {
                 else
                     regSetString(path, v.name, std::get<const char16_t*>(v.value));
             }
-        ASSERT_EQ(loadAgentRuleSets(m_ruleSets), 2u);
+        ASSERT_EQ(loadAgentRuleSets(m_ruleSets), 3u);
         m_main = m_ruleSets.findRuleSet(u"Main");
         ASSERT_NE(m_main, nullptr);
-    }
-
-    std::string route(std::u16string_view msg, int priority) {
-        auto unit = makeSyslogUnit(msg);
-        unit->setSyslogPriority(priority);
-        m_main->getRuleList().process(*unit, *m_settings);
-        return traceOf(*unit);
     }
 
     ScopedRegistry m_registry;
@@ -93,100 +91,107 @@ class RuleConfigTest : public ::testing::Test {
     CRuleSetListEntry* m_main = nullptr;
 };
 
-TEST_F(RuleConfigTest, LoadsBothRuleSets) {
-    CRuleSetList& list = m_ruleSets;
-    EXPECT_EQ(list.getLoadedVersion(), 7);
-    CRuleSetListEntry* alerts = list.findRuleSet(u"Alerts");
-    ASSERT_NE(alerts, nullptr);
-    EXPECT_EQ(list.findRuleSet(u"alerts"), nullptr);  // names compare as stored
-    EXPECT_EQ(m_main->getRuleCount(), 3);
-    EXPECT_EQ(m_main->getRuleList().getRuleCount(), 3);
-    EXPECT_EQ(alerts->getRuleSetNumber(), 2);
-    EXPECT_EQ(alerts->getRuleVersion(), -1);
-    // An unchanged version does not reload: the rule set objects stay the same.
-    EXPECT_EQ(loadAgentRuleSets(m_ruleSets), 2u);
-    EXPECT_EQ(list.findRuleSet(u"Main"), m_main);
-}
-
-struct Route {
-    const char16_t* msg;
-    int priority;
-    const char* trace;
-};
-
+// A discard ends its rule and every later rule, but in a called rule set only that rule set.
+// Rule set names compare as stored; "nRuleVersion" defaults to -1.
 TEST_F(RuleConfigTest, RoutesUnitsThroughRulesAndCalledRuleSet) {
-    const Route routes[] = {
-        // The called rule set's discard ends only the called rule set.
+    EXPECT_EQ(m_ruleSets.getLoadedVersion(), 7);
+    EXPECT_EQ(m_ruleSets.findRuleSet(u"main"), nullptr);
+    EXPECT_EQ(m_ruleSets.findRuleSet(u"Alerts")->getRuleSetNumber(), 2);
+    EXPECT_EQ(m_ruleSets.findRuleSet(u"Alerts")->getRuleVersion(), -1);
+    const std::tuple<const char16_t*, int, const char*> routes[] = {
         {u"alert one", 5, "main-r1,alerts-r2,main-r1-after,main-r3"},
         {u"alert two", 2, "main-r1,alerts-r1,main-r1-after,main-r3"},
-        // A discard stops the rest of its rule and every later rule.
         {u"please drop", 5, "main-r2"},
         {u"alert and drop", 5, "main-r1,alerts-r2,main-r1-after,main-r2"},
         {u"other", 5, "main-r3"},
     };
-    for (const Route& r : routes) {
-        SCOPED_TRACE(r.trace);
-        EXPECT_EQ(route(r.msg, r.priority), r.trace);
+    for (auto [msg, priority, trace] : routes) {
+        auto unit = makeSyslogUnit(msg);
+        unit->setSyslogPriority(priority);
+        m_main->getRuleList().process(*unit, *m_settings);
+        EXPECT_EQ(traceOf(*unit), trace);
     }
 }
 
-TEST_F(RuleConfigTest, RoutesThroughTheQueue) {
-    m_settings->workerThreads = 2;
-    CQueManList queue(m_settings.get());
-    std::vector<std::unique_ptr<CInfoUnitFileMonitor>> units;
-    for (const char16_t* msg : {u"alert x", u"drop y", u"z"}) {
-        auto unit = std::make_unique<CInfoUnitFileMonitor>();
-        unit->setMsg(msg);
-        bindRuleList(*unit, &m_main->getRuleList());
-        EXPECT_TRUE(queue.EnqueueAndWait(unit.get()));
-        units.push_back(std::move(unit));
-    }
-    EXPECT_EQ(traceOf(*units[0]), "main-r1,alerts-r2,main-r1-after,main-r3");
-    EXPECT_EQ(traceOf(*units[1]), "main-r2");
-    EXPECT_EQ(traceOf(*units[2]), "main-r3");
-}
-
-TEST_F(RuleConfigTest, CallToMissingRuleSetIsReportedUntilFound) {
-    const std::u16string key = m_registry.base() + u"\\R1\\A1";
-    regSetString(key, u"szRuleSet", u"Later");
-    CRuleSetList ruleSets;
-    CActionListEntry call(CQuilletString("call"), CQuilletString(std::u16string_view(key)), 1014,
-                          ActionLoadContext{&ruleSets, vt::agentActionTypes()});
-    auto unit = makeSyslogUnit(u"m");
-    {
+// A call to a rule set that is not loaded is reported on each call until it is there; a rule
+// set that calls itself ends after a bounded depth instead of exhausting the stack.
+TEST_F(RuleConfigTest, CallsToMissingAndSelf) {
+    CRuleSetListEntry* loop = m_ruleSets.findRuleSet(u"Loop");
+    ASSERT_NE(loop, nullptr);
+    for (bool loaded : {false, true}) {
+        if (loaded) m_ruleSets.add(std::make_unique<CRuleSetListEntry>(CQuilletString("Later")));
         DebugCapture capture;
-        EXPECT_TRUE(call.CallAction(*unit, *m_settings));
-        const std::string log = capture.text();
-        EXPECT_NE(log.find("CActionCallRuleSet - RuleSet was NOT found."), std::string::npos);
-        EXPECT_NE(log.find("Error Event 114 logged with data 'No RuleSet was found in Call RuleSet "
-                           "Action. DEBUG: "),
-                  std::string::npos)
-            << log;
+        auto unit = makeSyslogUnit(u"m");
+        EXPECT_TRUE(loop->getRuleList().process(*unit, *m_settings));
+        EXPECT_EQ(capture.count("CActionCallRuleSet - RuleSet was NOT found.") > 0, !loaded);
+        EXPECT_EQ(capture.count("Error Event 114 logged with data 'No RuleSet was found in Call "
+                                "RuleSet Action. DEBUG: ") > 0,
+                  !loaded);
+        EXPECT_GT(capture.count("calls nested deeper than"), 0u);
     }
-    ruleSets.add(std::make_unique<CRuleSetListEntry>(CQuilletString("Later")));
-    DebugCapture capture;
-    EXPECT_TRUE(call.CallAction(*unit, *m_settings));
-    EXPECT_EQ(capture.text().find("NOT found"), std::string::npos);
 }
 
-// A rule set that calls itself ends after a bounded depth instead of exhausting the stack.
-TEST_F(RuleConfigTest, SelfCallIsCutOff) {
-    const std::u16string key = m_registry.base() + u"\\R1\\A1";
-    regSetString(key, u"szRuleSet", u"Loop");
-    CRuleSetList ruleSets;
-    auto loop = std::make_unique<CRuleSetListEntry>(CQuilletString("Loop"));
-    CRuleSetListEntry* loopSet = loop.get();
-    ruleSets.add(std::move(loop));
-    regSetDword(m_registry.base() + u"\\R1", u"nActionCount", 1);
-    regSetDword(m_registry.base() + u"\\R1", u"nActionType1", 1014);
-    loopSet->getRuleList().add(std::make_unique<CRuleListEntry>(
-        RuleFiringSettings{}, nullptr,
-        std::make_unique<CActionList>(CQuilletString(m_registry.base() + u"\\R1"),
-                                      ActionLoadContext{&ruleSets, vt::agentActionTypes()})));
-    auto unit = makeSyslogUnit(u"m");
-    DebugCapture capture;
-    EXPECT_TRUE(loopSet->getRuleList().process(*unit, *m_settings));
-    EXPECT_NE(capture.text().find("calls nested deeper than"), std::string::npos);
+// The values of a rule key, the filter-version rule for unknown properties, and the older
+// format's values that are only kept.
+TEST(RuleLoadTest, ReadsFiringSettingsAndKeepsOlderValues) {
+    ScopedRegistry registry;
+    const std::u16string v1 = registry.base() + u"\\R1";
+    regSetDword(v1, u"nThreatNotFoundFilters", 0);  // ignored with filter version 1
+    regSetDword(v1, u"nOccurrencesCount", 3);
+    regSetDword(v1, u"nOccurrencesTime", 60);
+    regSetDword(v1, u"bMonday", 1);
+    regSetDword(v1, u"bSaturday", 1);
+    regSetString(v1, u"CRMessageContent", u"disk");
+    regSetDword(v1, u"CRSyslogPriority", 3);
+    regSetDword(v1, u"CRSyslogPriorityCompare", 1);
+    const std::u16string v2 = registry.base() + u"\\R2";
+    regSetDword(v2, u"nFilterVersion", 2);
+    regSetDword(v2, u"nGlobalCondProperty", 1);
+    regSetString(v2, u"szGlobalCondProperty", u"host");
+
+    CRuleListEntry first(CQuilletString(std::u16string_view(v1)),
+                         ActionLoadContext{nullptr, vt::agentActionTypes()});
+    EXPECT_EQ(first.getFiring().threatNotFoundFilters, 1);
+    EXPECT_EQ(first.getFilters().getIgnoreUnknown(), 1);
+    EXPECT_EQ(first.getFiring().occurrencesCount, 3);
+    EXPECT_EQ(first.getFiring().occurrencesTime, 60);
+    EXPECT_EQ(first.getFiring().minimumWaitTime, -1);
+    EXPECT_EQ(first.getLegacy().weekdayMask, 2u | 64u);
+    EXPECT_TRUE(first.getLegacy().hasMessageContent);
+    EXPECT_EQ(first.getLegacy().messageContent.view(), u"disk");
+    EXPECT_TRUE(first.getLegacy().hasSyslogPriorityCompare);
+    EXPECT_FALSE(first.getLegacy().hasEventSource);
+    EXPECT_EQ(first.getLegacy().timeEnd, 86399);
+    EXPECT_EQ(first.getLegacy().charEnd, -1);
+
+    CRuleListEntry second(CQuilletString(std::u16string_view(v2)),
+                          ActionLoadContext{nullptr, vt::agentActionTypes()});
+    EXPECT_EQ(second.getFiring().threatNotFoundFilters, 0);  // read, default 0
+    EXPECT_EQ(second.getFiring().globalCondProperty, 1);
+    EXPECT_EQ(second.getFiring().globalCondPropertyName, u"host");
+}
+
+// A missing RuleSets key loads an empty rule base. A changed version reloads everything; an
+// unchanged one keeps the objects.
+TEST(RuleLoadTest, ReloadOnlyOnVersionChange) {
+    ScopedRegistry registry;
+    const std::u16string sets = registry.base() + u"\\RuleSets";
+    CRuleSetList list;
+    EXPECT_TRUE(list.load(CQuilletString(std::u16string_view(sets))));
+    EXPECT_EQ(list.count(), 0u);
+    EXPECT_TRUE(list.isLoaded());
+    regSetDword(sets, u"nRuleSetsVersion", 1);
+    regSetDword(sets, u"nRuleSetCount", 1);
+    ASSERT_TRUE(list.load(CQuilletString(std::u16string_view(sets))));
+    CRuleSetListEntry* unnamed = list.findRuleSet(u"Unknown RuleSet Name");
+    ASSERT_NE(unnamed, nullptr);
+    EXPECT_FALSE(list.load(CQuilletString(std::u16string_view(sets))));
+    regSetDword(sets, u"nRuleSetsVersion", 2);
+    regSetString(sets, u"szRSName1", u"Renamed");
+    EXPECT_TRUE(list.load(CQuilletString(std::u16string_view(sets))));
+    EXPECT_EQ(list.count(), 1u);
+    EXPECT_NE(list.findRuleSet(u"Renamed"), nullptr);
+    EXPECT_EQ(list.getLoadedVersion(), 2);
 }
 
 }  // namespace

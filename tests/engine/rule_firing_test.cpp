@@ -52,44 +52,25 @@ struct FiringCase {
     const char16_t* groupBy = u"";
 };
 
+// A wrong count, window edge, wait edge or group key changes a step's outcome.
 TEST_F(RuleFiringTest, OccurrencesWindowAndWait) {
+    // clang-format off
     const FiringCase cases[] = {
         {"defaults fire every time", -1, -1, -1, {{0, true}, {0, true}}},
-        {"three in sixty seconds, the fourth as well",
-         3,
-         60,
-         -1,
-         {{0, false}, {20, false}, {20, true}, {1, true}}},
+        {"three in sixty seconds, the fourth as well", 3, 60, -1, {{0, false}, {20, false}, {20, true}, {1, true}}},
         // Within the wait, and exactly at last firing + wait, is too early; the occurrences
         // during the wait counted.
-        {"minimum wait holds back the fourth",
-         3,
-         60,
-         30,
-         {{0, false}, {0, false}, {0, true}, {5, false}, {25, false}, {1, true}}},
-        {"occurrences older than the window drop out",
-         3,
-         60,
-         -1,
-         {{0, false}, {0, false}, {61, false}, {0, false}, {0, true}}},
+        {"minimum wait holds back the fourth", 3, 60, 30, {{0, false}, {0, false}, {0, true}, {5, false}, {25, false}, {1, true}}},
+        {"occurrences older than the window drop out", 3, 60, -1, {{0, false}, {0, false}, {61, false}, {0, false}, {0, true}}},
         {"wait 0 fires at most once per second", -1, -1, 0, {{0, true}, {0, false}, {1, true}}},
         // Each value of the grouping property keeps its own count and wait; a unit without the
         // property is counted under "default", the same group as the value "default".
-        {"grouping by property value",
-         2,
-         60,
-         100,
-         {{0, false, u"a"},
-          {0, false, u"b"},
-          {0, true, u"a"},
-          {0, false, u"a"},
-          {0, true, u"b"},
-          {0, false},
-          {0, false, u"c"},
-          {0, true},
-          {0, false, u"default"}},
+        {"grouping by property value", 2, 60, 100,
+         {{0, false, u"a"}, {0, false, u"b"}, {0, true, u"a"}, {0, false, u"a"}, {0, true, u"b"},
+          {0, false}, {0, false, u"c"}, {0, true}, {0, false, u"default"}},
          u"host"},
     };
+    // clang-format on
     for (const FiringCase& c : cases) {
         auto r = rule(c.count, c.window, c.wait, c.groupBy);
         for (size_t i = 0; i < c.steps.size(); ++i) {
@@ -131,12 +112,13 @@ TEST_F(RuleFiringTest, ConcurrentWorkersFireOncePerWait) {
     }
 }
 
+// The window keeps an occurrence exactly at the cut-off and drops older ones.
 TEST_F(RuleFiringTest, TimeoutListTrimsByCutOff) {
     CTimeoutList list(10);
     EXPECT_EQ(list.recordAndCount(100), 1);
     EXPECT_EQ(list.recordAndCount(105), 2);
     EXPECT_EQ(list.recordAndCount(111), 2);  // cut-off 101 drops 100
-    EXPECT_EQ(list.countInWindow(115), 2);  // an entry exactly at the cut-off stays
+    EXPECT_EQ(list.countInWindow(115), 2);   // an entry exactly at the cut-off stays
     EXPECT_EQ(list.countInWindow(116), 1);
     EXPECT_EQ(list.getEntryCount(), 1);
 }

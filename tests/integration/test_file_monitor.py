@@ -5,11 +5,13 @@ import glob
 import os
 import random
 import signal
+import socket
 import threading
 import time
 import unittest
 
 from test_service_host import AgentTestCase, services, write_file_rules
+from test_syslog import free_port
 
 LINES = 100000
 
@@ -62,6 +64,45 @@ class FileMonitorExactlyOnce(AgentTestCase):
         twice = [n for n, c in collections.Counter(numbers).items() if c > 1]
         self.assertLessEqual(len(twice), 1, twice[:10])
         self.assertLessEqual(len(numbers), LINES + 1)
+
+
+class UnitIdentity(AgentTestCase):
+    def test_units_of_both_inputs_carry_the_configured_ids(self):
+        """Customer and system id come from the General key (3 and 3 when not set); the
+        facility is the plain number (the stored default 128 is local0, 16)."""
+        # The defaults first: an import adds to the hive, it never removes a value.
+        for run, (general, ids) in enumerate((({}, "3 3"),
+                                              ({"nCustomerID": 7, "nSystemID": 9}, "7 9")), 1):
+            with self.subTest(ids=ids):
+                out = os.path.join(self.dir, "ids" + ids.replace(" ", ""))
+                source = out + ".log"
+                with open(source, "wb") as f:
+                    f.write(b"from a file\n")
+                port = free_port()
+                syslog = {"nConfigVersion": 1, "szRuleSetName": "Default", "nListenPort": port,
+                          "szMyIPAddress": "127.0.0.1"}
+                monitor = {"nConfigVersion": 1, "szRuleSetName": "Default",
+                           "szPathAndFileName": source, "nSleepTime": 100}
+                self.import_config(
+                    write_file_rules(out, line_format="%iut% %CustomerID% %SystemID% "
+                                     "%syslogfacility% %msg%%$CRLF%") +
+                    services((1, "syslog", syslog), (5, "file", monitor)), **general)
+                agent = self.spawn("-r")
+                self.wait_for(lambda: self.log_text().count("listening on UDP") == run,
+                              "the receiver", agent=agent)
+                with socket.socket(socket.AF_INET, socket.SOCK_DGRAM) as s:
+                    s.sendto(b"<14>from syslog", ("127.0.0.1", port))
+                path = os.path.join(out, "out.log")
+
+                def read():
+                    if not os.path.exists(path):
+                        return ""
+                    with open(path, "rb") as f:
+                        return f.read().decode()
+                self.wait_for(lambda: read().count("\n") >= 2, "both units", agent=agent)
+                self.stop(agent)
+                self.assertEqual(sorted(read().splitlines()),
+                                 ["1 %s 1 from syslog" % ids, "5 %s 16 from a file" % ids])
 
 
 if __name__ == "__main__":

@@ -252,7 +252,7 @@ class ConsoleMode(AgentTestCase):
             p = self.spawn("-r", console=True)
             start = time.monotonic()
             out = self.stop(p, signum)
-            self.assertLess(time.monotonic() - start, 6.0)
+            self.assertLess(time.monotonic() - start, 1.0)  # the stop waits only for what runs
             self.assertEqual(p.returncode, 0)
             self.assertEqual(
                 out, "QuilletVantoreAgent: Initiating Shutdown, this can take up to 1 minute\n")

@@ -63,7 +63,8 @@ class SyslogAgent(AgentTestCase):
 class RealSenders(SyslogAgent):
     def test_logger_over_udp_and_tcp(self):
         port = free_port()
-        self.start([{"nListenPort": port, "nProtocolType": 0},
+        # The UDP source resolves the sender's name through the host name cache.
+        self.start([{"nListenPort": port, "nProtocolType": 0, "nResolveNames": 1},
                     {"nListenPort": port, "nProtocolType": 1, "nEnableTCPMsgSep": 1,
                      "szTCPMsgSep": "\\n"}],
                    line_format="%source%|%syslogtag%|%syslogpriority%|%msg%%$CRLF%")
@@ -76,9 +77,10 @@ class RealSenders(SyslogAgent):
                       agent=self.agent)
         got = sorted(l for l in self.lines() if l)
         self.assertEqual(len(got), 2, got)
-        for line, word in zip(got, (b"over-tcp", b"over-udp")):
+        resolved = socket.gethostbyaddr("127.0.0.1")[0].encode()
+        for line, word, sender in zip(got, (b"over-tcp", b"over-udp"), (b"127.0.0.1", resolved)):
             source, tag, severity, msg = line.split(b"|", 3)
-            self.assertEqual(source, b"127.0.0.1")
+            self.assertEqual(source, sender)
             self.assertEqual(tag, b"mytag")
             self.assertEqual(severity, b"4")
             self.assertTrue(msg.startswith(b"mytag"), msg)

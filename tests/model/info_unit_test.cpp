@@ -32,17 +32,14 @@ class InfoUnitTest : public ::testing::Test {
   protected:
     void SetUp() override {
         vt::setTimeSource(&fixedClock);
-        vt::setInfoUnitIds(0, 0);
     }
     void TearDown() override {
         vt::setTimeSource(nullptr);
-        vt::setInfoUnitIds(0, 0);
     }
 };
 
 // A fresh unit carries the base properties in this order, the layout of its XML form.
 TEST_F(InfoUnitTest, FreshBaseUnitXmlForm) {
-    vt::setInfoUnitIds(77, 88);
     CInfoUnit unit;
     const std::string source = n(unit.getPropertyString(u"source"));
     EXPECT_FALSE(source.empty());
@@ -51,7 +48,7 @@ TEST_F(InfoUnitTest, FreshBaseUnitXmlForm) {
                    "<timereported>2024-01-01 13:05:09</timereported><importance>5</importance>"
                    "<syslogpriority>5</syslogpriority><syslogfacility>128</syslogfacility>"
                    "<resource></resource><syslogtag>Vantor</syslogtag><iuvers>2</iuvers><source>",
-                   source, "</source><CustomerID>77</CustomerID><SystemID>88</SystemID></event>"));
+                   source, "</source><CustomerID>3</CustomerID><SystemID>3</SystemID></event>"));
 }
 
 // The priority sets the importance, never the other way; a non-numeric importance reads 0.

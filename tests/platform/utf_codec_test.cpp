@@ -27,6 +27,7 @@ TEST(UtfCodec, DecodesValidAndReplacesMalformedUtf8) {
     for (const auto& c : cases) EXPECT_EQ(vt::utf8ToUtf16(c.utf8), c.utf16) << c.name;
 }
 
+// Encoding: a surrogate pair becomes one four-byte sequence, a lone surrogate U+FFFD.
 TEST(UtfCodec, EncodesPairsAndReplacesLoneSurrogates) {
     EXPECT_EQ(vt::utf16ToUtf8(u"\xD83D\xDE00"), "\xF0\x9F\x98\x80");
     EXPECT_EQ(vt::utf16ToUtf8(std::u16string(u"a\xD800" "b")), "a\xEF\xBF\xBD" "b");

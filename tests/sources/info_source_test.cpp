@@ -183,7 +183,7 @@ TEST(InfoSourceUnitTest, CommonSettingsStampedOnUnit) {
     EXPECT_EQ(std::u16string(unit.getPropertyString(u"syslogtag")), u"tagged");
 }
 
-// The hand-over binds each unit to the source's rule set before the queue gets it.
+// The hand-over queues each unit with the source's rule list.
 TEST(InfoSourceUnitTest, HandOverBindsRuleList) {
     SourceOnRegistry env;
     auto settings = makeSettings();
@@ -193,9 +193,10 @@ TEST(InfoSourceUnitTest, HandOverBindsRuleList) {
     source->setRuleSet(&ruleSet);
     source->Enqueue(std::make_unique<CInfoUnit>());
     ASSERT_EQ(queue.getLength(), 1);
-    std::unique_ptr<CInfoUnit> unit(queue.Remove());
+    CRuleList* rules = nullptr;
+    std::unique_ptr<CInfoUnit> unit(queue.Remove(&rules));
     ASSERT_NE(unit, nullptr);
-    EXPECT_EQ(boundRuleList(*unit), &ruleSet.getRuleList());
+    EXPECT_EQ(rules, &ruleSet.getRuleList());
 }
 
 // A waiting hand-over returns when a worker has processed the unit.

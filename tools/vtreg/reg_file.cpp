@@ -123,7 +123,7 @@ std::vector<std::u16string_view> splitLines(std::u16string_view text) {
     }
 }
 
-std::string narrow(std::u16string_view s) {
+std::string utf8Of(std::u16string_view s) {
     return vt::utf16ToUtf8(s);
 }
 
@@ -133,7 +133,7 @@ std::string shown(std::u16string_view s) {
     std::u16string out(s.substr(0, 40));
     for (auto& c : out)
         if (c < 0x20 || c == 0x7F || (c >= 0x80 && c < 0xA0)) c = u'?';
-    return narrow(out) + (s.size() > 40 ? "..." : "");
+    return utf8Of(out) + (s.size() > 40 ? "..." : "");
 }
 
 class Parser {
@@ -402,7 +402,7 @@ bool parseRegFile(std::string_view bytes, RegFile& out, RegParseError& error) {
 uint32_t applyRegFile(const RegFile& file, std::string& where) {
     return vt::regRunAtomically([&]() -> uint32_t {
         for (const auto& key : file.keys) {
-            where = "[HKEY_LOCAL_MACHINE\\" + narrow(key.path) + "] (line " +
+            where = "[HKEY_LOCAL_MACHINE\\" + utf8Of(key.path) + "] (line " +
                     std::to_string(key.line) + ")";
             if (key.remove) {
                 const uint32_t err = vt::regDeleteTree(vt::RegRoot::LocalMachine, key.path);

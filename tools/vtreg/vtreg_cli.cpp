@@ -59,7 +59,7 @@ std::u16string wide(const std::string& s) {
     return w;
 }
 
-std::string narrow(std::u16string_view w) {
+std::string codePageText(std::u16string_view w) {
     std::string s;
     vt::wideToNarrow(w, s);
     return s;
@@ -94,7 +94,7 @@ std::string showValue(const vt::RegValue& v) {
     if ((v.type == vt::kRegSz || v.type == vt::kRegExpandSz) && v.data.size() % 2 == 0) {
         std::u16string text = vt::regBytesToString(v.data);
         if (const size_t nul = text.find(u'\0'); nul != std::u16string::npos) text.resize(nul);
-        return narrow(text);
+        return codePageText(text);
     }
     if ((v.type == vt::kRegDword && v.data.size() == 4) ||
         (v.type == vt::kRegQword && v.data.size() == 8))
@@ -107,7 +107,7 @@ std::string showValue(const vt::RegValue& v) {
             size_t end = all.find(u'\0', start);
             if (end == std::u16string::npos) end = all.size();
             if (!out.empty()) out += '\n';
-            out += narrow(std::u16string_view(all).substr(start, end - start));
+            out += codePageText(std::u16string_view(all).substr(start, end - start));
             start = end + 1;
         }
         return out;
@@ -137,7 +137,7 @@ bool parseNumber(const std::string& text, uint64_t& value) {
 // Builds the raw data of `set`; false with a reason for a bad type or value.
 bool encodeValue(const std::string& type, const std::string& text, uint32_t& regType,
                  std::vector<uint8_t>& data, std::string& reason) {
-    std::string t = narrow(vt::upcase(wide(type)));
+    std::string t = codePageText(vt::upcase(wide(type)));
     if (t.rfind("REG_", 0) != 0) t = "REG_" + t;
     regType = vt::kRegNone;
     for (const auto& n : kTypeNames)
@@ -341,13 +341,13 @@ class Cli {
         uint32_t rc = handle.enumSubKeys(subkeys);
         if (rc == vt::kRegOk) rc = handle.enumValues(values);
         if (const int e = check(rc, keyArg); e != kExitOk) return e;
-        for (const auto& s : subkeys) m_out << narrow(s) << "\\\n";
+        for (const auto& s : subkeys) m_out << codePageText(s) << "\\\n";
         for (const auto& v : values) {
             const char* type = typeName(v.type);
             std::string shown = showValue(v);
             for (auto& c : shown)
                 if (c == '\n') c = ' ';  // one value, one line
-            m_out << (v.name.empty() ? std::string("(Default)") : narrow(v.name)) << "\t"
+            m_out << (v.name.empty() ? std::string("(Default)") : codePageText(v.name)) << "\t"
                   << (type ? std::string(type) : "hex(" + std::to_string(v.type) + ")") << "\t"
                   << shown << "\n";
         }

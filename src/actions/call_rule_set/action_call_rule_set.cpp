@@ -21,7 +21,7 @@ void CActionConfigCallRuleSet::LoadConfig() {
     m_regAccess.CloseKey();
 }
 
-void CActionCallRuleSet::doAction(CInfoUnit& unit, CConfigSettings& settings,
+void CActionCallRuleSet::doAction(CInfoUnit& unit, const CConfigSettings& settings,
                                   CActionListEntry& /*entry*/) {
     CRuleSetListEntry* ruleSet = m_ruleSet.load(std::memory_order_acquire);
     if (!ruleSet && m_config.getRuleSets()) {

@@ -27,7 +27,8 @@ class CActionConfigCallRuleSet : public CActionConfig {
 class CActionCallRuleSet : public CAction {
   public:
     explicit CActionCallRuleSet(CActionConfigCallRuleSet& config) : m_config(config) {}
-    void doAction(CInfoUnit& unit, CConfigSettings& settings, CActionListEntry& entry) override;
+    void doAction(CInfoUnit& unit, const CConfigSettings& settings,
+                  CActionListEntry& entry) override;
 
     // Rule sets that call each other are cut off at this depth of nested calls on one thread.
     static constexpr int kMaxCallDepth = 16;

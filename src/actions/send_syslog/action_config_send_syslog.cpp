@@ -19,8 +19,11 @@ void CActionConfigSendSyslog::LoadConfig() {
     if (loadEnabled()) {
         CRegAccess& r = m_regAccess;
         uint32_t timeout = 1800000;
-        r.ReadStringValue(u"szSyslogSendServer", m_szSyslogSendServer, u"");
-        r.ReadStringValue(u"szMessageFormat", m_szMessageFormat, u"%msg%");
+        CQuilletString server, format;
+        r.ReadStringValue(u"szSyslogSendServer", server, u"");
+        r.ReadStringValue(u"szMessageFormat", format, u"%msg%");
+        m_szSyslogSendServer = server;
+        m_szMessageFormat = format;
         r.ReadDWORDValue(u"nSyslogSendPort", m_nSyslogSendPort, 0);
         r.ReadStringValue(u"szSyslogSendPortName", m_szSyslogSendPortName, u"");
         r.ReadDWORDValue(u"bUseSyslogSendPortName", m_bUseSyslogSendPortName, 0);
@@ -67,10 +70,7 @@ void CActionConfigSendSyslog::normalise() {
                         key);
     std::u16string format = m_szMessageFormat.wide();
     replaceAll(format, u"%NTEventLogType%", u"%nteventlogtype%");
-    m_szMessageFormat.takeString(std::move(format));
-    // Built now: workers read them concurrently later.
-    m_szMessageFormat.getStringA();
-    m_szSyslogSendServer.getStringA();
+    m_szMessageFormat = CSettingText(format);
 
     m_client.setServer(m_szSyslogSendServer, effectivePort(),
                        static_cast<vt::SyslogTransport>(m_nType));

@@ -3,6 +3,7 @@
 
 #include "actions/send_syslog/syslog_client.h"
 #include "base/quillet_string.h"
+#include "base/setting_text.h"
 #include "engine/action_config.h"
 
 // Settings of the forward-syslog action, read once from the action's key, and the connection
@@ -27,8 +28,8 @@ class CActionConfigSendSyslog : public CActionConfig {
     static void TimerAPCProc(void* context, uint32_t timeLow, uint32_t timeHigh);
 
     // --- the loaded values ---
-    CQuilletString m_szSyslogSendServer;
-    CQuilletString m_szMessageFormat{u"%msg%"};
+    CSettingText m_szSyslogSendServer;
+    CSettingText m_szMessageFormat{u"%msg%"};
     uint32_t m_nSyslogSendPort = 0;
     CQuilletString m_szSyslogSendPortName;
     uint32_t m_bUseSyslogSendPortName = 0;

@@ -7,12 +7,12 @@
 CQuilletString CActionSendSyslog::messageText(const CActionConfigSendSyslog& config,
                                               const CInfoUnit& unit) {
     if (config.m_bReportInXML) return unit.toXML();
-    CQuilletString text(config.m_szMessageFormat);
+    CQuilletString text(config.m_szMessageFormat.text());
     vt::replaceProperties(text, &unit);
     return text;
 }
 
-void CActionSendSyslog::doAction(CInfoUnit& unit, CConfigSettings& /*settings*/,
+void CActionSendSyslog::doAction(CInfoUnit& unit, const CConfigSettings& /*settings*/,
                                  CActionListEntry& /*entry*/) {
     vt::debugWrite(vt::DBG_ULTRA, "in CActionSendSyslog::doAction()\r\n");
     m_config.cancelTimer();

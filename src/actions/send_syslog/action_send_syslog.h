@@ -7,7 +7,8 @@
 class CActionSendSyslog : public CAction {
   public:
     explicit CActionSendSyslog(CActionConfigSendSyslog& config) : m_config(config) {}
-    void doAction(CInfoUnit& unit, CConfigSettings& settings, CActionListEntry& entry) override;
+    void doAction(CInfoUnit& unit, const CConfigSettings& settings,
+                  CActionListEntry& entry) override;
 
     // The text sent for `unit` before any header: the template expanded for the unit, or its
     // XML form.

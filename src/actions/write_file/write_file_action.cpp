@@ -8,12 +8,11 @@
 #include "model/info_unit.h"
 #include "platform/text_codec.h"
 
-void CActionRelaylogV3FlatFile::doAction(CInfoUnit& unit, CConfigSettings& /*settings*/,
+void CActionRelaylogV3FlatFile::doAction(CInfoUnit& unit, const CConfigSettings& /*settings*/,
                                          CActionListEntry& /*entry*/) {
     vt::debugWrite(vt::DBG_ULTRA, "ENTER File:doAction\r\n");
     // The idle timer is not cancelled here: its routine needs the action's lock, which this
     // unit holds, and arming it at the end moves a pending expiry to the new deadline.
-    m_config.setCurrentUnit(&unit);
 
     const int32_t format = m_config.fileFormat();
     if (format < 0 || format > 3) {
@@ -61,12 +60,11 @@ void CActionRelaylogV3FlatFile::doAction(CInfoUnit& unit, CConfigSettings& /*set
         if (!writeFileFormatRelaylog(m_narrow, written, unit.awaitsProcessing()))
             unit.setActionFailed(1);
         // Format 2 lines are not counted against the circle or segment sizes.
-        if (format != 2 && written > 0) m_config.addToCurrentFileSize(written);
+        if (format != 2 && written > 0) m_config.addToCurrentFileSize(written, unit);
     }
 
     m_config.armTimer(&CActionConfigWriteFile::TimerAPCProc, &m_config,
                       CActionConfigWriteFile::kIdleCloseMs);
-    m_config.setCurrentUnit(nullptr);
     vt::debugWrite(vt::DBG_ULTRA, "EXIT File:doAction\r\n");
 }
 

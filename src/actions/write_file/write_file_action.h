@@ -8,7 +8,8 @@
 class CActionRelaylogV3FlatFile : public CAction {
   public:
     explicit CActionRelaylogV3FlatFile(CActionConfigWriteFile& config) : m_config(config) {}
-    void doAction(CInfoUnit& unit, CConfigSettings& settings, CActionListEntry& entry) override;
+    void doAction(CInfoUnit& unit, const CConfigSettings& settings,
+                  CActionListEntry& entry) override;
 
   private:
     // Hands the narrow line to the file (at once with `atOnce`); false when a write failed

@@ -323,10 +323,10 @@ bool CActionConfigWriteFile::writeLine(const char* data, size_t size, size_t& wr
     return false;
 }
 
-void CActionConfigWriteFile::addToCurrentFileSize(uint64_t bytes) {
+void CActionConfigWriteFile::addToCurrentFileSize(uint64_t bytes, const CInfoUnit& unit) {
     if (m_nCircularLogging == 1) {
         m_currentFileSize += bytes;
-        if (m_currentFileSize >= m_nMaxFileSize) advanceCircle();
+        if (m_currentFileSize >= m_nMaxFileSize) advanceCircle(unit);
     } else if (m_nSegmentFileEnable == 1) {
         m_currentFileSize += bytes;
         if (m_currentFileSize >= m_nSegmentFileBySize) {
@@ -339,7 +339,7 @@ void CActionConfigWriteFile::addToCurrentFileSize(uint64_t bytes) {
     }
 }
 
-void CActionConfigWriteFile::advanceCircle() {
+void CActionConfigWriteFile::advanceCircle(const CInfoUnit& unit) {
     CloseFile();
     m_nLastFileNumber = m_nLastFileNumber >= m_nNumberOfLogfiles ? 1 : m_nLastFileNumber + 1;
     CRegAccess reg;
@@ -349,8 +349,7 @@ void CActionConfigWriteFile::advanceCircle() {
             vt::DBG_ERROR,
             "CActionConfigWriteFile| could not store nLastFileNumber %d under '%s'.\r\n",
             m_nLastFileNumber, m_keyPath.getStringA());
-    if (!m_unit) return;  // the next unit opens the new file
-    const std::u16string name = GenerateFileName(*m_unit, vt::currentTime());
+    const std::u16string name = GenerateFileName(unit, vt::currentTime());
     const std::string narrowName = narrow(name);
     if (const uint32_t e = vt::deleteFile(name))
         vt::debugPrintf(vt::DBG_INFO,

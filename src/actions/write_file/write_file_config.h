@@ -35,7 +35,7 @@ class CActionConfigWriteFile : public CActionConfig {
     bool hasPendingLines() const noexcept { return !m_pendingLines.empty(); }
     // Counts `bytes` against the circle's or the segment's limit and moves to the next file
     // when the limit is reached.
-    void addToCurrentFileSize(uint64_t bytes);
+    void addToCurrentFileSize(uint64_t bytes, const CInfoUnit& unit);
 
     // The idle routine: closes the file.
     static void TimerAPCProc(void* context, uint32_t timeLow, uint32_t timeHigh);
@@ -74,7 +74,6 @@ class CActionConfigWriteFile : public CActionConfig {
     const std::u16string& currentFileName() const noexcept { return m_currentFileName; }
     uint64_t currentFileSize() const noexcept { return m_currentFileSize; }
     int32_t segmentCounter() const noexcept { return m_segmentCounter; }
-    void setCurrentUnit(const CInfoUnit* unit) noexcept { m_unit = unit; }
 
     // The name the unit's line goes to at time `now` (seconds since 1970); fills the cache.
     std::u16string GenerateFileName(const CInfoUnit& unit, int64_t now);
@@ -91,7 +90,7 @@ class CActionConfigWriteFile : public CActionConfig {
     void nameInputsFor(const CInfoUnit& unit, NameInputs& inputs) const;
     std::u16string GenerateFileNameBySegment(const NameInputs& inputs, int64_t now);
     bool openNamed(const std::u16string& name);
-    void advanceCircle();
+    void advanceCircle(const CInfoUnit& unit);
 
     // Settings.
     std::u16string m_szFilePath;
@@ -131,6 +130,5 @@ class CActionConfigWriteFile : public CActionConfig {
     uint64_t m_currentFileSize = 0;
     int32_t m_segmentCounter = 1;
     std::u16string m_segmentStem;
-    const CInfoUnit* m_unit = nullptr;
     NameInputs m_inputs;  // reused between units
 };
