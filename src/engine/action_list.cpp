@@ -7,7 +7,6 @@
 #include "base/debug_log.h"
 #include "base/error_report.h"
 #include "base/error_reporter.h"
-#include "engine/engine_clock.h"
 #include "engine/reg_names.h"
 #include "model/info_unit.h"
 
@@ -19,7 +18,7 @@ constexpr char kActionsTag[] = "RuleEngine - Actions";
 
 CActionListEntry::CActionListEntry(const CQuilletString& name, const CQuilletString& keyPath,
                                    int32_t typeId, const vt::ActionLoadContext& context)
-    : m_typeId(typeId), m_keyPath(keyPath), m_name(name) {
+    : m_typeId(typeId), m_clock(context.clock), m_keyPath(keyPath), m_name(name) {
     if (typeId == vt::kActionNop) {
         vt::reportError(1025, "CActionListEntry::CActionListEntry",
                         "We have a NOP action in our rule set - is the config invalid?");
@@ -64,7 +63,7 @@ bool CActionListEntry::runWithRetries(CInfoUnit& unit, const CConfigSettings& se
     bool failed = false;
     uint32_t k = 0;
     do {
-        if (k > 0) vt::engineClock().sleepMs(settings.retryPeriod);
+        if (k > 0) m_clock->sleepMs(settings.retryPeriod);
         try {
             m_action->callAction(unit, settings, *this);
             failed = unit.getActionFailed() != 0;

@@ -33,6 +33,7 @@ class CActionListEntry : public CLinkedListEntry {
     bool runWithRetries(CInfoUnit& unit, const CConfigSettings& settings);
 
     int32_t m_typeId;
+    vt::Clock* m_clock;
     CSettingText m_keyPath;
     CSettingText m_name;
     // The behaviour is declared last so that it is destroyed before the settings it uses.

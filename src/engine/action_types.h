@@ -3,6 +3,7 @@
 #include <memory>
 #include <span>
 
+#include "base/clock.h"
 #include "base/quillet_string.h"
 
 class CActionConfig;
@@ -18,6 +19,8 @@ struct ActionType;
 struct ActionLoadContext {
     CRuleSetList* ruleSets = nullptr;
     std::span<const ActionType> types;
+    // What the rules measure their windows and the actions their retry pauses with.
+    Clock* clock = &systemClock();
 };
 
 inline constexpr int32_t kActionNop = 0;

@@ -7,7 +7,6 @@
 #include "base/debug_log.h"
 #include "base/error_report.h"
 #include "base/error_reporter.h"
-#include "engine/engine_clock.h"
 #include "engine/memory_reserve.h"
 #include "engine/rule_set_list.h"
 #include "model/info_unit.h"
@@ -46,8 +45,8 @@ void releaseUnit(CInfoUnit* unit) {
 
 }  // namespace
 
-CQueManList::CQueManList(const CConfigSettings* settings, StartWorkers start)
-    : m_settings(settings), m_limit(static_cast<int32_t>(settings->queueLimit)) {
+CQueManList::CQueManList(const CConfigSettings* settings, StartWorkers start, vt::Clock& clock)
+    : m_settings(settings), m_clock(clock), m_limit(static_cast<int32_t>(settings->queueLimit)) {
     if (start == StartWorkers::Now) startWorkerPool();
 }
 
@@ -111,8 +110,8 @@ void CQueManList::Add(CQueManEntry* entry) {
             // Up to a second, as always, but a worker that takes a unit ends the wait, so a
             // fast consumer is not left idle while the producer sleeps.
             m_roomWaiters.fetch_add(1);
-            vt::engineClock().waitMs(1000, m_roomCondition, m_roomLock,
-                                     [&] { return m_length.load() <= threshold; });
+            m_clock.waitMs(1000, m_roomCondition, m_roomLock,
+                           [&] { return m_length.load() <= threshold; });
             m_roomWaiters.fetch_sub(1);
         }
     }

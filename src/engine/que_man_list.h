@@ -6,6 +6,7 @@
 #include <thread>
 #include <vector>
 
+#include "base/clock.h"
 #include "engine/timer_queue.h"
 #include "model/linked_list.h"
 
@@ -36,7 +37,8 @@ class CQueManList : public CThreadSafeLinkedList {
 
     // Takes the limit from "nQueueLimit" and starts "nWorkerThreads" workers (unless Later).
     // Throws CWinSockError* 1002 when no worker could be started. `settings` is not owned.
-    explicit CQueManList(const CConfigSettings* settings, StartWorkers start = StartWorkers::Now);
+    explicit CQueManList(const CConfigSettings* settings, StartWorkers start = StartWorkers::Now,
+                         vt::Clock& clock = vt::systemClock());
     // Signals shutdown, stops processing, joins the workers; units still queued are destroyed
     // (waitable ones are signalled so that their producers go on).
     ~CQueManList() override;
@@ -95,6 +97,7 @@ class CQueManList : public CThreadSafeLinkedList {
     static constexpr int kPollsBeforeSleep = 64;
 
     const CConfigSettings* m_settings;
+    vt::Clock& m_clock;
     int32_t m_limit;
     std::atomic<int32_t> m_length{0};
     std::atomic<bool> m_stopProcessing{false};

@@ -3,7 +3,6 @@
 #include "base/config_settings.h"
 #include "base/debug_log.h"
 #include "base/reg_access.h"
-#include "engine/engine_clock.h"
 #include "engine/reg_names.h"
 #include "model/info_unit.h"
 
@@ -82,7 +81,7 @@ int32_t CTimeoutList::countInWindow(int64_t now) {
 // --- CRuleListEntry ---
 
 CRuleListEntry::CRuleListEntry(const CQuilletString& keyPath, const ActionLoadContext& context)
-    : m_keyPath(keyPath) {
+    : m_keyPath(keyPath), m_clock(context.clock) {
     CRegAccess reg;
     if (reg.OpenKey(RegRoot::LocalMachine, m_keyPath, kKeyRead)) {
         RuleFiringSettings& f = m_firing;
@@ -131,8 +130,11 @@ CRuleListEntry::CRuleListEntry(const CQuilletString& keyPath, const ActionLoadCo
 
 CRuleListEntry::CRuleListEntry(const RuleFiringSettings& firing,
                                std::unique_ptr<CFilterList> filters,
-                               std::unique_ptr<CActionList> actions)
-    : m_firing(firing), m_filters(std::move(filters)), m_actions(std::move(actions)) {
+                               std::unique_ptr<CActionList> actions, Clock& clock)
+    : m_firing(firing),
+      m_filters(std::move(filters)),
+      m_actions(std::move(actions)),
+      m_clock(&clock) {
     if (!m_filters)
         m_filters = std::make_unique<CFilterList>(FOP_AND, firing.threatNotFoundFilters);
     createFiringState();
@@ -175,7 +177,7 @@ bool CRuleListEntry::IsMatchingEntry(CInfoUnit& unit, const CConfigSettings& set
         lastFiring = &group.m_lastFiring;
     }
 
-    EngineClock& clock = engineClock();
+    Clock& clock = *m_clock;
     if (m_firing.occurrencesCount != -1 && m_firing.occurrencesTime != -1) {
         const int64_t now = clock.nowSeconds();
         const int32_t count = occurrences->recordAndCount(now);

@@ -94,7 +94,7 @@ class CRuleListEntry : public CLinkedListEntry {
     CRuleListEntry(const CQuilletString& keyPath, const vt::ActionLoadContext& context);
     // A rule built in code (tests, tools): the lists are handed over.
     CRuleListEntry(const RuleFiringSettings& firing, std::unique_ptr<CFilterList> filters,
-                   std::unique_ptr<CActionList> actions);
+                   std::unique_ptr<CActionList> actions, vt::Clock& clock = vt::systemClock());
     ~CRuleListEntry() override;
 
     bool IsMatchingEntry(CInfoUnit& unit, const CConfigSettings& settings);
@@ -117,6 +117,7 @@ class CRuleListEntry : public CLinkedListEntry {
     LegacyRuleConditions m_legacy;
     std::unique_ptr<CFilterList> m_filters;
     std::unique_ptr<CActionList> m_actions;
+    vt::Clock* m_clock;                           // for the windows and the minimum wait
     std::unique_ptr<CTimeoutList> m_occurrences;  // when not grouping by value
     std::atomic<int64_t> m_lastFiring{0};
     CThreadSafeSearchableLinkedList m_perValue;  // of CFilterConditionHelperEntry

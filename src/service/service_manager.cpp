@@ -61,10 +61,6 @@ CServiceManager::CServiceManager() : CServiceManager(vt::ServiceManagerTiming{},
 
 CServiceManager::CServiceManager(vt::ServiceManagerTiming timing, vt::ServiceManagerHooks hooks)
     : m_timing(timing), m_hooks(std::move(hooks)) {
-    if (!m_hooks.nowSeconds)
-        m_hooks.nowSeconds = [] { return static_cast<int64_t>(std::time(nullptr)); };
-    if (!m_hooks.sleep)
-        m_hooks.sleep = [](std::chrono::milliseconds ms) { std::this_thread::sleep_for(ms); };
     if (!m_hooks.endProcess) m_hooks.endProcess = [](int code) { std::_Exit(code); };
     if (!m_hooks.backOff)
         m_hooks.backOff = [](CInfoSource& source, std::chrono::milliseconds ms) {
@@ -285,10 +281,10 @@ void CServiceManager::runSource(CInfoSource* source, const vt::ServiceManagerTim
     int64_t lastRestart = 0;
     while (retry) {
         if (restarting) {
-            int64_t now = hooks.nowSeconds();
+            int64_t now = hooks.clock->nowSeconds();
             if (restartedBefore && now - lastRestart < timing.restartWindowSeconds) {
                 hooks.backOff(*source, timing.restartBackOff);
-                now = hooks.nowSeconds();
+                now = hooks.clock->nowSeconds();
                 if (!source->keepRunning()) break;
             }
             lastRestart = now;
@@ -417,12 +413,12 @@ bool CServiceManager::ShutdownServices(const vt::ServiceHostLink& host) {
             if (m_protectAgainstShutdown == 0 && passes >= m_timing.workerPasses) break;
             vt::debugWrite(vt::DBG_INFO, "Worker Thread Pool is not yet finished!\r\n");
             if (host.checkpoint) host.checkpoint();
-            m_hooks.sleep(m_timing.workerStep);
+            m_hooks.clock->sleepMs(static_cast<uint32_t>(m_timing.workerStep.count()));
             if (m_protectAgainstShutdown == 0) ++passes;
         }
         if (queue->liveWorkers() > 0) {
             queue->setStopProcessing(true);
-            m_hooks.sleep(m_timing.killDelay);
+            m_hooks.clock->sleepMs(static_cast<uint32_t>(m_timing.killDelay.count()));
             vt::debugWrite(vt::DBG_MINIMUM,
                            "\r\n\r\nWorker Thread Pool NOT FINISHED!\r\nProcess KILLED\r\n");
             m_hooks.endProcess(0);

@@ -7,6 +7,7 @@
 #include <thread>
 #include <vector>
 
+#include "base/clock.h"
 #include "base/quillet_string.h"
 #include "platform/registry.h"
 
@@ -35,11 +36,10 @@ struct ServiceManagerTiming {
     std::chrono::milliseconds restartBackOff{10000};  // ... first waits this long
 };
 
-// What the service manager uses of the world: the wall clock in seconds, a sleep, the end of
-// the process, and the two things it asks of the service host. Tests replace them.
+// What the service manager uses of the world: the clock (restart windows and the pauses of the
+// shutdown), the end of the process, and the back-off. Tests replace them.
 struct ServiceManagerHooks {
-    std::function<int64_t()> nowSeconds;
-    std::function<void(std::chrono::milliseconds)> sleep;
+    Clock* clock = &systemClock();
     std::function<void(int exitCode)> endProcess;
     // The back-off before a quick restart; by default a sleep that the shutdown cuts short.
     std::function<void(CInfoSource&, std::chrono::milliseconds)> backOff;

@@ -39,26 +39,22 @@ std::string bodyOf(const std::string& line) {
     return cut == std::string::npos ? line : line.substr(cut + 3);
 }
 
-// The prefix names a single level, nothing for a mixed one, and fits its buffer.
+// Catches a wrong level name, a mixed level named, unsigned numbers, or an overlong prefix.
 TEST(DebugLogPrefix, NamesTheLevelAndCutsAt47Characters) {
-    struct Case {
-        uint32_t level;
-        const char* expected;
-    } cases[] = {
-        {vt::DBG_ERROR, "1234\t| 1700000000 | Error\t| "},
-        {vt::DBG_MINIMUM, "1234\t| 1700000000 | Minimum\t| "},
-        {vt::DBG_INFO, "1234\t| 1700000000 | Info\t| "},
-        {vt::DBG_RULEENG, "1234\t| 1700000000 | RuleEng\t| "},
-        {vt::DBG_ULTRA, "1234\t| 1700000000 | Ultra\t| "},
-        {vt::DBG_ERROR | vt::DBG_INFO, "1234\t| 1700000000 | \t| "},
-        {vt::writeAndClose(vt::DBG_MINIMUM), "1234\t| 1700000000 | Minimum\t| "},
-    };
-    for (const Case& c : cases)
-        EXPECT_EQ(vt::debugLinePrefix(1234, 1700000000, c.level), c.expected) << c.level;
-    // Thread id and time are printed as signed 32-bit numbers, as the line format has it.
+    const std::pair<uint32_t, const char*> cases[] = {
+        {vt::DBG_ERROR, "Error"},
+        {vt::DBG_MINIMUM, "Minimum"},
+        {vt::DBG_INFO, "Info"},
+        {vt::DBG_RULEENG, "RuleEng"},
+        {vt::DBG_ULTRA, "Ultra"},
+        {vt::DBG_ERROR | vt::DBG_INFO, ""},
+        {vt::writeAndClose(vt::DBG_MINIMUM), "Minimum"}};
+    for (const auto& [level, name] : cases)
+        EXPECT_EQ(vt::debugLinePrefix(1234, 1700000000, level),
+                  std::string("1234\t| 1700000000 | ") + name + "\t| ")
+            << level;
     EXPECT_EQ(vt::debugLinePrefix(4000000000u, 1700000000, vt::DBG_MINIMUM),
               "-294967296\t| 1700000000 | Minimum\t| ");
-    // A prefix never outgrows its 48-byte buffer.
     EXPECT_LE(vt::debugLinePrefix(0xFFFFFFFF, -1234567890123LL, vt::DBG_RULEENG).size(), 47u);
 }
 
@@ -179,21 +175,20 @@ TEST_F(DebugLogTest, RotatesAtTheLimitAndCyclesThroughTheFiles) {
     EXPECT_EQ(bodyOf(lines(file + "_2").at(0)).substr(0, 8), "line 12 ");
 }
 
-// A rotation over fewer than two files would never leave the first one.
-TEST_F(DebugLogTest, FewerThanTwoFilesBehavesAsTwo) {
+// Catches a rotation over fewer than two files (it would never leave the first one), and a
+// restart that ignores the size of the file it appends to or a writer outside the rotation.
+TEST_F(DebugLogTest, FewFilesExistingFileAndNarrowWriter) {
     for (uint32_t files : {0u, 1u}) {
         const std::string base = fileIn(dir, "two" + std::to_string(files));
         vt::debugConfigure(rotating(base, files));
-        for (int i = 1; i <= 11; ++i) vt::debugWrite(vt::DBG_ERROR, textForLineOf(100, i));
-        EXPECT_EQ(vt::debugCurrentFileName(), base + "_2") << files;
-        for (int i = 12; i <= 22; ++i) vt::debugWrite(vt::DBG_ERROR, textForLineOf(100, i));
+        for (int i = 1; i <= 22; ++i) {
+            vt::debugWrite(vt::DBG_ERROR, textForLineOf(100, i));
+            if (i == 11) {
+                EXPECT_EQ(vt::debugCurrentFileName(), base + "_2") << files;
+            }
+        }
         EXPECT_EQ(vt::debugCurrentFileName(), base + "_1") << files;
     }
-}
-
-// A restarted agent appends to the file it finds and counts its size towards the limit; the
-// out-of-memory writer shares the prefix and the rotation with the normal one.
-TEST_F(DebugLogTest, ExistingFileAndNarrowWriterCountTowardsTheLimit) {
     std::ofstream(file + "_1", std::ios::binary) << std::string(1000, 'o');
     vt::debugConfigure(rotating(file, 10));
     vt::debugWrite(vt::DBG_ERROR, textForLineOf(100, 1));

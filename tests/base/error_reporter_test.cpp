@@ -10,6 +10,7 @@
 #include <vector>
 
 #include "base/debug_log.h"
+#include "base/error_report.h"
 #include "common/service_fixture_helper.h"
 #include "platform/process.h"
 
@@ -37,66 +38,57 @@ Outcome feed(EventThrottle& throttle, ClockMinute at, int count) {
     return o;
 }
 
-TEST(EventThrottle, HundredEventsInAMinuteSilenceTheRestOfTheHour) {
-    EventThrottle throttle;
-    const Outcome burst = feed(throttle, {10, 5}, 100);
-    EXPECT_EQ(burst.admitted, 100);
-    EXPECT_EQ(burst.closed, 1);
-    EXPECT_FALSE(throttle.enabled());
-    EXPECT_EQ(feed(throttle, {10, 6}, 5).admitted, 0);
-    EXPECT_EQ(feed(throttle, {10, 59}, 5).admitted, 0);
-    // The first event of another hour starts a new burst.
-    const Outcome later = feed(throttle, {11, 0}, 99);
-    EXPECT_EQ(later.admitted, 99);
-    EXPECT_EQ(later.closed, 0);
-    EXPECT_TRUE(throttle.enabled());
-}
-
-// 99 events at 8:30, then one more: at 8:29 (the stored minute equals the current one plus one)
-// it counts and closes the burst; at 8:31 it does not count but starts a new burst.
-TEST(EventThrottle, BurstCountsOnlyItsOwnMinuteAndTheMinuteBefore) {
-    for (const auto& [last, closes] : {std::pair{ClockMinute{8, 29}, true}, {{8, 31}, false}}) {
+// Catches a wrong burst window: each row feeds events at one clock time and expects how many
+// are admitted and how many close the burst (100 within a minute and the one before silence the
+// rest of the hour; a gap starts counting anew).
+TEST(EventThrottle, BurstsAndSilence) {
+    struct Step {
+        ClockMinute at;
+        int count, admitted, closed;
+    };
+    const std::vector<std::vector<Step>> runs = {
+        {{{10, 5}, 100, 100, 1}, {{10, 6}, 5, 0, 0}, {{10, 59}, 5, 0, 0}, {{11, 0}, 99, 99, 0}},
+        {{{8, 30}, 99, 99, 0}, {{8, 29}, 1, 1, 1}},
+        {{{8, 30}, 99, 99, 0}, {{8, 31}, 1, 1, 0}},
+        {{{9, 10}, 60, 60, 0},
+         {{9, 40}, 99, 99, 0},
+         {{9, 40}, 1, 1, 1},
+         {{9, 59}, 3, 0, 0},
+         {{10, 0}, 1, 1, 0}},
+    };
+    for (size_t r = 0; r < runs.size(); ++r) {
         EventThrottle throttle;
-        const Outcome first = feed(throttle, {8, 30}, 99);
-        EXPECT_EQ(first.admitted, 99);
-        EXPECT_EQ(first.closed, 0);
-        const Outcome o = feed(throttle, last, 1);
-        EXPECT_EQ(o.admitted, 1);
-        EXPECT_EQ(o.closed, closes ? 1 : 0) << last.minute;
+        for (const Step& step : runs[r]) {
+            const Outcome o = feed(throttle, step.at, step.count);
+            EXPECT_EQ(o.admitted, step.admitted) << r << " at " << step.at.minute;
+            EXPECT_EQ(o.closed, step.closed) << r << " at " << step.at.minute;
+        }
     }
 }
 
-TEST(EventThrottle, NewBurstCountsFromOneAfterAGap) {
-    EventThrottle throttle;
-    EXPECT_EQ(feed(throttle, {9, 10}, 60).closed, 0);
-    EXPECT_EQ(feed(throttle, {9, 40}, 99).closed, 0);
-    EXPECT_EQ(feed(throttle, {9, 40}, 1).closed, 1);
-    // A burst that starts at 9:59 silences only until 10:00.
-    EXPECT_EQ(feed(throttle, {9, 59}, 3).admitted, 0);
-    EXPECT_EQ(feed(throttle, {10, 0}, 1).admitted, 1);
-}
-
+// Catches a wrong severity, a lost second text or a missing separator in the datagram.
 TEST(SyslogDatagram, CarriesPriorityTagIdAndTexts) {
     std::tm t{};
-    t.tm_mon = 10;
-    t.tm_mday = 2;
-    t.tm_hour = 7;
-    t.tm_min = 5;
-    t.tm_sec = 9;
-    struct Case {
-        vt::EventType type;
-        const char* second;
-        bool hasSecond;
-        const char* expected;
-    } cases[] = {
-        {vt::EventType::error, "", false, "<27>Nov  2 07:05:09 Tag[42]: [114] first"},
-        {vt::EventType::warning, "more", true, "<28>Nov  2 07:05:09 Tag[42]: [114] first | more"},
-        {vt::EventType::information, "", true, "<30>Nov  2 07:05:09 Tag[42]: [114] first | "},
-    };
-    for (const Case& c : cases)
-        EXPECT_EQ(
-            vt::syslogEventDatagram("Tag", c.type, 114, "first", c.second, c.hasSecond, t, 42),
-            c.expected);
+    t.tm_mon = 10, t.tm_mday = 2, t.tm_hour = 7, t.tm_min = 5, t.tm_sec = 9;
+    EXPECT_EQ(vt::syslogEventDatagram("Tag", vt::EventType::error, 114, "first", "", false, t, 42),
+              "<27>Nov  2 07:05:09 Tag[42]: [114] first");
+    EXPECT_EQ(
+        vt::syslogEventDatagram("Tag", vt::EventType::warning, 114, "first", "more", true, t, 42),
+        "<28>Nov  2 07:05:09 Tag[42]: [114] first | more");
+    EXPECT_EQ(
+        vt::syslogEventDatagram("Tag", vt::EventType::information, 114, "first", "", true, t, 42),
+        "<30>Nov  2 07:05:09 Tag[42]: [114] first | ");
+}
+
+// Catches a message set without its ultra-level trace, or a trace of the old message.
+TEST(ErrorReport, MessageIsReplacedAndTracedAtUltra) {
+    DebugCapture log(vt::DBG_ULTRA);
+    CErrorReport report(7, CQuilletString("first"), 9);
+    report.setMessage(CQuilletString(u"second"));
+    EXPECT_EQ(std::string(report.getMessage().getStringA()), "second");
+    EXPECT_EQ(log.text(),
+              "CErrorReport| Error Message set: 'first'\r\n"
+              "CErrorReport| Error Message set: 'second'\r\n");
 }
 
 class ReporterTest : public ::testing::Test {
@@ -133,6 +125,7 @@ TEST_F(ReporterTest, WrappersWriteTheirDebugLines) {
     EXPECT_EQ(text.find("Test::"), std::string::npos) << "the caller tag is not written";
 }
 
+// Catches lost exception lines, access details shown for other codes, or an event for id -1.
 TEST_F(ReporterTest, SystemExceptionReportWritesItsLinesAndAsksForTheHandler) {
     DebugCapture log(vt::DBG_ERROR);
     vt::SystemExceptionDetails access;
@@ -169,6 +162,7 @@ std::string shapeOf(const std::string& datagram) {
     return "<" + m[1].str() + ">|" + m[2].str();
 }
 
+// Catches a wrong severity or text on the wire, and warnings sent while switched off.
 TEST_F(ReporterTest, EventsReachTheSyslogSocketWithSeverityAndText) {
     SyslogSink sink(fileIn(dir, "sock"));
     vt::reportError(114, "T", "engine failed", "details here");
@@ -207,6 +201,7 @@ TEST_F(ReporterTest, BurstEndsWithEvent151AndSilenceUntilTheNextHour) {
               std::string::npos);
 }
 
+// Catches a missing socket that is not reported as a failed registration.
 TEST_F(ReporterTest, UnreachableSocketIsAFailedRegistration) {
     DebugCapture log(vt::DBG_INFO);
     vt::test::ScopedEnv socket("VTAGENT_EVENTLOG_SOCKET", fileIn(dir, "nobody-listens"));
@@ -214,6 +209,7 @@ TEST_F(ReporterTest, UnreachableSocketIsAFailedRegistration) {
     EXPECT_NE(log.raw().find("| Info\t| hEvtLog is NULL\r\n"), std::string::npos);
 }
 
+// Catches a wrong layout of the three exception lines in the event text.
 TEST_F(ReporterTest, SystemExceptionWithAnEventIdReportsTheThreeLines) {
     SyslogSink sink(fileIn(dir, "sock"));
     vt::SystemExceptionDetails access;

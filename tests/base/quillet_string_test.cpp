@@ -34,19 +34,6 @@ TEST(QuilletString, NarrowFormIsCachedAndDroppedOnChange) {
     EXPECT_EQ(CQuilletString(static_cast<const char*>(nullptr)).view(), u"");
 }
 
-#ifndef _WIN32
-// UTF-16 pairs and UTF-8 four-byte forms convert both ways.
-TEST(QuilletString, SurrogatePairsConvertToOneUtf8Character) {
-    CQuilletString s(u"\U0001F600x");
-    EXPECT_EQ(s.getLength(), 3u);
-    EXPECT_STREQ(s.getStringA(), "\xF0\x9F\x98\x80x");
-    EXPECT_EQ(CQuilletString(std::string_view("\xF0\x9F\x98\x80x")).view(), u"\U0001F600x");
-    // A lone high surrogate becomes U+FFFD in the narrow form.
-    CQuilletString lone(std::u16string_view(u"\xD83Dz", 2));
-    EXPECT_STREQ(lone.getStringA(), "\xEF\xBF\xBDz");
-}
-#endif
-
 // The 8-bit switch keeps the low byte of every character instead of converting.
 TEST(QuilletString, EightBitPassThroughKeepsTheLowByte) {
     EightBitGuard guard;

@@ -126,6 +126,7 @@ TEST(RegAccess, WriteFailuresAreTraced) {
                   missing + "' with Error '2'!\r\n");
 }
 
+// Catches enumeration that misses keys or values, case-sensitive deletes, or a key left behind.
 TEST(RegAccess, WritesDeletesAndEnumerates) {
     vt::test::ScopedRegistry reg;
     const CQuilletString path(reg.base() + u"\\E");

@@ -7,11 +7,11 @@
 #include <string>
 #include <vector>
 
+#include "base/clock.h"
 #include "common/registry_fixture.h"
 #include "engine/action_config.h"
 #include "engine/action_list.h"
 #include "engine/action_types.h"
-#include "engine/engine_clock.h"
 #include "engine/rule_set_list.h"
 #include "model/info_unit.h"
 
@@ -21,7 +21,7 @@ namespace vt::test {
 
 // A clock the test moves by hand. Sleeps return at once; each one is counted and may run a
 // hook (for instance to let a blocked producer see the queue shrink).
-class FakeClock final : public EngineClock {
+class FakeClock final : public Clock {
   public:
     explicit FakeClock(int64_t start = 1700000000) : m_now(start) {}
     int64_t nowSeconds() override { return m_now.load(); }
@@ -37,12 +37,6 @@ class FakeClock final : public EngineClock {
     mutable std::mutex m_lock;
     std::vector<uint32_t> m_durations;
     std::function<void(uint32_t)> m_hook;
-};
-
-class ScopedEngineClock {
-  public:
-    explicit ScopedEngineClock(EngineClock& clock) { setEngineClock(&clock); }
-    ~ScopedEngineClock() { setEngineClock(nullptr); }
 };
 
 // A test action whose outcome the test chooses ("nMode", a ProbeMode). With "szTag" it appends

@@ -23,7 +23,7 @@ class ActionEntryTest : public ::testing::Test {
     CActionListEntry& add(int32_t type, const char16_t* name = u"probe action") {
         m_entries.push_back(std::make_unique<CActionListEntry>(
             CQuilletString(name), CQuilletString(m_registry.base() + u"\\A1"), type,
-            ActionLoadContext{nullptr, vt::agentActionTypes()}));
+            ActionLoadContext{nullptr, vt::agentActionTypes(), &m_clock}));
         return *m_entries.back();
     }
     CActionListEntry& probe(ProbeMode mode) {
@@ -35,7 +35,6 @@ class ActionEntryTest : public ::testing::Test {
     ScopedRegistry m_registry;
     ProbeActionType m_probeType;
     FakeClock m_clock;
-    ScopedEngineClock m_clockScope{m_clock};
     std::unique_ptr<CConfigSettings> m_settings = makeSettings();
     std::unique_ptr<CInfoUnit> m_unit = makeSyslogUnit(u"hello");
     std::vector<std::unique_ptr<CActionListEntry>> m_entries;

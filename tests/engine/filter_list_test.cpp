@@ -138,6 +138,7 @@ const FilterCase kCases[] = {
     {"PT_INT 12abc compares with 12", one(PT_INT, u"id", u"12abc", 0), 1, id12},
     {"PT_INT greater", one(PT_INT, u"id", u"10", 2), 1, id12},
     {"PT_INT less", one(PT_INT, u"id", u"10", 3), 0, id12},
+    {"PT_INT greater is strict", one(PT_INT, u"id", u"12", 2), 0, id12},
     {"PT_INT unsupported compare in OR is true", [] { return group(FOP_OR, 0, cond(PT_INT, u"id", u"10", 7)); }, 1, id12},
     {"PT_BOOL non-zero equals flag 1", one(PT_BOOL, u"flag", u"1", 0), 1, flag7},
     {"PT_BOOL differs", one(PT_BOOL, u"flag", u"1", 1), 0, flag7},

@@ -39,8 +39,8 @@ class QueueLimitTest : public ::testing::Test {
 
     std::unique_ptr<CQueManList> makeQueue(uint32_t limit) {
         m_settings->queueLimit = limit;
-        auto queue =
-            std::make_unique<CQueManList>(m_settings.get(), CQueManList::StartWorkers::Later);
+        auto queue = std::make_unique<CQueManList>(m_settings.get(),
+                                                   CQueManList::StartWorkers::Later, m_clock);
         m_clock.onSleep([q = queue.get()](uint32_t) { delete q->Remove(); });
         return queue;
     }
@@ -49,7 +49,6 @@ class QueueLimitTest : public ::testing::Test {
     }
 
     FakeClock m_clock;
-    ScopedEngineClock m_scope{m_clock};
     std::unique_ptr<CConfigSettings> m_settings = makeSettings();
 };
 
@@ -90,7 +89,7 @@ TEST_F(QueueLimitTest, LowMemoryThrottle) {
 }
 
 // A clock whose waits end only on the queue's wake-up (or after a minute).
-class WakeOnlyClock final : public EngineClock {
+class WakeOnlyClock final : public Clock {
   public:
     int64_t nowSeconds() override { return 0; }
     void sleepMs(uint32_t) override {}
@@ -108,10 +107,9 @@ class WakeOnlyClock final : public EngineClock {
 TEST(QueueLimitWakeTest, RemoveWakesTheWaitingProducer) {
     setLowMemory(false);
     WakeOnlyClock clock;
-    ScopedEngineClock scope(clock);
     auto settings = makeSettings();
     settings->queueLimit = 10;
-    CQueManList queue(settings.get(), CQueManList::StartWorkers::Later);
+    CQueManList queue(settings.get(), CQueManList::StartWorkers::Later, clock);
     for (int i = 0; i < 11; ++i) queue.Enqueue(new CInfoUnit);
     std::atomic<bool> added{false};
     std::thread producer([&] {
@@ -222,9 +220,8 @@ TEST(QueueConcurrencyTest, FourProducersFiveWorkers) {
     settings->workerThreads = 5;
     settings->queueLimit = 64;
     FakeClock clock;  // producers poll the limit without real one-second sleeps
-    ScopedEngineClock clockScope(clock);
     std::atomic<int> destroyed{0};
-    CQueManList queue(settings.get());
+    CQueManList queue(settings.get(), CQueManList::StartWorkers::Now, clock);
     constexpr int kPerProducer = 2000;
     std::vector<std::thread> producers;
     for (int p = 0; p < 4; ++p) {

@@ -26,7 +26,7 @@ class RuleFiringTest : public ::testing::Test {
             f.globalCondProperty = 1;
             f.globalCondPropertyName = std::move(groupBy);
         }
-        return std::make_unique<CRuleListEntry>(f, nullptr, nullptr);
+        return std::make_unique<CRuleListEntry>(f, nullptr, nullptr, m_clock);
     }
     bool fires(CRuleListEntry& r, std::u16string_view host = {}) {
         auto unit = makeSyslogUnit(u"m");
@@ -35,7 +35,6 @@ class RuleFiringTest : public ::testing::Test {
     }
 
     FakeClock m_clock;
-    ScopedEngineClock m_scope{m_clock};
     std::unique_ptr<CConfigSettings> m_settings = makeSettings();
 };
 

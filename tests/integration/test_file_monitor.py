@@ -10,7 +10,7 @@ import threading
 import time
 import unittest
 
-from test_service_host import AgentTestCase, services, write_file_rules
+from test_service_host import AgentTestCase, file_lines, services, write_file_rules
 from test_syslog import free_port
 
 LINES = 100000
@@ -18,13 +18,8 @@ LINES = 100000
 
 class FileMonitorExactlyOnce(AgentTestCase):
     def output_numbers(self):
-        numbers = []
-        for name in glob.glob(os.path.join(self.out, "*")):
-            with open(name, "rb") as f:
-                for line in f.read().decode("utf-8", "replace").splitlines():
-                    if line.startswith("line "):
-                        numbers.append(int(line[5:]))
-        return numbers
+        lines = file_lines(*glob.glob(os.path.join(self.out, "*")))
+        return [int(l[5:]) for l in lines if l.startswith(b"line ")]
 
     def test_every_line_once_across_a_kill(self):
         self.out = os.path.join(self.dir, "out")
@@ -57,8 +52,7 @@ class FileMonitorExactlyOnce(AgentTestCase):
         writer.join()
         self.wait_for(lambda: len(set(self.output_numbers())) >= LINES,
                       f"all {LINES} lines", 300, agent)
-        time.sleep(1)  # anything still to come would be a duplicate
-        self.stop(agent)
+        self.stop(agent)  # anything still to come would be a duplicate
         numbers = self.output_numbers()
         self.assertEqual(set(numbers), set(range(LINES)))
         twice = [n for n, c in collections.Counter(numbers).items() if c > 1]
@@ -93,16 +87,10 @@ class UnitIdentity(AgentTestCase):
                 with socket.socket(socket.AF_INET, socket.SOCK_DGRAM) as s:
                     s.sendto(b"<14>from syslog", ("127.0.0.1", port))
                 path = os.path.join(out, "out.log")
-
-                def read():
-                    if not os.path.exists(path):
-                        return ""
-                    with open(path, "rb") as f:
-                        return f.read().decode()
-                self.wait_for(lambda: read().count("\n") >= 2, "both units", agent=agent)
+                self.wait_for(lambda: len(file_lines(path)) >= 2, "both units", agent=agent)
                 self.stop(agent)
-                self.assertEqual(sorted(read().splitlines()),
-                                 ["1 %s 1 from syslog" % ids, "5 %s 16 from a file" % ids])
+                self.assertEqual(sorted(file_lines(path)), [b"1 %s 1 from syslog" % ids.encode(),
+                                                            b"5 %s 16 from a file" % ids.encode()])
 
 
 if __name__ == "__main__":

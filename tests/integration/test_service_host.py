@@ -2,6 +2,7 @@
 console mode, and service mode under a stand-in for systemd's notify socket. (The start-up
 banner in the debug log is checked by the unit tests of the service start.)"""
 import os
+import pathlib
 import signal
 import socket
 import subprocess
@@ -55,6 +56,12 @@ def services(*sources):
         if values is not None:
             keys.append((ROOT + "\\Services\\IS%d" % n, values))
     return [(ROOT + "\\Services", head)] + keys
+
+
+def file_lines(*paths):
+    """The complete lines (bytes, without line ends) of those of `paths` that exist."""
+    datas = [pathlib.Path(p).read_bytes() for p in paths if os.path.exists(p)]
+    return [l.rstrip(b"\r") for data in datas for l in data.split(b"\n")[:-1]]
 
 
 class DatagramSink:
@@ -113,11 +120,8 @@ class AgentTestCase(unittest.TestCase):
         self.vtreg("import", reg)
 
     def log_text(self):
-        try:
-            with open(self.log, "rb") as f:
-                return f.read().decode("utf-8", "replace")
-        except FileNotFoundError:
-            return ""
+        log = pathlib.Path(self.log)
+        return log.read_bytes().decode("utf-8", "replace") if log.exists() else ""
 
     def spawn(self, *args, console=False):
         """Starts vtagent with its output in pipes; the clean-up stops it if it still runs.
@@ -155,31 +159,25 @@ class AgentTestCase(unittest.TestCase):
             time.sleep(0.05)
         self.fail("timed out waiting for %s\n%s" % (what, self.log_text()[-3000:]))
 
-    def run_agent(self, *args):
-        return subprocess.run([VTAGENT, *args], env=self.env, capture_output=True, text=True,
+    def run_agent(self, *args, program=VTAGENT):
+        return subprocess.run([program, *args], env=self.env, capture_output=True, text=True,
                               timeout=60)
 
     def vtreg(self, *args):
-        r = subprocess.run([VTREG, *args], env=self.env, capture_output=True, text=True,
-                           timeout=60)
+        r = self.run_agent(*args, program=VTREG)
         self.assertEqual(r.returncode, 0, r.stderr)
         return r.stdout
 
     def event_texts(self, count):
         """The "[id] text" parts of the first `count` events, with their syslog priority."""
         got = self.events.collect(lambda g: len(g) >= count, timeout=5)
-        out = []
-        for datagram in got:
-            pri = datagram[1:datagram.index(">")]
-            out.append((int(pri), datagram.split("]: ", 1)[1]))
-        return out
+        return [(int(d[1:d.index(">")]), d.split("]: ", 1)[1]) for d in got]
 
 
 class CommandLine(AgentTestCase):
     def test_help_is_printed_byte_for_byte(self):
         r = self.run_agent("-h")
-        self.assertEqual(r.stdout, HELP)
-        self.assertEqual(r.returncode, 0)
+        self.assertEqual((r.stdout, r.returncode), (HELP, 0))
 
     def test_switches_compare_exactly(self):
         # "-H" and "-vv" are not switches: they go to the dispatcher, which refuses a process
@@ -193,24 +191,17 @@ class CommandLine(AgentTestCase):
     def test_install_life_cycle(self):
         unit = os.path.join(self.env["VTAGENT_SYSTEMD_DIR"], "QuilletVantoreAgent.service")
         version = "QuilletVantoreAgent Version 4.4\n"
-        r = self.run_agent("-v")
-        self.assertEqual(r.stdout, version + "The service is not installed.\n")
-
+        self.assertEqual(self.run_agent("-v").stdout, version + "The service is not installed.\n")
         r = self.run_agent("-i")
-        self.assertEqual(r.stdout, "QuilletVantoreAgent installed\n")
-        self.assertEqual(r.returncode, 0)
-        with open(unit, encoding="utf-8") as f:
-            text = f.read()
+        self.assertEqual((r.stdout, r.returncode), ("QuilletVantoreAgent installed\n", 0))
+        text = pathlib.Path(unit).read_text(encoding="utf-8")
         exe = os.path.realpath(VTAGENT)
-        for line in ("Type=notify", "ExecStart=" + exe, "Restart=on-failure",
-                     "WorkingDirectory=/var/lib/vtagent",
+        self.assertTrue(text.startswith("[Unit]\n"))
+        for line in ("[Service]", "Type=notify", "ExecStart=" + exe, "Restart=on-failure",
+                     "WorkingDirectory=/var/lib/vtagent", "[Install]",
                      'Environment="VTAGENT_REGISTRY=%s"' % self.env["VTAGENT_REGISTRY"],
                      "WantedBy=multi-user.target"):
-            self.assertIn(line + "\n", text)
-        self.assertTrue(text.startswith("[Unit]\n"))
-        self.assertIn("\n[Service]\n", text)
-        self.assertIn("\n[Install]\n", text)
-
+            self.assertIn("\n" + line + "\n", text)
         self.assertEqual(self.run_agent("-v").stdout,
                          version + "The service is currently installed.\n")
         parameters = self.vtreg(
@@ -223,27 +214,22 @@ class CommandLine(AgentTestCase):
         source = self.vtreg("export", source_key)
         self.assertIn('"TypesSupported"=dword:00000007', source)
         self.assertIn('"EventMessageFile"=hex(2):', source)
-        r = self.run_agent("-i")
-        self.assertEqual(r.stdout, "QuilletVantoreAgent is already installed\n")
-
-        r = self.run_agent("-u")
-        self.assertEqual(
-            r.stdout,
-            "QuilletVantoreAgent removed. (You must delete the file (%s) yourself.)\n" % exe)
+        self.assertEqual(self.run_agent("-i").stdout, "QuilletVantoreAgent is already installed\n")
+        self.assertEqual(self.run_agent("-u").stdout, "QuilletVantoreAgent removed. (You must "
+                         "delete the file (%s) yourself.)\n" % exe)
         self.assertFalse(os.path.exists(unit))
         self.assertEqual(self.run_agent("-v").stdout, version + "The service is not installed.\n")
         self.assertEqual(self.run_agent("-u").stdout, "QuilletVantoreAgent is not installed\n")
         # The event source stays registered after the removal.
         self.assertEqual(self.vtreg("export", source_key), source)
-
         self.assertEqual(self.event_texts(2),
                          [(30, "[100] QuilletVantoreAgent"), (30, "[101] QuilletVantoreAgent")])
 
     def test_install_into_a_missing_directory_fails_with_the_error(self):
         self.env["VTAGENT_SYSTEMD_DIR"] = os.path.join(self.dir, "no", "such", "dir")
         r = self.run_agent("-i")
-        self.assertEqual(r.stdout, "QuilletVantoreAgent failed to install. Error 2\n")
-        self.assertNotEqual(r.returncode, 0)
+        self.assertEqual((r.stdout, r.returncode != 0),
+                         ("QuilletVantoreAgent failed to install. Error 2\n", True))
 
 
 class ConsoleMode(AgentTestCase):

@@ -1,7 +1,6 @@
 """vtagent with configured services: the service manager starts what it can, reports what it
 cannot, and stops cleanly. No input type is part of the build yet, so the configurations hold
 types that are reported as not available, unknown ids and disabled services."""
-import time
 import unittest
 
 from test_service_host import AgentTestCase, ROOT, services
@@ -43,10 +42,7 @@ class ConfiguredServices(AgentTestCase):
 
     def test_sigint_during_run_stops_cleanly(self):
         p = self.spawn("-r", console=True)
-        start = time.monotonic()
         self.stop(p)
-        # The stop grace of two seconds for the configured services, then the workers.
-        self.assertLess(time.monotonic() - start, 8.0)
         self.assertEqual(p.returncode, 0)
         text = self.log_text()
         self.assertIn("### Worker Thread Pool FINISHED! ###\r\n", text)

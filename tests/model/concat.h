@@ -3,6 +3,7 @@
 #include <string_view>
 
 #include "platform/text_codec.h"
+#include "platform/utf_codec.h"
 
 // Joins text pieces with one buffer; also sidesteps a false -Wrestrict of g++ 12 at -O3 on
 // "literal" + std::basic_string.
@@ -28,4 +29,9 @@ inline std::string platformNarrow(std::u16string_view wide) {
     std::string out;
     vt::wideToNarrow(wide, out);
     return out;
+}
+
+// UTF-8 of a wide text, for readable expectations and failure messages.
+inline std::string n(std::u16string_view wide) {
+    return vt::utf16ToUtf8(wide);
 }

@@ -20,10 +20,6 @@ namespace {
 
 using LogCapture = vt::test::DebugCapture;
 
-std::string n(std::u16string_view wide) {
-    return vt::utf16ToUtf8(wide);
-}
-
 int64_t fixedClock() {
     return 1704114309;  // 2024-01-01 13:05:09
 }
@@ -62,8 +58,9 @@ TEST_F(InfoUnitTest, PrioritySetsImportanceButNotTheOtherWay) {
     EXPECT_EQ(unit.getImportance(), 0);
 }
 
-// Reading a must-exist property that is absent throws error 1100.
+// Catches a silent default: reading an absent must-exist property throws 1100 and is logged.
 TEST_F(InfoUnitTest, MustExistPropertiesThrow1100WhenAbsent) {
+    LogCapture log;
     auto unit = CInfoUnit::createInfoUnitFromXML(u"<event><iut>3</iut><iuvers>2</iuvers></event>");
     ASSERT_NE(unit, nullptr);
     const std::function<void()> reads[] = {
@@ -74,14 +71,8 @@ TEST_F(InfoUnitTest, MustExistPropertiesThrow1100WhenAbsent) {
         ASSERT_NE(report, nullptr);
         EXPECT_EQ(report->getErrorCode(), 1100u);
     }
+    EXPECT_EQ(log.count("CNameValueTree|Fatal error, Int VALUE NOT FOUND: syslogpriority\r\n"), 1u);
     EXPECT_EQ(unit->getImportance(), 0);
-}
-
-// The narrow setter converts from the platform's narrow form.
-TEST_F(InfoUnitTest, NarrowMessageIsConverted) {
-    CInfoUnit unit;
-    unit.setMsgA(platformNarrow(u"gr\u00FC\u00DF"));
-    EXPECT_EQ(std::u16string_view(unit.getMsgText()), u"gr\u00FC\u00DF");
 }
 
 // Every type id has its class: description, waitability and whether XML may carry it.
@@ -151,7 +142,8 @@ TEST_F(InfoUnitTest, XmlCarriesExactlyTheProperties) {
               "<custom>7</custom></event>");
     EXPECT_EQ(std::u16string_view(unit->getMsgText()), u"a <b> & 'c' \"d\"");
     CInfoUnitSyslog own;
-    own.setMsg(u"<tag> \u00e4\U0001F600");
+    own.setMsgA(platformNarrow(u"<tag> gr\u00FC\u00DF"));
+    EXPECT_EQ(std::u16string_view(own.getMsgText()), u"<tag> gr\u00FC\u00DF");
     own.setPropertyFormatted(u"fmt", "%d-%s", 5, "z");
     own.setTimeGenerated(0);
     auto back = CInfoUnit::createInfoUnitFromXML(own.toXML().view());
@@ -163,21 +155,19 @@ TEST_F(InfoUnitTest, XmlCarriesExactlyTheProperties) {
 // An event log unit of an old sender (iuvers 1) has its severity turned into an event type and
 // its ids and importance reset; current senders and other unit types are left alone.
 TEST_F(InfoUnitTest, OldEventLogSenderIsConverted) {
-    struct Row {
-        const char16_t* severity;
-        int32_t type;
-    } rows[] = {{u"[ERR]", 1},  {u"[WRN]", 2}, {u"[INF]", 4}, {u"[AUS]", 8},
-                {u"[AUF]", 16}, {u"[wrn]", 0}, {u"[NON]", 0}};
-    for (const Row& r : rows) {
+    const std::pair<const char16_t*, int32_t> rows[] = {
+        {u"[ERR]", 1},  {u"[WRN]", 2}, {u"[INF]", 4}, {u"[AUS]", 8},
+        {u"[AUF]", 16}, {u"[wrn]", 0}, {u"[NON]", 0}};
+    for (const auto& [severity, type] : rows) {
         LogCapture log;
         const std::u16string xml = u"<event><iut>3</iut><iuvers>1</iuvers><severity>" +
-                                   std::u16string(r.severity) +
+                                   std::u16string(severity) +
                                    u"</severity><importance>2</importance><CustomerID>9</"
                                    u"CustomerID><NTEventLogType>System</NTEventLogType></event>";
         auto unit = CInfoUnit::createInfoUnitFromXML(xml);
         ASSERT_NE(unit, nullptr);
         auto& ev = static_cast<CInfoUnitNTEventReport&>(*unit);
-        EXPECT_EQ(ev.getEventType(), r.type) << n(r.severity);
+        EXPECT_EQ(ev.getEventType(), type) << n(severity);
         EXPECT_EQ(ev.getImportance(), 5);
         EXPECT_EQ(ev.getPropertyInt(u"CustomerID"), 0);
         EXPECT_NE(ev.getPropertyString(u"bdata"), nullptr);

@@ -16,10 +16,6 @@ std::u16string u(std::string_view utf8) {
     return vt::utf8ToUtf16(utf8);
 }
 
-std::string n(std::u16string_view wide) {
-    return vt::utf16ToUtf8(wide);
-}
-
 struct Case {
     const char* templ;
     const char16_t* msg;  // null: no "msg" property
@@ -174,6 +170,7 @@ TEST(ReplacerLimits, NamesTermsAndErrorsAreCut) {
     EXPECT_EQ(n(out.substr(0, 42)), "%ERROR: Invalid Property Replacer Option, ");
 }
 
+// Catches surrogate pairs split by case mapping or search, or positions counted in characters.
 TEST(ReplacerSurrogates, PairsSurviveAndPositionsCountCodeUnits) {
     CInfoUnit unit;
     const std::u16string msg = u"a\U0001F600b\U00010437";

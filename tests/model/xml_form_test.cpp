@@ -11,10 +11,6 @@ namespace {
 
 using LogCapture = vt::test::DebugCapture;
 
-std::string n(std::u16string_view wide) {
-    return vt::utf16ToUtf8(wide);
-}
-
 // Flattens a parsed tree to "name=value" and "name{...}" for compact expectations.
 std::string dump(const CNameValueTree& tree) {
     std::string out;
@@ -37,6 +33,7 @@ struct ReadCase {
 
 class XmlReadCases : public ::testing::TestWithParam<ReadCase> {};
 
+// Catches a reader that repairs, drops or silently accepts malformed markup.
 TEST_P(XmlReadCases, BuildsTheLiteralTree) {
     const ReadCase& c = GetParam();
     LogCapture log;
@@ -99,13 +96,14 @@ TEST(XmlRead, MismatchIsLoggedOnlyWithUltraLevel) {
     }
 }
 
-// Nesting is bounded; deep, unclosed and unbalanced input must not overflow the stack.
+// Catches unbounded recursion: deep, unclosed and unbalanced nesting must not overflow the stack.
 TEST(XmlRead, DeepNestingIsBounded) {
-    const int depth = 100000;
-    std::u16string xml;
-    for (int i = 0; i < depth; ++i) xml += u"<a>";
-    xml += u"x";
-    for (int i = 0; i < depth; ++i) xml += u"</a>";
+    std::u16string open, close;
+    for (int i = 0; i < 100000; ++i) {
+        open += u"<a>";
+        close += u"</a>";
+    }
+    const std::u16string xml = ucat(open, u"x", close);
     CNameValueTree tree;
     tree.parse(xml);
     int levels = 0;
@@ -127,6 +125,7 @@ TEST(XmlWrite, EscapesFiveCharactersAndLeavesChildrenOut) {
     EXPECT_EQ(CNameValueTree().toXML(u"event"), u"<event></event>");
 }
 
+// Catches escaping and entity decoding that do not undo each other (double decoding, lost blanks).
 TEST(XmlRoundTrip, ValuesSurviveWritingAndReading) {
     const std::u16string values[] = {
         u"\"&'<>",        u"&copy;", u"a&amp;b", u" lead and trail ",    u"",

@@ -20,6 +20,21 @@ using namespace vt;
 using namespace vt::test;
 using namespace std::chrono_literals;
 
+// Sleeps for real (the timing of these tests is in milliseconds) and records each pause; the
+// wall clock moves by `step` seconds per reading.
+class TestClock final : public Clock {
+  public:
+    int64_t nowSeconds() override { return now += step; }
+    void sleepMs(uint32_t ms) override {
+        sleeps.push_back(std::chrono::milliseconds(ms));
+        std::this_thread::sleep_for(std::chrono::milliseconds(ms));
+        if (onSleep) onSleep();
+    }
+    int64_t now = 1000, step = 0;
+    std::vector<std::chrono::milliseconds> sleeps;  // of the service thread only
+    std::function<void()> onSleep;
+};
+
 // Services configured below a test key, a rule base with one rule set "Default", and a host
 // that counts its checkpoints and stop requests.
 class ServiceManagerTest : public ::testing::Test {
@@ -33,7 +48,7 @@ class ServiceManagerTest : public ::testing::Test {
     std::atomic<int> stops{0};
     ServiceHostLink host{[this] { ++checkpoints; }, [this] { ++stops; }};
     ServiceManagerTiming timing;
-    std::vector<std::chrono::milliseconds> sleeps;  // of the service thread only
+    TestClock clock;
     std::atomic<int> ended{-1};
     DebugCapture debug{DBG_ERROR | DBG_MINIMUM | DBG_INFO};
 
@@ -73,11 +88,8 @@ class ServiceManagerTest : public ::testing::Test {
 
     std::unique_ptr<CServiceManager> makeManager(std::function<void()> onSleep = {}) {
         ServiceManagerHooks hooks;
-        hooks.sleep = [this, onSleep](std::chrono::milliseconds ms) {
-            sleeps.push_back(ms);
-            std::this_thread::sleep_for(ms);  // the timing of these tests is in milliseconds
-            if (onSleep) onSleep();
-        };
+        clock.onSleep = std::move(onSleep);
+        hooks.clock = &clock;
         hooks.endProcess = [this](int code) { ended = code; };
         return std::make_unique<CServiceManager>(timing, hooks);
     }
@@ -288,11 +300,11 @@ TEST_F(ServiceManagerTest, StuckWorkerEndsProcessUnlessProtected) {
             EXPECT_EQ(checkpoints.load(), 1 + 3);
             EXPECT_NE(log.find("Worker Thread Pool NOT FINISHED!\r\nProcess KILLED"),
                       std::string::npos);
-            EXPECT_EQ(sleeps.back(), timing.killDelay);  // the kill delay came last
+            EXPECT_EQ(clock.sleeps.back(), timing.killDelay);  // the kill delay came last
             releaseAction();
         }
         manager.reset();  // joins the workers
-        sleeps.clear();
+        clock.sleeps.clear();
     }
 }
 
@@ -308,10 +320,11 @@ TEST_F(ServiceManagerTest, FaultingSourceRestartsWithBackOff) {
         auto script = std::make_shared<TestSourceScript>();
         script->throwsLeft = 2;
         script->returnAtOnce = true;
-        int64_t clock = 1000;
+        TestClock stepping;
+        stepping.step = c.step;
         std::vector<std::chrono::milliseconds> backOffs;
         ServiceManagerHooks hooks;
-        hooks.nowSeconds = [&] { return clock += c.step; };
+        hooks.clock = &stepping;
         hooks.backOff = [&](CInfoSource&, std::chrono::milliseconds ms) { backOffs.push_back(ms); };
         CServiceManager manager(ServiceManagerTiming{}, hooks);
         InfoSourceContext context;

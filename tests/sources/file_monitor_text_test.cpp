@@ -16,6 +16,7 @@ std::string narrow(const std::u16string& text) {
 // 2009-03-07 23:59:58 UTC was a Saturday.
 constexpr int64_t kSaturdayNight = 1236470398;
 
+// Catches a wrong placeholder value, or unknown placeholders changed.
 TEST(FileNameExpansion, Placeholders) {
     const CivilTime when = utcCivilTime(kSaturdayNight);
     struct Case {
@@ -38,6 +39,7 @@ TEST(FileNameExpansion, Placeholders) {
               "ex090308-Sun0.log");
 }
 
+// Catches calendar errors at leap days and before 1970, and an unbounded expanded name.
 TEST(FileNameExpansion, CalendarEdgesAndLengthLimit) {
     struct Case {
         int64_t seconds;
@@ -56,6 +58,7 @@ TEST(FileNameExpansion, CalendarEdgesAndLengthLimit) {
     EXPECT_EQ(expandFileName(longName + u"%Y", utcCivilTime(0)).size(), kMaxExpandedFileName);
 }
 
+// Catches a missed BOM, a BOM skipped against the forced encoding, or a wrong BOM length.
 TEST(Encoding, BomAndForcedEncoding) {
     struct Case {
         std::string head;
@@ -118,6 +121,7 @@ std::string cutAll(const std::string& bytes, TextEncoding encoding, size_t maxBy
     return out;
 }
 
+// Catches wrong line ends per encoding, a CR split from its LF, or rests not held back.
 TEST(LineSplitting, LineEndsEncodingsAndHeldBackRests) {
     struct Case {
         const char* name;
@@ -148,6 +152,7 @@ TEST(LineSplitting, LineEndsEncodingsAndHeldBackRests) {
     }
 }
 
+// Catches pieces that split a character or pair, or an exact-limit line cut in two.
 TEST(LineSplitting, LongLinesComeInPiecesWithoutSplittingCharacters) {
     size_t heldBack = 0;
     EXPECT_EQ(cutAll("abcdefghij\n", TextEncoding::Utf8, 4, heldBack), "abcd+efgh+ij|");
@@ -170,6 +175,7 @@ TEST(LineSplitting, LongLinesComeInPiecesWithoutSplittingCharacters) {
               "a+\xF0\x9F\x98\x80+bc|");
 }
 
+// Catches cleanup options applied when off, or NUL characters kept or not counted.
 TEST(LineCleanup, Options) {
     struct Case {
         std::u16string line;
@@ -192,6 +198,7 @@ TEST(LineCleanup, Options) {
     }
 }
 
+// Catches empty columns dropped, unbounded columns, or wrong names for extra columns.
 TEST(W3C, FieldsColumnsAndParamNames) {
     const auto fields = parseW3CFields(u" date time  c-ip cs-method");
     ASSERT_EQ(fields.size(), 4u);

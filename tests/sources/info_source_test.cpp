@@ -40,19 +40,15 @@ struct SourceOnRegistry {
     std::u16string key(uint32_t number) const {
         return services + u"\\IS" + std::u16string(1, static_cast<char16_t>(u'0' + number));
     }
-    std::string readGuid(uint32_t number) {
+    // The GUID and key version stored for source `number`.
+    std::pair<std::string, uint32_t> stored(uint32_t number) {
         CRegAccess reg;
         EXPECT_TRUE(reg.OpenKey(RegRoot::LocalMachine, CQuilletString(key(number))));
         CQuilletString guid;
-        reg.ReadStringValue(u"szMyGuid", guid, CQuilletString());
-        return guid.getStringA();
-    }
-    uint32_t readVersion(uint32_t number) {
-        CRegAccess reg;
-        EXPECT_TRUE(reg.OpenKey(RegRoot::LocalMachine, CQuilletString(key(number))));
         uint32_t version = 0;
+        reg.ReadStringValue(u"szMyGuid", guid, CQuilletString());
         reg.ReadDWORDValue(u"nInfoSourceVersion", version, 0);
-        return version;
+        return {guid.getStringA(), version};
     }
 };
 
@@ -69,9 +65,9 @@ TEST(InfoSourceRegPathTest, FreshKeyGetsVersionOneAndGuid) {
     regSetDword(env.key(2), u"bServiceEnabled", 1);
     auto source = env.make(2);
     source->setRegPathes();
-    const std::string guid = env.readGuid(2);
+    const auto [guid, version] = env.stored(2);
     EXPECT_TRUE(std::regex_match(guid, kGuidForm)) << guid;
-    EXPECT_EQ(env.readVersion(2), 1u);
+    EXPECT_EQ(version, 1u);
     EXPECT_EQ(narrow(source->getGuid()), guid);
     EXPECT_EQ(source->getInfoSourceVersion(), 1);
     EXPECT_EQ(source->getStatePath().wide(), env.data + u"\\Services\\IS2");
@@ -80,7 +76,7 @@ TEST(InfoSourceRegPathTest, FreshKeyGetsVersionOneAndGuid) {
     auto again = env.make(2);
     again->setRegPathes();
     EXPECT_EQ(narrow(again->getGuid()), guid);
-    EXPECT_EQ(env.readGuid(2), guid);
+    EXPECT_EQ(env.stored(2).first, guid);
 
     // The AgentData key was created on the way.
     CRegAccess data;
@@ -97,15 +93,15 @@ TEST(InfoSourceRegPathTest, VersionTwoUsesGuidPath) {
     auto withGuid = env.make(1);
     withGuid->setRegPathes();
     EXPECT_EQ(withGuid->getStatePath().wide(), env.data + u"\\Services\\" + stored);
-    EXPECT_EQ(env.readVersion(1), 2u);
+    EXPECT_EQ(env.stored(1).second, 2u);
 
     regSetDword(env.key(3), u"nInfoSourceVersion", 2);
     regSetString(env.key(3), u"szMyGuid", u"");
     auto noGuid = env.make(3);
     noGuid->setRegPathes();
-    const std::string created = env.readGuid(3);
+    const auto [created, version] = env.stored(3);
     ASSERT_TRUE(std::regex_match(created, kGuidForm)) << created;
-    EXPECT_EQ(env.readVersion(3), 2u);
+    EXPECT_EQ(version, 2u);
     EXPECT_EQ(narrow(noGuid->getStatePath()),
               narrow(CQuilletString(std::u16string_view(env.data))) + "\\Services\\" + created);
 }

@@ -8,7 +8,6 @@
 
 #include "platform/local_time.h"
 #include "platform/utf_codec.h"
-#include "sources/syslog/syslog_server.h"
 
 namespace {
 
@@ -148,19 +147,6 @@ TEST(SyslogSplitter, NonAsciiTextIsKept) {
     EXPECT_EQ(p.msg.view(), u"\u65E5\u672C: \u00E9t\u00E9");
     const SyslogParts q = vt::splitSyslogMsg(u"<1\u0661>x", true, kClock);  // Arabic-Indic one
     EXPECT_FALSE(q.priParsed);
-}
-
-// The server keeps the last split message and uses its own parsing flag.
-TEST(SyslogSplitter, ServerHoldsLastMessage) {
-    CSyslogServer server;
-    server.setRFC3164Parsing(false);
-    server.splitSyslogMsg(u"<13>Jan  5 10:20:30 host1 app: hello");
-    EXPECT_EQ(server.held().host.view(), u"");
-    EXPECT_EQ(server.held().msg.view(), u"Jan  5 10:20:30 host1 app: hello");
-    server.setRFC3164Parsing(true);
-    server.splitSyslogMsg(u"<13>Jan  5 10:20:30 host1 app: hello");
-    EXPECT_EQ(server.held().host.view(), u"host1");
-    EXPECT_EQ(server.held().tag.view(), u"app");
 }
 
 }  // namespace

@@ -1,6 +1,5 @@
-#include "engine/engine_clock.h"
+#include "base/clock.h"
 
-#include <atomic>
 #include <chrono>
 #include <ctime>
 #include <thread>
@@ -8,7 +7,7 @@
 namespace vt {
 namespace {
 
-class SystemClock final : public EngineClock {
+class SystemClock final : public Clock {
   public:
     int64_t nowSeconds() override { return static_cast<int64_t>(std::time(nullptr)); }
     void sleepMs(uint32_t milliseconds) override {
@@ -21,17 +20,11 @@ class SystemClock final : public EngineClock {
     }
 };
 
-SystemClock g_systemClock;
-std::atomic<EngineClock*> g_clock{&g_systemClock};
-
 }  // namespace
 
-EngineClock& engineClock() noexcept {
-    return *g_clock.load(std::memory_order_acquire);
-}
-
-void setEngineClock(EngineClock* clock) noexcept {
-    g_clock.store(clock ? clock : &g_systemClock, std::memory_order_release);
+Clock& systemClock() noexcept {
+    static SystemClock clock;
+    return clock;
 }
 
 }  // namespace vt

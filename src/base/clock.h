@@ -4,14 +4,14 @@
 #include <functional>
 #include <mutex>
 
-// Time as the rule engine sees it: the seconds clock used for occurrence windows and minimum
-// waits, and the sleeps of the retry loop and the queue's producer throttle. Tests install a
-// fake so that timing logic runs without real sleeps.
 namespace vt {
 
-class EngineClock {
+// Time as the agent sees it: the wall clock in seconds for occurrence windows, minimum waits and
+// restart windows, and the pauses of retries, throttles and the shutdown. One interface, handed
+// to whatever measures or waits, so that tests move time instead of sleeping.
+class Clock {
   public:
-    virtual ~EngineClock() = default;
+    virtual ~Clock() = default;
     // Seconds since 1970-01-01 00:00:00 UTC.
     virtual int64_t nowSeconds() = 0;
     virtual void sleepMs(uint32_t milliseconds) = 0;
@@ -27,9 +27,7 @@ class EngineClock {
     }
 };
 
-EngineClock& engineClock() noexcept;
-
-// Installs `clock` (not owned; it must outlive its use) or, with nullptr, the system clock again.
-void setEngineClock(EngineClock* clock) noexcept;
+// The real clock; what every part uses unless it is handed another.
+Clock& systemClock() noexcept;
 
 }  // namespace vt
