@@ -1,4 +1,5 @@
 #pragma once
+#include <chrono>
 #include <condition_variable>
 #include <cstdint>
 #include <functional>
@@ -6,14 +7,19 @@
 
 namespace vt {
 
-// Time as the agent sees it: the wall clock in seconds for occurrence windows, minimum waits and
-// restart windows, and the pauses of retries, throttles and the shutdown. One interface, handed
+// Time as the agent sees it: the wall clock in seconds for occurrence windows, minimum waits,
+// restart windows, file names and the event throttle; steady time for cache ages; and the pauses
+// of retries, throttles and the shutdown. One interface, handed
 // to whatever measures or waits, so that tests move time instead of sleeping.
 class Clock {
   public:
     virtual ~Clock() = default;
     // Seconds since 1970-01-01 00:00:00 UTC.
     virtual int64_t nowSeconds() = 0;
+    // Monotonic time, for ages and deadlines that a change of the wall clock must not move.
+    virtual std::chrono::steady_clock::time_point steadyNow() {
+        return std::chrono::steady_clock::now();
+    }
     virtual void sleepMs(uint32_t milliseconds) = 0;
     // Sleeps up to `milliseconds` on `condition` (taking `lock` for the wait) and returns as
     // soon as `done` holds. A clock that cannot wait on the condition (a test's fake) sleeps

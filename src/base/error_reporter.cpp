@@ -22,18 +22,13 @@ constexpr const char* kBurstSilencedText =
 
 std::atomic<int64_t> g_eventlogWarnings{-1};
 EventThrottle g_throttle;
-std::mutex g_clockMutex;
-ErrorReporterClock g_clock;
-
-ClockMinute wallClock() {
-    CivilTime local;
-    localTimeOf(static_cast<int64_t>(std::time(nullptr)), local);
-    return {local.hour, local.minute};
-}
+std::atomic<Clock*> g_clock{nullptr};
 
 ClockMinute currentMinute() {
-    std::lock_guard lock(g_clockMutex);
-    return g_clock ? g_clock() : wallClock();
+    Clock* clock = g_clock.load(std::memory_order_acquire);
+    CivilTime local;
+    localTimeOf((clock ? *clock : systemClock()).nowSeconds(), local);
+    return {local.hour, local.minute};
 }
 
 bool hasText(std::string_view text) noexcept {
@@ -88,9 +83,8 @@ void EventThrottle::reset() noexcept {
     m_disabledHour.store(-1, std::memory_order_relaxed);
 }
 
-void setErrorReporterClock(ErrorReporterClock clock) {
-    std::lock_guard lock(g_clockMutex);
-    g_clock = std::move(clock);
+void setErrorReporterClock(Clock* clock) noexcept {
+    g_clock.store(clock, std::memory_order_release);
 }
 
 void resetErrorReporterThrottle() {

@@ -4,6 +4,7 @@
 #include <functional>
 #include <string_view>
 
+#include "base/clock.h"
 #include "platform/event_log.h"
 
 // The agent's own events: the Application event log on Windows, the local syslog socket on
@@ -28,7 +29,6 @@ struct ClockMinute {
     int hour = 0;
     int minute = 0;
 };
-using ErrorReporterClock = std::function<ClockMinute()>;
 
 // The burst throttle: after 100 events counted in one burst the reporter reports event 151 and
 // stays silent until the clock shows another hour. Bursts are keyed by the minute they started
@@ -59,8 +59,9 @@ class EventThrottle {
 void reportEvent(EventType type, const char* sourceName, uint32_t eventId, std::string_view text,
                  std::string_view secondText, bool hasSecond);
 
-// Tests replace the wall clock and start from a fresh throttle; nullptr restores the clock.
-void setErrorReporterClock(ErrorReporterClock clock);
+// The clock whose local hour and minute the throttle reads (not owned; null: the system
+// clock). Tests hand in theirs and start from a fresh throttle.
+void setErrorReporterClock(Clock* clock) noexcept;
 void resetErrorReporterThrottle();
 
 // What the exception filter knows about a system exception. `hasAccessDetails` is set for an

@@ -4,9 +4,8 @@
 
 #include "base/debug_log.h"
 
-CDNSCacheList::CDNSCacheList(Settings settings, Resolver resolver,
-                             std::function<Clock::time_point()> now)
-    : m_settings(settings), m_resolver(std::move(resolver)), m_now(std::move(now)) {
+CDNSCacheList::CDNSCacheList(Settings settings, Resolver resolver, vt::Clock& clock)
+    : m_settings(settings), m_resolver(std::move(resolver)), m_clock(&clock) {
     m_settings.limit = std::max<uint32_t>(m_settings.limit, 2);
 }
 
@@ -33,7 +32,8 @@ std::string CDNSCacheList::hostName(const CIPAddress& address) {
     {
         std::lock_guard lock(m_lock);
         auto it = m_entries.find(key);
-        if (it != m_entries.end() && m_now() < it->second.expires) return it->second.name;
+        if (it != m_entries.end() && m_clock->steadyNow() < it->second.expires)
+            return it->second.name;
     }
     std::string name;
     if (!m_resolver(address, name) || name.empty()) name = key;
@@ -52,7 +52,8 @@ std::string CDNSCacheList::hostName(const CIPAddress& address) {
         m_byAge.pop_front();
     }
     m_byAge.push_back(key);
-    m_entries.emplace(key, Entry{name, m_now() + std::chrono::seconds(m_settings.lifetimeSeconds),
-                                 std::prev(m_byAge.end())});
+    m_entries.emplace(
+        key, Entry{name, m_clock->steadyNow() + std::chrono::seconds(m_settings.lifetimeSeconds),
+                   std::prev(m_byAge.end())});
     return name;
 }

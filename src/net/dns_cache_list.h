@@ -8,6 +8,7 @@
 #include <string>
 #include <unordered_map>
 
+#include "base/clock.h"
 #include "net/win_sock.h"
 
 // The host name cache that all sources share: maps an address to the name a reverse look-up
@@ -17,7 +18,6 @@
 // does not hold up other threads (two threads may then resolve the same address at once).
 class CDNSCacheList {
   public:
-    using Clock = std::chrono::steady_clock;
     // Returns the name of an address, or false when it has none.
     using Resolver = std::function<bool(const CIPAddress&, std::string&)>;
 
@@ -27,8 +27,9 @@ class CDNSCacheList {
         uint32_t limit = 1024;            // "nDNSCacheLimit"; fewer than 2 become 2
     };
 
+    // The entries' ages are measured on `clock`'s steady time.
     explicit CDNSCacheList(Settings settings, Resolver resolver = reverseLookup,
-                           std::function<Clock::time_point()> now = Clock::now);
+                           vt::Clock& clock = vt::systemClock());
 
     // The host name of the address, or its numeric text when it has none.
     std::string hostName(const CIPAddress& address);
@@ -40,13 +41,13 @@ class CDNSCacheList {
   private:
     struct Entry {
         std::string name;
-        Clock::time_point expires;
+        std::chrono::steady_clock::time_point expires;
         std::list<std::string>::iterator age;
     };
 
     Settings m_settings;
     Resolver m_resolver;
-    std::function<Clock::time_point()> m_now;
+    vt::Clock* m_clock;
     mutable std::mutex m_lock;
     std::unordered_map<std::string, Entry> m_entries;  // guarded by m_lock
     std::list<std::string> m_byAge;                    // oldest first; guarded by m_lock

@@ -192,6 +192,7 @@ void CServiceManager::startOne(uint32_t n, CRegAccess& services, const CConfigSe
     context.serviceId = type;
     context.queue = &m_resources->queue;
     context.dnsCache = &m_resources->dnsCache;
+    context.clock = m_hooks.clock;
     context.root = root;
     context.servicesKeyPath = servicesKeyPath;
     context.settings = &settings;

@@ -37,6 +37,7 @@ CInfoSource::CInfoSource(const vt::InfoSourceContext& context, uint32_t flag)
     m_szDataKeyPath = context.dataKeyPath;
     m_pSettings = context.settings;
     m_pDnsCache = context.dnsCache;
+    m_pClock = context.clock;
 }
 
 CInfoSource::~CInfoSource() = default;

@@ -6,6 +6,7 @@
 #include <memory>
 #include <mutex>
 
+#include "base/clock.h"
 #include "base/quillet_string.h"
 #include "platform/registry.h"
 
@@ -33,7 +34,8 @@ struct InfoSourceContext {
     CQuilletString servicesKeyPath = kServicesKeyPath;
     const CConfigSettings* settings = nullptr;
     CQuilletString dataKeyPath = kAgentDataKeyPath;
-    CDNSCacheList* dnsCache = nullptr;  // null: names are not resolved
+    CDNSCacheList* dnsCache = nullptr;      // null: names are not resolved
+    vt::Clock* clock = &vt::systemClock();  // what the source stamps and waits with
 };
 
 }  // namespace vt
@@ -121,6 +123,7 @@ class CInfoSource {
     const CQuilletString& getSyslogTag() const noexcept { return m_szSyslogTag; }
     const CConfigSettings* getSettings() const noexcept { return m_pSettings; }
     CDNSCacheList* getDnsCache() const noexcept { return m_pDnsCache; }
+    vt::Clock& getClock() const noexcept { return *m_pClock; }
 
   protected:
     // Reads the common values of the open key `reg` (all but the two OpenConfig reads);
@@ -153,6 +156,7 @@ class CInfoSource {
     CQuilletString m_szDataKeyPath = vt::kAgentDataKeyPath;
     const CConfigSettings* m_pSettings = nullptr;
     CDNSCacheList* m_pDnsCache = nullptr;
+    vt::Clock* m_pClock = &vt::systemClock();
     CRuleSetListEntry* m_pRuleSet = nullptr;
 
   public:

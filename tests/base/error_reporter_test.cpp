@@ -12,6 +12,7 @@
 #include "base/debug_log.h"
 #include "base/error_report.h"
 #include "common/service_fixture_helper.h"
+#include "platform/local_time.h"
 #include "platform/process.h"
 
 namespace {
@@ -91,11 +92,23 @@ TEST(ErrorReport, MessageIsReplacedAndTracedAtUltra) {
               "CErrorReport| Error Message set: 'second'\r\n");
 }
 
+// A clock the test sets; it starts in the last minute of an hour, local time.
+class ManualClock final : public vt::Clock {
+  public:
+    ManualClock() {
+        vt::CivilTime local;
+        while (vt::localTimeOf(seconds, local) && local.minute != 59) seconds += 60;
+    }
+    int64_t nowSeconds() override { return seconds; }
+    void sleepMs(uint32_t) override {}
+    int64_t seconds = 1700000000 - 1700000000 % 60;
+};
+
 class ReporterTest : public ::testing::Test {
   protected:
     void SetUp() override {
         vt::resetErrorReporterThrottle();
-        vt::setErrorReporterClock([this] { return now; });
+        vt::setErrorReporterClock(&clock);
         vt::setEventlogWarningsSetting(-1);
     }
     void TearDown() override {
@@ -104,7 +117,7 @@ class ReporterTest : public ::testing::Test {
         vt::setEventlogWarningsSetting(-1);
     }
     TempDir dir;
-    ClockMinute now{10, 59};
+    ManualClock clock;
 };
 
 // The wrapper's line goes to the debug log whatever happens to the event.
@@ -180,14 +193,15 @@ TEST_F(ReporterTest, EventsReachTheSyslogSocketWithSeverityAndText) {
     EXPECT_EQ(shapeOf(got[3]), "<28>|[1045] sent: warnings are on");
 }
 
-// 100 errors at 10:59: the 100th is followed by event 151, then nothing until 11:00.
+// 100 errors in the last minute of an hour: the 100th is followed by event 151, then nothing until
+// the next hour.
 TEST_F(ReporterTest, BurstEndsWithEvent151AndSilenceUntilTheNextHour) {
     DebugCapture log(vt::DBG_ULTRA);
     SyslogSink sink(fileIn(dir, "sock"));
     for (int i = 1; i <= 100; ++i) vt::reportError(114, "T", "event " + std::to_string(i));
-    vt::reportError(114, "T", "dropped at 10:59");
-    now = {11, 0};
-    vt::reportError(114, "T", "first of 11:00");
+    vt::reportError(114, "T", "dropped in the same hour");
+    clock.seconds += 60;  // the first minute of the next hour
+    vt::reportError(114, "T", "first of the next hour");
     const auto got = sink.take(102);
     ASSERT_EQ(got.size(), 102u);
     EXPECT_EQ(shapeOf(got[99]), "<27>|[114] event 100");
@@ -195,7 +209,7 @@ TEST_F(ReporterTest, BurstEndsWithEvent151AndSilenceUntilTheNextHour) {
               "<27>|[151] Numerous runtime events were encountered .\r\nThis is usually caused by "
               "configuration or network problems.\r\nFrom now, there will no more events logged "
               "for this hour.");
-    EXPECT_EQ(shapeOf(got[101]), "<27>|[114] first of 11:00");
+    EXPECT_EQ(shapeOf(got[101]), "<27>|[114] first of the next hour");
     EXPECT_NE(log.text().find("A Event was not logged, internal EventLogging is disabled for "
                               "one hour\r\n"),
               std::string::npos);

@@ -9,12 +9,20 @@ namespace {
 
 using namespace std::chrono;
 
+// A clock whose steady time the test moves.
+struct SteadyClock final : vt::Clock {
+    int64_t nowSeconds() override { return 0; }
+    std::chrono::steady_clock::time_point steadyNow() override { return now; }
+    void sleepMs(uint32_t) override {}
+    std::chrono::steady_clock::time_point now{};
+};
+
 // A resolver that knows a few names and counts its calls, and a clock the test moves.
 struct Fixture {
     std::map<std::string, std::string> names{
         {"10.0.0.1", "alpha"}, {"10.0.0.2", "beta"}, {"10.0.0.3", "gamma"}};
     int calls = 0;
-    CDNSCacheList::Clock::time_point now{};
+    SteadyClock clock;
 
     CDNSCacheList make(CDNSCacheList::Settings settings) {
         return CDNSCacheList(
@@ -26,7 +34,7 @@ struct Fixture {
                 name = it->second;
                 return true;
             },
-            [this] { return now; });
+            clock);
     }
 };
 
@@ -47,9 +55,9 @@ TEST(DNSCacheList, CachesNamesAndFailuresUntilTheyExpire) {
     EXPECT_EQ(cache.hostName(ip("10.9.9.9")), "10.9.9.9");
     EXPECT_EQ(f.calls, 2);
     f.names["10.0.0.1"] = "renamed";
-    f.now += seconds(59);
+    f.clock.now += seconds(59);
     EXPECT_EQ(cache.hostName(ip("10.0.0.1")), "alpha");
-    f.now += seconds(1);
+    f.clock.now += seconds(1);
     EXPECT_EQ(cache.hostName(ip("10.0.0.1")), "renamed");
     EXPECT_EQ(f.calls, 3);
     EXPECT_EQ(cache.size(), 2u);

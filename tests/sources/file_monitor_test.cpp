@@ -10,6 +10,7 @@
 
 #include "../common/registry_fixture.h"
 #include "base/reg_access.h"
+#include "common/engine_test_helper.h"
 #include "model/info_unit_types.h"
 #include "platform/utf_codec.h"
 #include "service/info_source_types.h"
@@ -77,10 +78,10 @@ class FileMonitorTest : public ::testing::Test {
         context.serviceId = 5;
         context.servicesKeyPath = CQuilletString(std::u16string_view(services));
         context.dataKeyPath = CQuilletString(std::u16string_view(data));
+        context.clock = &clock;
         auto monitor = std::make_unique<RecordingMonitor>(context);
         monitor->setServiceNumber(1);
-        monitor->setClock([this] { return clock; });
-        clock = now;
+        clock.set(now);
         EXPECT_TRUE(monitor->LoadConfig());
         monitor->setRegPathes();
         return monitor;
@@ -108,7 +109,7 @@ class FileMonitorTest : public ::testing::Test {
         return (static_cast<uint64_t>(high) << 32) | low;
     }
 
-    int64_t clock = kBeforeMidnight;
+    FakeClock clock{kBeforeMidnight};
 };
 
 using Lines = std::vector<std::string>;
@@ -127,7 +128,7 @@ TEST_F(FileMonitorTest, DailyNameAcrossMidnight) {
 
     append(path("ex090307.log"), "c\n");
     append(path("ex090308.log"), "d\n");
-    clock = kBeforeMidnight + 120;
+    clock.set(kBeforeMidnight + 120);
     monitor->doProcessFile();
     EXPECT_EQ(msgs(*monitor), (Lines{"a", "b", "c", "d"}));
     EXPECT_EQ(monitor->seen.back().properties["generatedfilename"], path("ex090308.log"));
@@ -154,7 +155,7 @@ TEST_F(FileMonitorTest, KeepReadingUntilTheNewFileExists) {
     append(path("ex090307.log"), "a\n");
     auto monitor = make();
     monitor->doProcessFile();
-    clock += 120;
+    clock.advance(120);
     append(path("ex090307.log"), "b\n");
     monitor->doProcessFile();
     append(path("ex090307.log"), "c\n");

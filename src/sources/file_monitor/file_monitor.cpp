@@ -19,10 +19,6 @@ constexpr uint32_t kMaxPieceLimit = 16u * 1024u * 1024u;
 constexpr uint32_t kFileMonitorWarningEvent = 1050;
 constexpr uint32_t kFileNotFoundEvent = 1051;
 
-int64_t systemNow() {
-    return static_cast<int64_t>(std::time(nullptr));
-}
-
 std::string dirOf(const std::string& path) {
     for (size_t i = path.size(); i > 0; --i)
         if (vt::isPathSeparator(path[i - 1])) return path.substr(0, i - 1 == 0 ? 1 : i - 1);
@@ -46,7 +42,7 @@ std::string joinPath(const std::string& dir, const std::string& name) {
 }  // namespace
 
 CInfoSourceFileMonitor::CInfoSourceFileMonitor(const vt::InfoSourceContext& context)
-    : CInfoSource(context), m_clock(systemNow) {}
+    : CInfoSource(context) {}
 
 CInfoSourceFileMonitor::~CInfoSourceFileMonitor() = default;
 
@@ -220,7 +216,7 @@ void CInfoSourceFileMonitor::saveState(const FileState& state, bool offsetOnly) 
 }
 
 std::u16string CInfoSourceFileMonitor::expandedName() const {
-    const int64_t now = m_clock ? m_clock() : systemNow();
+    const int64_t now = getClock().nowSeconds();
     vt::CivilTime when = vt::utcCivilTime(now);
     if (m_nTimeMode != 1 && !vt::localTimeOf(now, when)) when = vt::utcCivilTime(now);
     return vt::expandFileName(m_szPathAndFileName.getString(), when);

@@ -28,7 +28,6 @@ class CInfoSourceFileMonitor : public CInfoSource {
     void doProcessFile();
 
     // Seconds since 1970 (UTC) for the date placeholders; tests put in their own clock.
-    void setClock(std::function<int64_t()> clock) { m_clock = std::move(clock); }
 
     // The settings (public so that tests and the loader share one description).
     CQuilletString m_szPathAndFileName;
@@ -85,7 +84,6 @@ class CInfoSourceFileMonitor : public CInfoSource {
     void saveState(const FileState& state, bool offsetOnly = false);
     void reportNotFound(const std::string& name, uint32_t error, bool isDirectory);
 
-    std::function<int64_t()> m_clock;
     FileState m_state;
     std::vector<FileState> m_multi;  // with several files: one state per file name
     bool m_notFoundReported = false;
