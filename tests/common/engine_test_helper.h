@@ -27,6 +27,7 @@ class FakeClock final : public Clock {
     int64_t nowSeconds() override { return m_now.load(); }
     void sleepMs(uint32_t milliseconds) override;
     void advance(int64_t seconds) { m_now += seconds; }
+    void set(int64_t seconds) { m_now = seconds; }
     int sleepCount() const { return m_sleeps.load(); }
     std::vector<uint32_t> sleepDurations() const;
     void onSleep(std::function<void(uint32_t)> hook);
