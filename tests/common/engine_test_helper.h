@@ -26,7 +26,6 @@ class FakeClock final : public Clock {
     explicit FakeClock(int64_t start = 1700000000) : m_now(start) {}
     int64_t nowSeconds() override { return m_now.load(); }
     void sleepMs(uint32_t milliseconds) override;
-
     void advance(int64_t seconds) { m_now += seconds; }
     void set(int64_t seconds) { m_now = seconds; }
     int sleepCount() const { return m_sleeps.load(); }
@@ -41,7 +40,8 @@ class FakeClock final : public Clock {
     std::function<void(uint32_t)> m_hook;
 };
 
-// A test action whose outcome the test chooses. Type ids: kProbeActionType.
+// A test action whose outcome the test chooses ("nMode", a ProbeMode). With "szTag" it appends
+// the tag to the unit's "trace" property, so that tests see which actions ran, in which order.
 inline constexpr int32_t kProbeActionType = 9001;
 
 enum class ProbeMode : int { Succeed, SetFailedFlag, ThrowReport, ThrowUnknown };
@@ -49,8 +49,6 @@ enum class ProbeMode : int { Succeed, SetFailedFlag, ThrowReport, ThrowUnknown }
 class CActionConfigProbe : public CActionConfig {
   public:
     explicit CActionConfigProbe(const CQuilletString& keyPath) : CActionConfig(keyPath) {}
-    // Reads "nMode" (a ProbeMode) and "szTag", which the action appends to the unit's
-    // "trace" property so that tests see which actions ran, in which order.
     void LoadConfig() override;
 
     std::atomic<int> mode{static_cast<int>(ProbeMode::Succeed)};
@@ -85,13 +83,8 @@ CActionConfigProbe& probeConfig(CActionListEntry& entry);
 std::unique_ptr<CRuleListEntry> probeRule(const std::u16string& ruleKey,
                                           CActionConfigProbe*& probe);
 
-// The "trace" property of a unit, narrow.
 std::string traceOf(const CInfoUnit& unit);
-
-// Settings with the defaults, ready for the engine.
 std::unique_ptr<CConfigSettings> makeSettings();
-
-// A syslog unit with a message.
 std::unique_ptr<CInfoUnit> makeSyslogUnit(std::u16string_view msg);
 
 }  // namespace vt::test

@@ -34,11 +34,8 @@ class ScopedRegistry {
     ~ScopedRegistry();
     ScopedRegistry(const ScopedRegistry&) = delete;
     ScopedRegistry& operator=(const ScopedRegistry&) = delete;
-
-    // Path of a key (not yet existing) reserved for this test, e.g. "SOFTWARE\vtagent-test-..".
     const std::u16string& base() const { return m_base; }
     void alsoRemove(std::u16string path);
-    // Linux: the hive file (it may not exist yet).
     std::filesystem::path hiveFile() const { return m_dir.path() / "registry.db"; }
 
   private:
@@ -47,34 +44,40 @@ class ScopedRegistry {
     std::vector<std::u16string> m_remove;
 };
 
-// Sends the debug log to a temporary file with the given level mask while it lives; the
-// previous settings come back at the end.
+// Points the debug log at other settings and restores the previous ones when it goes.
+class DebugLogScope {
+  public:
+    explicit DebugLogScope(const DebugLogSettings& settings);
+    ~DebugLogScope() { debugConfigure(m_previous); }
+    DebugLogScope(const DebugLogScope&) = delete;
+    DebugLogScope& operator=(const DebugLogScope&) = delete;
+
+  private:
+    DebugLogSettings m_previous;
+};
+
+// Sends the debug log to a temporary file with the given level mask while it lives.
 class DebugCapture {
   public:
     explicit DebugCapture(uint32_t mask = DBG_ERROR | DBG_MINIMUM | DBG_INFO | DBG_RULEENG |
                                           DBG_ULTRA);
-    ~DebugCapture();
-    DebugCapture(const DebugCapture&) = delete;
-    DebugCapture& operator=(const DebugCapture&) = delete;
+    // The lines without their thread, time and level prefix.
     std::string text() const;
-    // How often `what` occurs in text().
     size_t count(const std::string& what) const;
-    // The file as written, each line with its thread, time and level.
     std::string raw() const;
     void clear();
 
   private:
     TempDir m_dir;
-    DebugLogSettings m_previous;
     std::string m_file;
+    DebugLogScope m_scope;
 };
 
-// Writes registry values for a test below HKLM, creating keys as needed; fails the test on error.
+// Writes registry values below HKLM, creating keys as needed; fails the test on error.
 void regSetDword(const std::u16string& key, std::u16string_view name, uint32_t value);
 void regSetString(const std::u16string& key, std::u16string_view name, std::u16string_view value);
 
-// Sets an environment variable for the scope's lifetime (on Linux, for instance, the event
-// socket, so that reports of a test do not reach the system's log). "TZ" is re-read.
+// Sets an environment variable for the scope's lifetime; "TZ" is re-read.
 class ScopedEnv {
   public:
     ScopedEnv(const char* name, const std::string& value);
@@ -85,12 +88,6 @@ class ScopedEnv {
   private:
     std::string m_name, m_previous;
     bool m_had = false;
-};
-
-// Sets the TZ variable (and re-reads it) for the scope's lifetime.
-class ScopedTimeZone : public ScopedEnv {
-  public:
-    explicit ScopedTimeZone(const char* tz) : ScopedEnv("TZ", tz) {}
 };
 
 std::string readFileBytes(const std::filesystem::path& file);

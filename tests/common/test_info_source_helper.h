@@ -14,23 +14,17 @@ namespace vt::test {
 // What a test input does in Run. Shared between the test and the source, and kept alive by
 // both, so a detached thread never outlives it.
 struct TestSourceScript {
-    // Runs that throw before anything else (std::runtime_error), counted down.
-    std::atomic<int> throwsLeft{0};
-    // Units handed to the queue at the start of each Run; waited for when `waitForUnits`.
-    std::atomic<int> unitsPerRun{0};
-    std::atomic<bool> waitForUnits{false};
+    std::atomic<int> throwsLeft{0};   // runs that throw std::runtime_error first, counted down
+    std::atomic<int> unitsPerRun{0};  // units queued at the start of each Run
     // Blocking receive: Run ignores the run flag and blocks until wake() is called.
     std::atomic<bool> blockUntilWoken{false};
     // Hung: Run ignores both the run flag and wake() until release() is called.
     std::atomic<bool> hang{false};
-    // Returns at once instead of waiting for the run flag to clear.
-    std::atomic<bool> returnAtOnce{false};
+    std::atomic<bool> returnAtOnce{false};  // instead of waiting for the run flag to clear
 
     std::atomic<int> runs{0};   // Run entered
     std::atomic<int> wakes{0};  // wake() called
-    std::atomic<int> unitsHandedOver{0};
-    std::atomic<int> unitsProcessed{0};  // waiting hand-overs that came back processed
-    std::atomic<bool> finished{false};   // the last Run returned
+    std::atomic<bool> finished{false};
     // After a hang is released: units handed over, and how many the queue took.
     std::atomic<int> unitsAfterRelease{0};
     std::atomic<int> acceptedAfterRelease{0};
@@ -67,10 +61,10 @@ class CTestInfoSource : public CInfoSource {
 };
 
 // Registers CTestInfoSource under `typeId` while it lives; every source made gets the script
-// of its service name, or the default script.
+// of its service name.
 class TestSourceType {
   public:
-    explicit TestSourceType(uint32_t typeId, const char* className = "CTestInfoSource");
+    explicit TestSourceType(uint32_t typeId);
     ~TestSourceType();
     std::shared_ptr<TestSourceScript> scriptFor(const std::string& serviceName);
 
