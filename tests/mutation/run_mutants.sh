@@ -85,6 +85,8 @@ failing_test() {
     if (cd build/linux && ctest -j2 --timeout "$timeout" --output-on-failure "$@") >"$log" 2>&1; then
         return 0
     fi
+    # Ctrl-C ends ctest normally, so bash would run no trap and count the break as a catch.
+    grep -q "(INTERRUPT)" "$log" && kill -TERM $$
     local test gtest
     test=$(sed -n '/The following tests FAILED/{n;p;q}' "$log" | sed -E 's/^[[:space:]]*[0-9]+ - //')
     gtest=$(grep -m1 -oE '\[  FAILED  \] [A-Za-z0-9_/.]+' "$log" | sed 's/.*\] //' || true)
@@ -100,6 +102,9 @@ while IFS=$'\t' read -r id file; do
     mutants apply "$id"
     folder=$(cut -d/ -f2 <<<"$file")
     if ! cmake --build build/linux -j2 >"$work/build.log" 2>&1; then
+        # Ctrl-C stops ninja, which ends normally, so bash runs no trap; no compile error means
+        # the build was interrupted (or broke otherwise), not that the mutant is stillborn.
+        grep -q "error:" "$work/build.log" || { tail "$work/build.log" >&2; exit 2; }
         line="stillborn $id"
     elif failed=$(failing_test -R "^${folder}_tests\$") && [[ -z $failed ]] &&
         failed=$(failing_test -E "integration|^${folder}_tests\$") && [[ -z $failed ]] &&
