@@ -21,6 +21,7 @@ TEST(RegAccess, ReadsWithDefaultsAndTracesEveryRead) {
         ASSERT_TRUE(w.SetStringValue("szName", CQuilletString(u"caf\u00e9")));
         ASSERT_TRUE(w.SetStringValue("szSMTPPassword", "secret"));
         ASSERT_TRUE(w.SetStringValue("SZDBPASS", "hidden"));
+        ASSERT_TRUE(w.SetStringValue("szOne", "x"));  // four bytes, as many as a DWORD
     }
     vt::test::DebugCapture log;
     CRegAccess r;
@@ -77,6 +78,9 @@ TEST(RegAccess, ReadsWithDefaultsAndTracesEveryRead) {
 #else
     EXPECT_EQ(log.text(), expected);
 #endif
+    // Only the type tells this string from a DWORD.
+    EXPECT_FALSE(r.ReadDWORDValue("szOne", dw, 3));
+    EXPECT_EQ(dw, 3u);
 }
 
 // A key that cannot be opened: traced, and every read on the closed object gives its default.

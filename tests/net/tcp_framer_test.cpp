@@ -136,15 +136,18 @@ TEST(TcpFramer, OneMegabyteWithoutSeparator) {
     }
 }
 
-// Escapes are never cut in two when the buffer fills.
+// Escapes are never cut in two when the buffer fills: one that does not fit starts the next
+// message, one that fills the last five bytes exactly stays.
 TEST(TcpFramer, EscapeSequenceNotSplitAtBufferEnd) {
-    std::string stream(CTcpFramer::kMaxMessageLength - 2, 'x');
-    stream += std::string("\0", 1);
-    stream += "y\n";
-    const auto messages = frame(separated(u"\\n"), {stream});
-    ASSERT_EQ(messages.size(), 2u);
-    EXPECT_EQ(messages[0], std::string(CTcpFramer::kMaxMessageLength - 2, 'x'));
-    EXPECT_EQ(messages[1], "<000>y\n");
+    const size_t max = CTcpFramer::kMaxMessageLength;
+    for (const size_t before : {max - 2, max - 5}) {
+        const std::string stream = std::string(before, 'x') + std::string("\0", 1) + "y\n";
+        const auto messages = frame(separated(u"\\n"), {stream});
+        ASSERT_EQ(messages.size(), 2u) << before;
+        const bool fits = before + 5 <= max;
+        EXPECT_EQ(messages[0], std::string(before, 'x') + (fits ? "<000>" : "")) << before;
+        EXPECT_EQ(messages[1], fits ? "y\n" : "<000>y\n") << before;
+    }
 }
 
 // A message of exactly the buffer's length, separator included, is one message.
