@@ -132,11 +132,13 @@ void CInfoSource::setCommonInfoUnitSettings(CInfoUnit& unit) const {
     unit.setSyslogPriority(static_cast<int32_t>(m_nDefaultPriority));
     unit.setPropertyString(vt::StdProperty::Resource, m_szResource);
     unit.setPropertyString(vt::StdProperty::SyslogTag, m_szSyslogTag);
-    if (m_pSettings) {
+    // A fresh unit already carries the defaults; most configurations keep them, and every
+    // unit would otherwise pay two number-to-text conversions.
+    if (m_pSettings && static_cast<int32_t>(m_pSettings->customerId) != vt::kDefaultCustomerId)
         unit.setPropertyInt(vt::StdProperty::CustomerId,
                             static_cast<int32_t>(m_pSettings->customerId));
+    if (m_pSettings && static_cast<int32_t>(m_pSettings->systemId) != vt::kDefaultSystemId)
         unit.setPropertyInt(vt::StdProperty::SystemId, static_cast<int32_t>(m_pSettings->systemId));
-    }
     vt::debugPrintf(vt::DBG_INFO, "CInfoSource| Syslog Tag: %s \r\n", m_szSyslogTag.getStringA());
 }
 
