@@ -10,7 +10,7 @@ namespace {
 
 constexpr int kDaysBeforeMonth[12] = {0, 31, 59, 90, 120, 151, 181, 212, 243, 273, 304, 334};
 
-std::atomic<TimeSource> g_timeSource{nullptr};
+std::atomic<Clock*> g_unitClock{nullptr};
 
 bool digitsAt(std::u16string_view t, size_t pos, size_t count, int& value) noexcept {
     int v = 0;
@@ -139,14 +139,14 @@ int weekdayOf(int year, int month, int day) noexcept {
 }
 
 int64_t currentTime() noexcept {
-    if (auto source = g_timeSource.load(std::memory_order_relaxed)) return source();
-    // Whole seconds are all a unit keeps; time() reads them without the fine clock's cost,
-    // and this runs for every unit.
-    return static_cast<int64_t>(std::time(nullptr));
+    // Whole seconds are all a unit keeps; the system clock reads them with time(), without
+    // the fine clock's cost, and this runs for every unit.
+    Clock* clock = g_unitClock.load(std::memory_order_relaxed);
+    return (clock ? *clock : systemClock()).nowSeconds();
 }
 
-void setTimeSource(TimeSource source) noexcept {
-    g_timeSource = source;
+void setUnitClock(Clock* clock) noexcept {
+    g_unitClock.store(clock, std::memory_order_relaxed);
 }
 
 }  // namespace vt

@@ -3,6 +3,7 @@
 #include <string>
 #include <string_view>
 
+#include "base/clock.h"
 #include "platform/local_time.h"
 
 // Times of info units: 64-bit seconds since 1970-01-01 00:00:00 UTC, written as
@@ -29,9 +30,9 @@ std::u16string formatTimeText(int64_t seconds);
 // The weekday (0 = Sunday) by the agent's own formula, used for the "uxTimeStamp" forms.
 int weekdayOf(int year, int month, int day) noexcept;
 
-// The current time in seconds. Tests replace the clock; null restores the system clock.
+// The current time in seconds, as new units are stamped with it: the clock set here (not owned;
+// null, the default: the system clock). Tests set theirs.
 int64_t currentTime() noexcept;
-using TimeSource = int64_t (*)();
-void setTimeSource(TimeSource source) noexcept;
+void setUnitClock(Clock* clock) noexcept;
 
 }  // namespace vt

@@ -8,6 +8,7 @@
 
 #include "actions/write_file/write_file_config.h"
 #include "base/config_settings.h"
+#include "common/engine_test_helper.h"
 #include "common/registry_fixture.h"
 #include "engine/action_list.h"
 #include "model/info_unit_types.h"
@@ -29,15 +30,12 @@ inline std::u16string u16(const std::filesystem::path& path) {
 // meanwhile carry it as their generated and reported time.
 class ScopedFakeTime {
   public:
-    explicit ScopedFakeTime(int64_t now) {
-        set(now);
-        setTimeSource([] { return s_now.load(); });
-    }
-    ~ScopedFakeTime() { setTimeSource(nullptr); }
-    void set(int64_t now) { s_now = now; }
+    explicit ScopedFakeTime(int64_t now) : m_clock(now) { setUnitClock(&m_clock); }
+    ~ScopedFakeTime() { setUnitClock(nullptr); }
+    void set(int64_t now) { m_clock.set(now); }
 
   private:
-    static inline std::atomic<int64_t> s_now{0};
+    FakeClock m_clock;
 };
 
 // Builds the entry of an action of the agent's own type `typeId` from `key` the way a rule does.

@@ -10,6 +10,7 @@
 #include <thread>
 
 #include "base/error_report.h"
+#include "common/engine_test_helper.h"
 #include "common/registry_fixture.h"
 #include "model/concat.h"
 #include "model/info_unit_types.h"
@@ -20,18 +21,11 @@ namespace {
 
 using LogCapture = vt::test::DebugCapture;
 
-int64_t fixedClock() {
-    return 1704114309;  // 2024-01-01 13:05:09
-}
-
 class InfoUnitTest : public ::testing::Test {
   protected:
-    void SetUp() override {
-        vt::setTimeSource(&fixedClock);
-    }
-    void TearDown() override {
-        vt::setTimeSource(nullptr);
-    }
+    void SetUp() override { vt::setUnitClock(&clock); }
+    void TearDown() override { vt::setUnitClock(nullptr); }
+    vt::test::FakeClock clock{1704114309};  // 2024-01-01 13:05:09
 };
 
 // A fresh unit carries the base properties in this order, the layout of its XML form.
