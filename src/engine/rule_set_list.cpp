@@ -29,14 +29,16 @@ bool readPresent(CRegAccess& reg, std::u16string_view name, CQuilletString& valu
 }
 
 // Claims the firing for this second. Two workers that both find the wait over must not both
-// fire, so the time is swapped in, and only the worker whose swap lands fires. The value is left
-// alone when it already holds this second: every worker passes here for every unit, and a store
-// per unit would move the cache line from core to core.
+// fire, so the time is swapped in, and only the worker whose swap lands fires. A negative wait
+// is no wait at all: a worker whose clock reading is a second older than another's stored
+// firing still fires. The value is left alone when it already holds this second (or a later
+// one): every worker passes here for every unit, and a store per unit would move the cache
+// line from core to core.
 bool claimFiring(std::atomic<int64_t>& lastFiring, int64_t now, int64_t wait) {
     int64_t last = lastFiring.load(std::memory_order_relaxed);
     do {
-        if (now <= last + wait) return false;
-        if (last == now) return true;
+        if (wait >= 0 && now <= last + wait) return false;
+        if (last >= now) return true;
     } while (!lastFiring.compare_exchange_weak(last, now, std::memory_order_relaxed));
     return true;
 }

@@ -56,6 +56,8 @@ TEST_F(RuleFiringTest, OccurrencesWindowAndWait) {
     // clang-format off
     const FiringCase cases[] = {
         {"defaults fire every time", -1, -1, -1, {{0, true}, {0, true}}},
+        // A worker's reading may be a second older than another's firing; no wait means none.
+        {"no wait fires on an older reading", -1, -1, -1, {{1, true}, {-1, true}}},
         {"three in sixty seconds, the fourth as well", 3, 60, -1, {{0, false}, {20, false}, {20, true}, {1, true}}},
         // Within the wait, and exactly at last firing + wait, is too early; the occurrences
         // during the wait counted.
