@@ -8,9 +8,9 @@
 #include <string>
 #include <thread>
 
-#include "net/tcp_framer.h"
-#include "net/tcp_server.h"
-#include "net/udp_server.h"
+#include "base/net/tcp_framer.h"
+#include "base/net/tcp_server.h"
+#include "base/net/udp_server.h"
 #include "platform/utf_codec.h"
 #include "sources/syslog/syslog_splitter.h"
 

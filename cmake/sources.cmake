@@ -1,5 +1,7 @@
 # One static library per layer, and one per input and per action folder, each linking only the
-# layers below it: platform < base < net < model < engine < sources, actions < service.
+# layers below it: platform < base < model < engine < sources, actions < service. The socket
+# wrappers (base/net/) sit in the base layer but are a library of their own, for the inputs and
+# actions that use them.
 # scripts/check_layers.sh checks the includes against the same order. Sources are gathered by
 # folder, so adding a file needs no edit here.
 
@@ -24,7 +26,7 @@ if(WIN32)
   target_compile_definitions(vt_platform PUBLIC WIN32_LEAN_AND_MEAN NOMINMAX _WIN32_WINNT=0x0601)
 endif()
 vt_library(vt_base GLOBS ${S}/base/*.cpp DEPENDS vt_platform)
-vt_library(vt_net GLOBS ${S}/net/*.cpp DEPENDS vt_base)
+vt_library(vt_net GLOBS ${S}/base/net/*.cpp DEPENDS vt_base)
 vt_library(vt_model GLOBS ${S}/model/*.cpp DEPENDS vt_base)
 vt_library(vt_engine GLOBS ${S}/engine/*.cpp DEPENDS vt_model)
 vt_library(vt_sources GLOBS ${S}/sources/*.cpp DEPENDS vt_engine)

@@ -1,6 +1,7 @@
 #!/usr/bin/env bash
 # Fails when a file includes a header of a layer above its own, or of a sibling input or action.
-# The order, lowest first: platform < base < net < model < engine < sources, actions < service.
+# The order, lowest first: platform < base < model < engine < sources, actions < service; the
+# socket wrappers are part of base (base/net/).
 # An input folder (sources/<name>/) may use the inputs' common files (sources/*.h) and its own
 # folder; an action folder (actions/<name>/) only its own. The registry tool sits on base.
 set -uo pipefail
@@ -8,7 +9,7 @@ cd "$(dirname "$0")/.."
 
 level() {
     case $1 in
-        platform) echo 0 ;; base) echo 1 ;; net) echo 2 ;; model) echo 3 ;; engine) echo 4 ;;
+        platform) echo 0 ;; base) echo 1 ;; model) echo 3 ;; engine) echo 4 ;;
         sources | actions) echo 5 ;; service) echo 6 ;; vtreg) echo 2 ;; *) echo 99 ;;
     esac
 }

@@ -66,7 +66,7 @@ tsan() {
   CC=clang CXX=clang++ configure_build "$BUILD/tsan" -DVT_TSAN=ON -DVT_BENCH=OFF \
       -DCMAKE_BUILD_TYPE=Debug || return 1
   local rc=0 t
-  for t in base_tests engine_tests sources_tests actions_tests net_tests service_tests; do
+  for t in base_tests engine_tests sources_tests actions_tests service_tests; do
     [ -x "$BUILD/tsan/tests/$t" ] || { echo "--- $t: not built"; rc=1; continue; }
     TSAN_OPTIONS="halt_on_error=1 second_deadlock_stack=1" "$BUILD/tsan/tests/$t" || rc=1
   done

@@ -8,12 +8,12 @@
 
 #include "actions/write_file/write_file_config.h"
 #include "base/config_settings.h"
+#include "base/net/win_sock.h"
 #include "common/engine_test_helper.h"
 #include "common/registry_fixture.h"
 #include "engine/action_list.h"
 #include "model/info_unit_types.h"
 #include "model/unit_time.h"
-#include "net/win_sock.h"
 #include "platform/utf_codec.h"
 
 namespace vt::test {

@@ -8,8 +8,8 @@
 #include "actions/send_syslog/action_send_syslog.h"
 #include "actions/send_syslog/syslog_message.h"
 #include "base/error_report.h"
+#include "base/net/ip.h"
 #include "engine/timer_queue.h"
-#include "net/ip.h"
 
 namespace {
 

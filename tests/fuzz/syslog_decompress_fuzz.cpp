@@ -5,8 +5,8 @@
 #include <string>
 #include <string_view>
 
-#include "net/syslog_inflate.h"
-#include "net/tcp_framer.h"
+#include "base/net/syslog_inflate.h"
+#include "base/net/tcp_framer.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     const std::string_view input(reinterpret_cast<const char*>(data), size);

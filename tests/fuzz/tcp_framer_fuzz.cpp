@@ -7,7 +7,7 @@
 #include <string>
 #include <vector>
 
-#include "net/tcp_framer.h"
+#include "base/net/tcp_framer.h"
 
 namespace {
 struct Collect : vt::ITcpMessageSink {

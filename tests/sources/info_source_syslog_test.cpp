@@ -6,11 +6,11 @@
 #include <thread>
 
 #include "base/config_settings.h"
+#include "base/net/win_sock.h"
 #include "base/reg_access.h"
 #include "common/registry_fixture.h"
 #include "engine/que_man_list.h"
 #include "model/info_unit_types.h"
-#include "net/win_sock.h"
 #include "platform/socket_api.h"
 #include "platform/utf_codec.h"
 #include "service/info_source_types.h"

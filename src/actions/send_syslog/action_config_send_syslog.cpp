@@ -1,7 +1,7 @@
 #include "actions/send_syslog/action_config_send_syslog.h"
 
 #include "base/debug_log.h"
-#include "net/ip.h"
+#include "base/net/ip.h"
 
 namespace {
 void replaceAll(std::u16string& text, std::u16string_view from, std::u16string_view to) {

@@ -4,8 +4,8 @@
 #include <string_view>
 
 #include "actions/send_syslog/syslog_message.h"
+#include "base/net/ip_client.h"
 #include "base/quillet_string.h"
-#include "net/ip_client.h"
 
 // The connection of a forward-syslog action to its server, and the sending of one message:
 // encoding, compression, framing and the transport. Used under the action's lock only.

@@ -5,9 +5,9 @@
 #include "base/debug_log.h"
 #include "base/error_report.h"
 #include "base/error_reporter.h"
+#include "base/net/dns_cache_list.h"
 #include "base/reg_access.h"
 #include "model/info_unit_types.h"
-#include "net/dns_cache_list.h"
 #include "platform/utf_codec.h"
 #include "sources/syslog/syslog_splitter.h"
 

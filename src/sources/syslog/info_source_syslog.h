@@ -3,7 +3,7 @@
 #include <string>
 #include <string_view>
 
-#include "net/tcp_server.h"
+#include "base/net/tcp_server.h"
 #include "sources/info_source.h"
 #include "sources/syslog/syslog_server.h"
 

@@ -2,7 +2,7 @@
 #include <cstdint>
 #include <string_view>
 
-#include "net/udp_server.h"
+#include "base/net/udp_server.h"
 #include "sources/syslog/syslog_splitter.h"
 
 namespace vt {

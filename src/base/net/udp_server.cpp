@@ -1,8 +1,8 @@
-#include "net/udp_server.h"
+#include "base/net/udp_server.h"
 
 #include "base/debug_log.h"
-#include "net/syslog_inflate.h"
-#include "net/tcp_framer.h"
+#include "base/net/syslog_inflate.h"
+#include "base/net/tcp_framer.h"
 
 CUDPServer::CUDPServer() : m_buffer(kBufferSize) {}
 

@@ -1,4 +1,4 @@
-#include "net/syslog_inflate.h"
+#include "base/net/syslog_inflate.h"
 
 #include <gtest/gtest.h>
 #include <zlib.h>

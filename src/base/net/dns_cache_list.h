@@ -9,7 +9,7 @@
 #include <unordered_map>
 
 #include "base/clock.h"
-#include "net/win_sock.h"
+#include "base/net/win_sock.h"
 
 // The host name cache that all sources share: maps an address to the name a reverse look-up
 // gives for it. A failed look-up is cached as the address text, so a sender without a name

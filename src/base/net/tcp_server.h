@@ -7,8 +7,8 @@
 #include <string_view>
 #include <vector>
 
-#include "net/ip.h"
-#include "net/tcp_framer.h"
+#include "base/net/ip.h"
+#include "base/net/tcp_framer.h"
 #include "platform/socket_api.h"
 
 // When a silent connection is given up. Each "nTimeOutMsg" of silence counts as one receive

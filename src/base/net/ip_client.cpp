@@ -1,4 +1,4 @@
-#include "net/ip_client.h"
+#include "base/net/ip_client.h"
 
 #include <cstring>
 

@@ -6,8 +6,8 @@
 #include <thread>
 #include <vector>
 
-#include "net/tcp_server.h"
-#include "net/win_sock.h"
+#include "base/net/tcp_server.h"
+#include "base/net/win_sock.h"
 
 namespace vt::test {
 

@@ -5,7 +5,7 @@
 #include <string_view>
 #include <vector>
 
-#include "net/win_sock.h"
+#include "base/net/win_sock.h"
 
 // The client side of the socket wrappers: resolves a server through the system resolver
 // (names, IPv4 and IPv6 addresses alike), and keeps one socket to it: a datagram socket that

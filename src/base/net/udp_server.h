@@ -5,7 +5,7 @@
 #include <string_view>
 #include <vector>
 
-#include "net/ip.h"
+#include "base/net/ip.h"
 #include "platform/socket_api.h"
 
 // Receives syslog datagrams: one datagram is one message. Decompresses datagrams marked "z"

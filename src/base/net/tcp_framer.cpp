@@ -1,4 +1,4 @@
-#include "net/tcp_framer.h"
+#include "base/net/tcp_framer.h"
 
 #include <algorithm>
 #include <cstring>

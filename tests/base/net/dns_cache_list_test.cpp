@@ -1,4 +1,4 @@
-#include "net/dns_cache_list.h"
+#include "base/net/dns_cache_list.h"
 
 #include <gtest/gtest.h>
 

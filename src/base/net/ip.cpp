@@ -1,4 +1,4 @@
-#include "net/ip.h"
+#include "base/net/ip.h"
 
 #include <memory>
 

@@ -1,4 +1,4 @@
-#include "net/win_sock.h"
+#include "base/net/win_sock.h"
 
 #include <cstring>
 #include <string>

@@ -1,4 +1,4 @@
-#include "net/tcp_server.h"
+#include "base/net/tcp_server.h"
 
 #include <algorithm>
 #include <exception>

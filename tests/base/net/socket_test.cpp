@@ -9,9 +9,9 @@
 
 #include "base/debug_log.h"
 #include "base/error_report.h"
+#include "base/net/socket_test_helper.h"
+#include "base/net/udp_server.h"
 #include "common/registry_fixture.h"
-#include "net/socket_test_helper.h"
-#include "net/udp_server.h"
 #include "sources/syslog/syslog_server.h"
 
 namespace {

@@ -2,7 +2,7 @@
 #include <cstdint>
 #include <string_view>
 
-#include "net/win_sock.h"
+#include "base/net/win_sock.h"
 
 // Base of the listening servers: owns the bound socket and knows its address.
 class CIP {
