@@ -14,10 +14,8 @@
 #include "engine/memory_reserve.h"
 #include "engine/que_man_list.h"
 #include "engine/rule_set_list.h"
-#include "model/name_value_tree.h"
 #include "service/info_source_types.h"
 #include "service/nt_service.h"
-#include "sources/cache_lists.h"
 #include "sources/info_source.h"
 
 namespace {
@@ -34,12 +32,9 @@ std::string numbered(const char* prefix, uint32_t n) {
 }  // namespace
 
 // What the sources borrow: owned together by the manager and every source thread. The queue is
-// declared last so that it goes first, its workers ending before the caches they may use.
+// declared last so that it goes first, its workers ending before the cache they may use.
 struct CServiceManager::Resources {
-    CThreadSafeNameValueTree sharedValues;
     CDNSCacheList dnsCache;
-    CLibCacheList libCache;
-    CGuidCacheList guidCache;
     CQueManList queue;
 
     explicit Resources(const CConfigSettings& settings)

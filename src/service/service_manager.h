@@ -13,14 +13,11 @@
 
 class CConfigSettings;
 class CDNSCacheList;
-class CGuidCacheList;
 class CInfoSource;
-class CLibCacheList;
 class CNTService;
 class CQueManList;
 class CRegAccess;
 class CRuleSetList;
-class CThreadSafeNameValueTree;
 
 namespace vt {
 
@@ -54,12 +51,12 @@ struct ServiceHostLink {
 
 // Turns the configured services into running inputs, one thread each, and stops them again.
 // Also creates the engine's process-wide objects at start: the reserve block, the queue with
-// its workers, the shared value tree and the caches.
+// its workers, and the host name cache.
 //
 // Threads: StartupServices and ShutdownServices run on the service thread; each source runs
 // RunInfoSource on its own thread. Shutdown signals the sources through their run flags and
 // wake(), then joins each thread for a bounded time; a thread that does not end is detached.
-// Every source thread shares the ownership of its source and of the queue and caches, so a
+// Every source thread shares the ownership of its source and of the queue and the cache, so a
 // detached thread keeps what it uses alive and frees it when it ends; the queue refuses its
 // units after the shutdown.
 class CServiceManager {
