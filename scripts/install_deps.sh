@@ -9,6 +9,14 @@ PACKAGES=(
   g++-mingw-w64-x86-64-posix mingw-w64-tools binutils-mingw-w64-x86-64 libz-mingw-w64-dev
   wine wine64
   python3 bsdutils rsyslog
+  # event log monitor: backup files and journal files made by the tests
+  libevt-dev libevt-utils systemd-journal-remote
+  # SNMP trap receiver and its real senders
+  libsnmp-dev snmp
+  # database output and the databases it is tested against
+  unixodbc unixodbc-dev libsqliteodbc odbc-postgresql postgresql
+  # send mail, network probes: the real servers the tests start on loopback
+  libssl-dev openssl python3-aiosmtpd nginx vsftpd dovecot-imapd dovecot-pop3d
 )
 missing=()
 for p in "${PACKAGES[@]}"; do
@@ -18,5 +26,12 @@ if ((${#missing[@]})); then
   echo "install_deps: installing ${missing[*]}"
   export DEBIAN_FRONTEND=noninteractive
   apt-get update -q
+  # The servers above are only ever started by the tests, in temporary directories: keep the
+  # package scripts from starting them as system services on port 80, 21, 143 ...
+  own_policy=0
+  if [[ ! -e /usr/sbin/policy-rc.d ]]; then
+    printf '#!/bin/sh\nexit 101\n' >/usr/sbin/policy-rc.d && chmod +x /usr/sbin/policy-rc.d && own_policy=1
+  fi
   apt-get install -y -q --no-install-recommends "${missing[@]}"
+  if ((own_policy)); then rm -f /usr/sbin/policy-rc.d; fi
 fi
