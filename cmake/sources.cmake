@@ -45,6 +45,9 @@ foreach(kind sources actions)
         vt_library(vt_action_${leaf} GLOBS ${folder}/*.cpp DEPENDS vt_engine vt_net)
         list(APPEND VT_PLUGINS vt_action_${leaf})
       endif()
+      # A folder that needs a library of its own (Net-SNMP, ODBC, libevt ...) links it in
+      # cmake/folders/<kind>_<leaf>.cmake.
+      include(${CMAKE_SOURCE_DIR}/cmake/folders/${kind}_${leaf}.cmake OPTIONAL)
     endif()
   endforeach()
 endforeach()
