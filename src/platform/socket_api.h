@@ -55,6 +55,7 @@ enum SocketError : uint32_t {
     SOCKERR_TIMEDOUT = 10060,
     SOCKERR_CONNREFUSED = 10061,
     SOCKERR_HOSTUNREACH = 10065,
+    SOCKERR_HOST_NOT_FOUND = 11001,  // the name does not resolve
 };
 
 // Starts the socket library once per process (WSAStartup; nothing on POSIX). Thread-safe.

@@ -38,6 +38,11 @@ class CTlsClient {
     const std::string& errorText() const noexcept { return m_errorText; }
 
   private:
+    void setPeerName(const TlsClientOptions& options);
+    bool failHandshake(const TlsClientOptions& options);
+    int result(int returned) noexcept;  // 0 or -1 with m_error set
+    bool fail(uint32_t error, std::string text);
+
     struct Impl;
     std::unique_ptr<Impl> m_impl;
     uint32_t m_error = 0;
