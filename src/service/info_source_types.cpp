@@ -3,7 +3,10 @@
 #include <map>
 #include <mutex>
 
+#include "sources/cpu_monitor/cpu_monitor.h"
+#include "sources/disk_space/disk_space_monitor.h"
 #include "sources/file_monitor/file_monitor.h"
+#include "sources/heartbeat/heartbeat.h"
 #include "sources/syslog/info_source_syslog.h"
 
 namespace vt {
@@ -14,17 +17,17 @@ namespace {
 // build does not have yet.
 const InfoSourceType kInfoSourceTypes[] = {
     {1, "CInfoSourceSyslog", makeInfoSource<CInfoSourceSyslog>},
-    {2, "CInfoSourceHeartbeat", nullptr},
+    {2, "CInfoSourceHeartbeat", makeInfoSource<CInfoSourceHeartbeat>},
     {3, "CInfoSourceNTEventReport", nullptr},
     {4, "CInfoSourceSNMPTrap", nullptr},
     {5, "CInfoSourceFileMonitor", makeInfoSource<CInfoSourceFileMonitor>},
     {8, "CInfoSourcePingProbe", nullptr},
     {9, "CInfoSourcePortProbe", nullptr},
     {10, "CInfoSourceNTServiceMonitor", nullptr},
-    {11, "CInfoSourceDiskSpaceMonitor", nullptr},
+    {11, "CInfoSourceDiskSpaceMonitor", makeInfoSource<CInfoSourceDiskSpaceMonitor>},
     {12, "CInfoSourceDBMonitor", nullptr},
     {13, "CInfoSourceSerialMonitor", nullptr},
-    {14, "CInfoSourceCPUMonitor", nullptr},
+    {14, "CInfoSourceCPUMonitor", makeInfoSource<CInfoSourceCPUMonitor>},
     {16, "CInfoSourceAliveMonRequest", nullptr},
     {17, "CInfoSourceSMTPProbe", nullptr},
     {18, "CInfoSourceFTPProbe", nullptr},

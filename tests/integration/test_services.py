@@ -1,14 +1,14 @@
 """vtagent with configured services: the service manager starts what it can, reports what it
-cannot, and stops cleanly. No input type is part of the build yet, so the configurations hold
-types that are reported as not available, unknown ids and disabled services."""
+cannot, and stops cleanly. The configuration holds types that are reported as not available, an
+unknown id and a disabled service."""
 import unittest
 
 from test_service_host import AgentTestCase, ROOT, services
 
 CONFIG = [(ROOT + "\\RuleSets",
            {"nRuleSetsVersion": 1, "nRuleSetCount": 1, "szRSName1": "Default"})]
-CONFIG += services((2, "Heartbeat", {"szRuleSetName": "Default"}), (6, "Nothing", None),
-                   (4, "Files", {"szRuleSetName": "Default", "bServiceEnabled": 0}))
+CONFIG += services((23, "Events", {"szRuleSetName": "Default"}), (6, "Nothing", None),
+                   (1999999, "Agents", {"szRuleSetName": "Default", "bServiceEnabled": 0}))
 
 
 class ConfiguredServices(AgentTestCase):
@@ -23,10 +23,10 @@ class ConfiguredServices(AgentTestCase):
         self.assertEqual(p.returncode, 0)
         self.assertIn("QuilletVantoreAgent: Service Running\n", out)
         events = [text for _, text in self.event_texts(4)]
-        self.assertIn("[114] Service type 2 (CInfoSourceHeartbeat) is not available in this build"
-                      " - ignored!", events)
+        self.assertIn("[114] Service type 23 (CInfoSourceWevtMonitor) is not available in this "
+                      "build - ignored!", events)
         self.assertIn("[114] Unknown Service ID 6 found - ignored!", events)
-        self.assertIn("[114] Service type 4 (CInfoSourceSNMPTrap) is not available in this "
+        self.assertIn("[114] Service type 1999999 (CInfoSourceVTRP) is not available in this "
                       "build - ignored!", events)
         self.assertIn("[114] No InfoSource service could successfully be started - the service "
                       "will now be stopped!", events)

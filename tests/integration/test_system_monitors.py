@@ -1,0 +1,60 @@
+"""vtagent's system monitors started from the registry: heartbeat and disk space units reach
+their files through rules that select them with the unit type and the free space filters."""
+import glob
+import os
+import unittest
+
+from test_service_host import AgentTestCase, ROOT, file_lines, services
+
+RULES = ROOT + "\\RuleSets"
+
+
+def filtered_rule(n, out, base, *conditions):
+    """Rule n of rule set 1: units matching all `conditions` go to out/base.log."""
+    rule = RULES + "\\RS1\\R%d" % n
+    return [(rule, {"nActionCount": 1, "nActionType1": 1003, "szActionName1": base}),
+            (rule + "\\A1", {"szFilePath": out, "szFileBaseName": base, "nUniqueFileName": 0,
+                             "nFileFormat": 3, "szLineFormat": "%iut% %msg%%$CRLF%"}),
+            (rule + "\\Filters", {"nFilterCount": len(conditions)})] + [
+            (rule + "\\Filters\\F%d" % f, dict(nOperationType=4, **c))
+            for f, c in enumerate(conditions, 1)]
+
+
+class SystemMonitors(AgentTestCase):
+    def test_heartbeat_and_disk_space_units_through_filters(self):
+        out = os.path.join(self.dir, "out")
+        is_heartbeat = {"PropertyType": 5, "PropertyName": "IsHeartbeat", "PropertyValue": "1"}
+        is_disk = dict(is_heartbeat, PropertyName="IsDiskSpaceMonitor")
+        # Free space below 101 % of the size: always true, so the disk alerts at once. (Other
+        # units have no free space: undetermined, which the rule counts as a match.)
+        free_below = {"PropertyType": 6, "PropertyValueType": 5, "CompareOperation": 3,
+                      "PropertyValue": "101"}
+        common = {"nConfigVersion": 1, "szRuleSetName": "Default"}
+        self.import_config(
+            [(RULES, {"nRuleSetsVersion": 1, "nRuleSetCount": 1, "szRSName1": "Default"}),
+             (RULES + "\\RS1", {"nRuleCount": 2})] +
+            filtered_rule(1, out, "heartbeat", is_heartbeat) +
+            filtered_rule(2, out, "disk", is_disk, free_below) +
+            services((2, "beat", dict(common, nSleepTime=1000, szHeartbeatMessage="alive")),
+                     (11, "disk", dict(common, nSleepTime=200, nThreshold=101,
+                                       szDiskPaths=self.dir + ";/no/such/mount")),
+                     (14, "cpu", dict(common, nSleepTime=200, nThreshold=101))))
+        agent = self.spawn("-r")
+        beats = lambda: file_lines(os.path.join(out, "heartbeat.log"))
+        self.wait_for(lambda: len(beats()) >= 2, "two heartbeats", 30, agent)
+        self.stop(agent)
+        self.assertEqual(set(beats()), {b"2 alive"})
+        disk = file_lines(os.path.join(out, "disk.log"))
+        # One alert per crossing, not one per poll (the repeat interval is an hour).
+        self.assertEqual(len(disk), 1, disk)
+        self.assertRegex(disk[0].decode(), r"^11 Disk space low on '%s': \d+ MB free of \d+ MB "
+                         r"\(\d+%%\), threshold 101%%$" % self.dir)
+        self.assertEqual(sorted(os.listdir(out)), ["disk.log", "heartbeat.log"])
+        log = self.log_text()
+        self.assertEqual(log.count("cannot read '/no/such/mount' - error 2"), 1)
+        self.assertRegex(log, r"Service \(Number 3, Name 'cpu'\) \w+ running")
+        self.assertNotIn("cannot read the processor counters", log)
+
+
+if __name__ == "__main__":
+    unittest.main()
