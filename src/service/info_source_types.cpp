@@ -3,6 +3,8 @@
 #include <map>
 #include <mutex>
 
+#include "sources/alive_monitor/alive_echo.h"
+#include "sources/alive_monitor/alive_request.h"
 #include "sources/cpu_monitor/cpu_monitor.h"
 #include "sources/disk_space/disk_space_monitor.h"
 #include "sources/file_monitor/file_monitor.h"
@@ -28,7 +30,7 @@ const InfoSourceType kInfoSourceTypes[] = {
     {12, "CInfoSourceDBMonitor", nullptr},
     {13, "CInfoSourceSerialMonitor", nullptr},
     {14, "CInfoSourceCPUMonitor", makeInfoSource<CInfoSourceCPUMonitor>},
-    {16, "CInfoSourceAliveMonRequest", nullptr},
+    {16, "CInfoSourceAliveMonRequest", makeInfoSource<CInfoSourceAliveMonRequest>},
     {17, "CInfoSourceSMTPProbe", nullptr},
     {18, "CInfoSourceFTPProbe", nullptr},
     {19, "CInfoSourceHTTPProbe", nullptr},
@@ -36,7 +38,7 @@ const InfoSourceType kInfoSourceTypes[] = {
     {21, "CInfoSourceIMAPProbe", nullptr},
     {22, "CInfoSourceNNTPProbe", nullptr},
     {23, "CInfoSourceWevtMonitor", nullptr},
-    {1999998, "CInfoSourceAliveMonEcho", nullptr},
+    {1999998, "CInfoSourceAliveMonEcho", makeInfoSource<CInfoSourceAliveMonEcho>},
     {1999999, "CInfoSourceVTRP", nullptr},
 };
 

@@ -1,10 +1,11 @@
 """vtagent's system monitors started from the registry: heartbeat and disk space units reach
 their files through rules that select them with the unit type and the free space filters."""
-import glob
 import os
+import time
 import unittest
 
-from test_service_host import AgentTestCase, ROOT, file_lines, services
+from test_service_host import AgentTestCase, ROOT, file_lines, services, write_file_rules
+from test_syslog import free_port
 
 RULES = ROOT + "\\RuleSets"
 
@@ -54,6 +55,53 @@ class SystemMonitors(AgentTestCase):
         self.assertEqual(log.count("cannot read '/no/such/mount' - error 2"), 1)
         self.assertRegex(log, r"Service \(Number 3, Name 'cpu'\) \w+ running")
         self.assertNotIn("cannot read the processor counters", log)
+
+
+class AliveMonitor(AgentTestCase):
+    def spawn_echo_agent(self, port):
+        """A second agent, with a hive and a debug log of its own, running only the echo
+        responder; returns once it listens."""
+        own = dict(self.env, VTAGENT_REGISTRY=os.path.join(self.dir, "echo.db"))
+        mine, self.env = self.env, own
+        log = os.path.join(self.dir, "echo-debug.txt")
+        self.import_config(write_file_rules(os.path.join(self.dir, "echo-out")) +
+                           services((1999998, "echo", {"nConfigVersion": 1,
+                                                       "szRuleSetName": "Default",
+                                                       "szMyIPAddress": "127.0.0.1",
+                                                       "nListenPort": port})),
+                           szDebugFileName=log)
+        agent = self.spawn("-r")
+        self.env = mine
+        running = lambda: os.path.exists(log) and "listening on UDP" in open(log, errors="replace").read()
+        self.wait_for(running, "the echo responder", 30, agent)
+        return agent
+
+    def test_silent_peer_alerts_once_and_recovery_is_reported(self):
+        out = os.path.join(self.dir, "out")
+        port = free_port()
+        request = {"nConfigVersion": 1, "szRuleSetName": "Default", "szTargetHost": "127.0.0.1",
+                   "nTargetPort": port, "nSleepTime": 200, "nTimeOutLimit": 300,
+                   "nNbrOfRetries": 0}
+        echo = self.spawn_echo_agent(port)
+        self.import_config(write_file_rules(out, line_format="%iut% %msg%%$CRLF%") +
+                           services((16, "alive", request)))
+        agent = self.spawn("-r")
+        lines = lambda: file_lines(os.path.join(out, "out.log"))
+        self.wait_for(lambda: "'alive'" in self.log_text(), "the request side", 30, agent)
+        time.sleep(1)  # some rounds: those that find the peer alive produce nothing
+        self.assertEqual(lines(), [])
+        self.stop(echo)
+        self.wait_for(lambda: len(lines()) >= 1, "the alert", 30, agent)
+        echo = self.spawn_echo_agent(port)
+        self.wait_for(lambda: len(lines()) >= 2, "the recovery", 30, agent)
+        self.stop(agent)
+        self.stop(echo)
+        got = [l.decode() for l in lines()]
+        self.assertEqual(got[0], "16 Alive monitor: no echo from 127.0.0.1 port %d after 1 "
+                         "request(s) - error 10060" % port)
+        self.assertRegex(got[1], r"^16 Alive monitor: 127.0.0.1 port %d answers again "
+                         r"\(\d+ ms\)$" % port)
+        self.assertEqual(len(got), 2, got)
 
 
 if __name__ == "__main__":

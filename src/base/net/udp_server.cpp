@@ -68,3 +68,10 @@ CUDPServer::Result CUDPServer::finishDatagram(size_t length, std::string& messag
     vt::appendSyslogEscaped(text, m_escapeControl, message);
     return Result::Message;
 }
+
+bool CUDPServer::sendTo(std::string_view bytes, const CIPAddress& to) noexcept {
+    const int n = m_socket.sendTo(bytes.data(), static_cast<int>(bytes.size()), to);
+    if (n == static_cast<int>(bytes.size())) return true;
+    m_lastError = n < 0 ? m_socket.lastError() : uint32_t(vt::net::SOCKERR_MSGSIZE);
+    return false;
+}

@@ -35,6 +35,8 @@ class CUDPServer : public CIP {
 
     // Waits for the next datagram up to timeoutMs (-1: until one comes or stop()).
     Result receiveMessage(std::string& message, CIPAddress& sender, int timeoutMs = -1);
+    // Answers a sender from the bound socket; false with lastError() on failure.
+    bool sendTo(std::string_view bytes, const CIPAddress& to) noexcept;
     // A stop() that comes before a wait (even before open()) still ends it at once.
     void stop() noexcept;
     // Only for an owner that deliberately receives again after a stop.
