@@ -9,6 +9,7 @@
 #include "sources/disk_space/disk_space_monitor.h"
 #include "sources/file_monitor/file_monitor.h"
 #include "sources/heartbeat/heartbeat.h"
+#include "sources/serial_monitor/serial_monitor.h"
 #include "sources/syslog/info_source_syslog.h"
 
 namespace vt {
@@ -28,7 +29,7 @@ const InfoSourceType kInfoSourceTypes[] = {
     {10, "CInfoSourceNTServiceMonitor", nullptr},
     {11, "CInfoSourceDiskSpaceMonitor", makeInfoSource<CInfoSourceDiskSpaceMonitor>},
     {12, "CInfoSourceDBMonitor", nullptr},
-    {13, "CInfoSourceSerialMonitor", nullptr},
+    {13, "CInfoSourceSerialMonitor", makeInfoSource<CInfoSourceSerialMonitor>},
     {14, "CInfoSourceCPUMonitor", makeInfoSource<CInfoSourceCPUMonitor>},
     {16, "CInfoSourceAliveMonRequest", makeInfoSource<CInfoSourceAliveMonRequest>},
     {17, "CInfoSourceSMTPProbe", nullptr},

@@ -104,5 +104,29 @@ class AliveMonitor(AgentTestCase):
         self.assertEqual(len(got), 2, got)
 
 
+class SerialMonitor(AgentTestCase):
+    def test_lines_from_a_pseudo_terminal(self):
+        """A pseudo-terminal stands in for the serial line: what the device side writes, in
+        pieces and with binary bytes, arrives as one unit per line."""
+        out = os.path.join(self.dir, "out")
+        device, port = os.openpty()
+        self.addCleanup(os.close, device)
+        self.addCleanup(os.close, port)
+        serial = {"nConfigVersion": 1, "szRuleSetName": "Default", "szPortName": os.ttyname(port),
+                  "nBps": 9600, "nSleepTime": 100}
+        self.import_config(write_file_rules(out, line_format="%iut% %msg%%$CRLF%") +
+                           services((13, "serial", serial)))
+        agent = self.spawn("-r")
+        self.wait_for(lambda: "reading '" in self.log_text(), "the port", 30, agent)
+        for piece in (b"UPS on batt", b"ery\r\n", b"\r\nline \xff\x01 two\n"):
+            os.write(device, piece)
+        lines = lambda: file_lines(os.path.join(out, "out.log"))
+        self.wait_for(lambda: len(lines()) >= 2, "two lines", 30, agent)
+        self.stop(agent)
+        self.assertEqual(lines()[0], b"13 UPS on battery")
+        self.assertTrue(lines()[1].startswith(b"13 line "), lines())
+        self.assertEqual(len(lines()), 2)
+
+
 if __name__ == "__main__":
     unittest.main()
