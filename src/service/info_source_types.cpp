@@ -10,6 +10,7 @@
 #include "sources/file_monitor/file_monitor.h"
 #include "sources/heartbeat/heartbeat.h"
 #include "sources/serial_monitor/serial_monitor.h"
+#include "sources/service_monitor/service_monitor.h"
 #include "sources/syslog/info_source_syslog.h"
 
 namespace vt {
@@ -26,7 +27,7 @@ const InfoSourceType kInfoSourceTypes[] = {
     {5, "CInfoSourceFileMonitor", makeInfoSource<CInfoSourceFileMonitor>},
     {8, "CInfoSourcePingProbe", nullptr},
     {9, "CInfoSourcePortProbe", nullptr},
-    {10, "CInfoSourceNTServiceMonitor", nullptr},
+    {10, "CInfoSourceNTServiceMonitor", makeInfoSource<CInfoSourceNTServiceMonitor>},
     {11, "CInfoSourceDiskSpaceMonitor", makeInfoSource<CInfoSourceDiskSpaceMonitor>},
     {12, "CInfoSourceDBMonitor", nullptr},
     {13, "CInfoSourceSerialMonitor", makeInfoSource<CInfoSourceSerialMonitor>},

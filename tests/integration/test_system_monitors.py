@@ -1,5 +1,7 @@
 """vtagent's system monitors started from the registry: heartbeat and disk space units reach
-their files through rules that select them with the unit type and the free space filters."""
+their files through rules that select them with the unit type and the free space filters; the
+alive monitor between two agents; the serial monitor on a pseudo-terminal; the service monitor
+without a system bus."""
 import os
 import time
 import unittest
@@ -39,7 +41,10 @@ class SystemMonitors(AgentTestCase):
             services((2, "beat", dict(common, nSleepTime=1000, szHeartbeatMessage="alive")),
                      (11, "disk", dict(common, nSleepTime=200, nThreshold=101,
                                        szDiskPaths=self.dir + ";/no/such/mount")),
-                     (14, "cpu", dict(common, nSleepTime=200, nThreshold=101))))
+                     (14, "cpu", dict(common, nSleepTime=200, nThreshold=101)),
+                     (10, "services", dict(common, nSleepTime=200, szServiceNames="ssh;cron"))))
+        # No system bus: the service monitor must say so once and raise no alert.
+        self.env["DBUS_SYSTEM_BUS_ADDRESS"] = "unix:path=" + os.path.join(self.dir, "no-bus")
         agent = self.spawn("-r")
         beats = lambda: file_lines(os.path.join(out, "heartbeat.log"))
         self.wait_for(lambda: len(beats()) >= 2, "two heartbeats", 30, agent)
@@ -55,6 +60,7 @@ class SystemMonitors(AgentTestCase):
         self.assertEqual(log.count("cannot read '/no/such/mount' - error 2"), 1)
         self.assertRegex(log, r"Service \(Number 3, Name 'cpu'\) \w+ running")
         self.assertNotIn("cannot read the processor counters", log)
+        self.assertEqual(log.count("cannot reach the system bus"), 1, log)
 
 
 class AliveMonitor(AgentTestCase):
