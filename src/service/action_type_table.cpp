@@ -1,7 +1,10 @@
 #include "service/action_type_table.h"
 
 #include "actions/call_rule_set/action_call_rule_set.h"
+#include "actions/compute_variable/action_compute_variable.h"
 #include "actions/send_syslog/action_send_syslog.h"
+#include "actions/set_property/action_set_property.h"
+#include "actions/set_status/action_set_status.h"
 #include "actions/write_file/write_file_action.h"
 #include "actions/write_file/write_file_config.h"
 #include "engine/action_config.h"
@@ -21,8 +24,14 @@ const ActionType kActionTypes[] = {
      &makeAction<CActionConfigSendSyslog, CActionSendSyslog>},
     {1003, "WriteFile", &makeActionConfig<CActionConfigWriteFile>,
      &makeAction<CActionConfigWriteFile, CActionRelaylogV3FlatFile>},
+    {1012, "SetProperty", &makeActionConfig<CActionConfigSetProperty>,
+     &makeAction<CActionConfigSetProperty, CActionSetProperty>},
+    {1013, "SetStatus", &makeActionConfig<CActionConfigSetStatus>,
+     &makeAction<CActionConfigSetStatus, CActionSetStatus>},
     {1014, "CallRuleSet", &makeActionConfig<CActionConfigCallRuleSet>,
      &makeAction<CActionConfigCallRuleSet, CActionCallRuleSet>},
+    {1023, "ComputeVar", &makeActionConfig<CActionConfigComputeVar>,
+     &makeAction<CActionConfigComputeVar, CActionComputeVar>},
 };
 
 }  // namespace
