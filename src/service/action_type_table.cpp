@@ -5,6 +5,7 @@
 #include "actions/send_syslog/action_send_syslog.h"
 #include "actions/set_property/action_set_property.h"
 #include "actions/set_status/action_set_status.h"
+#include "actions/spawn_command/action_spawn_command.h"
 #include "actions/write_file/write_file_action.h"
 #include "actions/write_file/write_file_config.h"
 #include "engine/action_config.h"
@@ -24,6 +25,8 @@ const ActionType kActionTypes[] = {
      &makeAction<CActionConfigSendSyslog, CActionSendSyslog>},
     {1003, "WriteFile", &makeActionConfig<CActionConfigWriteFile>,
      &makeAction<CActionConfigWriteFile, CActionRelaylogV3FlatFile>},
+    {1009, "SpawnCommand", &makeActionConfig<CActionConfigSpawnCommand>,
+     &makeAction<CActionConfigSpawnCommand, CActionSpawnCommand>},
     {1012, "SetProperty", &makeActionConfig<CActionConfigSetProperty>,
      &makeAction<CActionConfigSetProperty, CActionSetProperty>},
     {1013, "SetStatus", &makeActionConfig<CActionConfigSetStatus>,
