@@ -2,6 +2,7 @@
 
 #include <fcntl.h>
 #include <poll.h>
+#include <sys/ioctl.h>
 #include <termios.h>
 #include <unistd.h>
 
@@ -51,6 +52,7 @@ bool applySettings(int fd, const SerialSettings& s) {
     if (s.parity == 1 || s.parity == 3) t.c_cflag |= PARODD;
     if (s.parity >= 3) t.c_cflag |= CMSPAR;
     if (s.stopBits != 0) t.c_cflag |= CSTOPB;  // termios has no one and a half
+    if (s.rtsControl >= 2) t.c_cflag |= CRTSCTS;
     t.c_cc[VMIN] = 0;
     t.c_cc[VTIME] = 0;
     return tcsetattr(fd, TCSANOW, &t) == 0;
@@ -74,6 +76,10 @@ bool CSerialPort::open(const std::string& name, const SerialSettings& settings, 
         ::close(fd);
         return false;
     }
+    // The modem lines as configured; a pseudo-terminal has none, which is no reason to fail.
+    int dtr = TIOCM_DTR, rts = TIOCM_RTS;
+    ::ioctl(fd, settings.dtrControl ? TIOCMBIS : TIOCMBIC, &dtr);
+    if (settings.rtsControl < 2) ::ioctl(fd, settings.rtsControl ? TIOCMBIS : TIOCMBIC, &rts);
     m_handle = fd;
     return true;
 }
@@ -90,12 +96,13 @@ int CSerialPort::read(char* buffer, size_t length, uint32_t timeoutMs) noexcept 
     return -1;  // hang-up (the other end of a pseudo-terminal closed, a USB adapter pulled)
 }
 
-bool CSerialPort::write(std::string_view bytes) noexcept {
+bool CSerialPort::write(std::string_view bytes, uint32_t timeoutMs) noexcept {
+    if (!isOpen()) return false;
     while (!bytes.empty()) {
         const ssize_t n = ::write(static_cast<int>(m_handle), bytes.data(), bytes.size());
         if (n < 0 && errno == EAGAIN) {
             pollfd p{static_cast<int>(m_handle), POLLOUT, 0};
-            if (::poll(&p, 1, 5000) != 1) return false;
+            if (::poll(&p, 1, static_cast<int>(timeoutMs)) != 1) return false;
             continue;
         }
         if (n <= 0) return false;

@@ -44,6 +44,8 @@ bool CSerialPort::open(const std::string& name, const SerialSettings& settings, 
     dcb.StopBits = static_cast<BYTE>(settings.stopBits);
     dcb.fBinary = TRUE;
     dcb.fParity = settings.parity != 0;
+    dcb.fDtrControl = settings.dtrControl <= 2 ? settings.dtrControl : DTR_CONTROL_DISABLE;
+    dcb.fRtsControl = settings.rtsControl <= 3 ? settings.rtsControl : RTS_CONTROL_DISABLE;
     if (!SetCommState(h, &dcb)) {
         error = GetLastError();
         CloseHandle(h);
@@ -63,7 +65,10 @@ int CSerialPort::read(char* buffer, size_t length, uint32_t timeoutMs) noexcept 
     return static_cast<int>(got);
 }
 
-bool CSerialPort::write(std::string_view bytes) noexcept {
+bool CSerialPort::write(std::string_view bytes, uint32_t timeoutMs) noexcept {
+    if (!isOpen()) return false;
+    COMMTIMEOUTS timeouts{MAXDWORD, MAXDWORD, 1, 0, timeoutMs};
+    SetCommTimeouts(handleOf(m_handle), &timeouts);
     DWORD written = 0;
     return WriteFile(handleOf(m_handle), bytes.data(), static_cast<DWORD>(bytes.size()), &written,
                      nullptr) &&
