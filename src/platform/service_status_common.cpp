@@ -12,6 +12,12 @@ const char* serviceStateText(ServiceState state) noexcept {
             return "stopping";
         case ServiceState::Stopped:
             return "stopped";
+        case ServiceState::Pausing:
+            return "pausing";
+        case ServiceState::Paused:
+            return "paused";
+        case ServiceState::Continuing:
+            return "continuing";
         case ServiceState::NotFound:
             return "not installed";
     }

@@ -2,6 +2,7 @@
 
 #include "actions/call_rule_set/action_call_rule_set.h"
 #include "actions/compute_variable/action_compute_variable.h"
+#include "actions/control_service/action_control_service.h"
 #include "actions/send_serial/action_send_serial.h"
 #include "actions/send_syslog/action_send_syslog.h"
 #include "actions/set_property/action_set_property.h"
@@ -36,6 +37,8 @@ const ActionType kActionTypes[] = {
      &makeAction<CActionConfigCallRuleSet, CActionCallRuleSet>},
     {1017, "SendSerial", &makeActionConfig<CActionConfigSendSerial>,
      &makeAction<CActionConfigSendSerial, CActionSendSerial>},
+    {1022, "ControlNTService", &makeActionConfig<CActionConfigControlNTService>,
+     &makeAction<CActionConfigControlNTService, CActionControlNTService>},
     {1023, "ComputeVar", &makeActionConfig<CActionConfigComputeVar>,
      &makeAction<CActionConfigComputeVar, CActionComputeVar>},
 };

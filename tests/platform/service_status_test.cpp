@@ -1,9 +1,10 @@
+#include "platform/service_status.h"
+
 #include <gtest/gtest.h>
 
 #include <string>
 
 #include "common/registry_fixture.h"
-#include "platform/service_status.h"
 
 namespace {
 
@@ -18,6 +19,11 @@ TEST(ServiceStatus, AsksTheServiceControlManager) {
     ASSERT_TRUE(vt::queryServiceState("RpcSs", state, error)) << error;
     EXPECT_NE(state, vt::ServiceState::NotFound);
     EXPECT_FALSE(vt::startSystemService("vtagent_no_such_service", error));
+    vt::ServiceControlResult result;
+    EXPECT_FALSE(
+        vt::controlSystemService("vtagent_no_such_service", vt::ServiceControl::Stop, result));
+    EXPECT_EQ(result.failed, vt::ServiceControlResult::Step::Service);
+    EXPECT_EQ(result.error, 1060u);  // ERROR_SERVICE_DOES_NOT_EXIST
 }
 #else
 // Without a system bus the answer is a clear failure naming the bus, never a state.
@@ -28,6 +34,9 @@ TEST(ServiceStatus, NoSystemBusIsAClearFailure) {
     EXPECT_FALSE(vt::queryServiceState("ssh", state, error));
     EXPECT_NE(error.find("cannot reach the system bus"), std::string::npos) << error;
     EXPECT_FALSE(vt::startSystemService("ssh", error));
+    vt::ServiceControlResult result;
+    EXPECT_FALSE(vt::controlSystemService("ssh", vt::ServiceControl::Pause, result));
+    EXPECT_EQ(result.failed, vt::ServiceControlResult::Step::Manager);
 }
 #endif
 

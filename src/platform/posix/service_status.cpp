@@ -98,14 +98,39 @@ bool queryServiceState(const std::string& name, ServiceState& state, std::string
 }
 
 bool startSystemService(const std::string& name, std::string& error) {
+    ServiceControlResult result;
+    if (controlSystemService(name, ServiceControl::Start, result)) return true;
+    error = result.text;
+    return false;
+}
+
+bool controlSystemService(const std::string& name, ServiceControl control,
+                          ServiceControlResult& result) {
     Bus bus;
-    if (!openBus(bus, error)) return false;
+    if (!openBus(bus, result.text)) {
+        result.failed = ServiceControlResult::Step::Manager;
+        result.error = ENOENT;
+        return false;
+    }
+    // Pause and continue are the freezing and thawing of the unit's processes.
+    const bool job = control == ServiceControl::Start || control == ServiceControl::Stop;
+    const char* method = control == ServiceControl::Start   ? "StartUnit"
+                         : control == ServiceControl::Stop  ? "StopUnit"
+                         : control == ServiceControl::Pause ? "FreezeUnit"
+                                                            : "ThawUnit";
     BusError e;
     sd_bus_message* reply = nullptr;
-    const int r = sd_bus_call_method(bus.get(), kDestination, kManagerPath, kManager, "StartUnit",
-                                     &e.e, &reply, "ss", unitName(name).c_str(), "replace");
+    const std::string unit = unitName(name);
+    const int r = job ? sd_bus_call_method(bus.get(), kDestination, kManagerPath, kManager, method,
+                                           &e.e, &reply, "ss", unit.c_str(), "replace")
+                      : sd_bus_call_method(bus.get(), kDestination, kManagerPath, kManager, method,
+                                           &e.e, &reply, "s", unit.c_str());
     if (r < 0) {
-        error = e.text(r);
+        const bool missing = sd_bus_error_has_name(&e.e, "org.freedesktop.systemd1.NoSuchUnit");
+        result.failed =
+            missing ? ServiceControlResult::Step::Service : ServiceControlResult::Step::Request;
+        result.error = static_cast<uint32_t>(-r);
+        result.text = e.text(r);
         return false;
     }
     sd_bus_message_unref(reply);

@@ -88,4 +88,35 @@ bool startSystemService(const std::string& name, std::string& error) {
     return true;
 }
 
+bool controlSystemService(const std::string& name, ServiceControl control,
+                          ServiceControlResult& result) {
+    ServiceHandle manager(OpenSCManagerW(nullptr, nullptr, SC_MANAGER_CONNECT));
+    if (!manager) {
+        result = {ServiceControlResult::Step::Manager, GetLastError(), "OpenSCManager failed"};
+        return false;
+    }
+    const std::u16string wide = utf8ToUtf16(name);
+    const DWORD access = control == ServiceControl::Start  ? SERVICE_START
+                         : control == ServiceControl::Stop ? SERVICE_STOP
+                                                           : SERVICE_PAUSE_CONTINUE;
+    ServiceHandle service(
+        OpenServiceW(manager.get(), reinterpret_cast<LPCWSTR>(wide.c_str()), access));
+    if (!service) {
+        result = {ServiceControlResult::Step::Service, GetLastError(), "OpenService failed"};
+        return false;
+    }
+    SERVICE_STATUS status{};
+    const BOOL ok = control == ServiceControl::Start ? StartServiceW(service.get(), 0, nullptr)
+                    : control == ServiceControl::Stop
+                        ? ControlService(service.get(), SERVICE_CONTROL_STOP, &status)
+                    : control == ServiceControl::Pause
+                        ? ControlService(service.get(), SERVICE_CONTROL_PAUSE, &status)
+                        : ControlService(service.get(), SERVICE_CONTROL_CONTINUE, &status);
+    if (!ok) {
+        result = {ServiceControlResult::Step::Request, GetLastError(), "the request failed"};
+        return false;
+    }
+    return true;
+}
+
 }  // namespace vt
