@@ -40,7 +40,13 @@ struct CServiceManager::Resources {
     explicit Resources(const CConfigSettings& settings)
         : dnsCache(CDNSCacheList::Settings{settings.enableDnsCache == 1,
                                            settings.dnsCacheTimeSeconds, settings.dnsCacheLimit}),
-          queue(&settings) {}
+          queue(&settings) {
+        vt::setSharedDnsCache(&dnsCache);
+    }
+    // The queue's workers (and with them every action) have ended before the cache goes.
+    ~Resources() {
+        if (vt::sharedDnsCache() == &dnsCache) vt::setSharedDnsCache(nullptr);
+    }
 };
 
 // A source's thread with the flag that tells the shutdown whether it has ended, so that the

@@ -1,6 +1,7 @@
 #include "base/net/dns_cache_list.h"
 
 #include <algorithm>
+#include <atomic>
 
 #include "base/debug_log.h"
 
@@ -57,3 +58,16 @@ std::string CDNSCacheList::hostName(const CIPAddress& address) {
                    std::prev(m_byAge.end())});
     return name;
 }
+
+namespace vt {
+namespace {
+std::atomic<CDNSCacheList*> g_sharedCache{nullptr};
+}  // namespace
+
+CDNSCacheList* sharedDnsCache() noexcept {
+    return g_sharedCache.load(std::memory_order_acquire);
+}
+void setSharedDnsCache(CDNSCacheList* cache) noexcept {
+    g_sharedCache.store(cache, std::memory_order_release);
+}
+}  // namespace vt

@@ -52,3 +52,10 @@ class CDNSCacheList {
     std::unordered_map<std::string, Entry> m_entries;  // guarded by m_lock
     std::list<std::string> m_byAge;                    // oldest first; guarded by m_lock
 };
+
+namespace vt {
+// The cache of the running service manager, for the actions, which are loaded before it exists
+// and have no other way to it; null outside a run (an action then resolves uncached).
+CDNSCacheList* sharedDnsCache() noexcept;
+void setSharedDnsCache(CDNSCacheList* cache) noexcept;
+}  // namespace vt
