@@ -3,6 +3,7 @@
 #include "actions/call_rule_set/action_call_rule_set.h"
 #include "actions/compute_variable/action_compute_variable.h"
 #include "actions/control_service/action_control_service.h"
+#include "actions/http_request/action_http_request.h"
 #include "actions/resolve_hostname/action_resolve_hostname.h"
 #include "actions/send_serial/action_send_serial.h"
 #include "actions/send_syslog/action_send_syslog.h"
@@ -42,6 +43,8 @@ const ActionType kActionTypes[] = {
      &makeAction<CActionConfigControlNTService, CActionControlNTService>},
     {1023, "ComputeVar", &makeActionConfig<CActionConfigComputeVar>,
      &makeAction<CActionConfigComputeVar, CActionComputeVar>},
+    {1024, "HttpRequest", &makeActionConfig<CActionConfigHttpRequest>,
+     &makeAction<CActionConfigHttpRequest, CActionHttpRequest>},
     {1026, "ResolveHostname", &makeActionConfig<CActionConfigResolveHostname>,
      &makeAction<CActionConfigResolveHostname, CActionResolveHostname>},
 };
