@@ -4,12 +4,14 @@
 #include "actions/compute_variable/action_compute_variable.h"
 #include "actions/control_service/action_control_service.h"
 #include "actions/http_request/action_http_request.h"
+#include "actions/net_send/action_net_send.h"
 #include "actions/resolve_hostname/action_resolve_hostname.h"
 #include "actions/send_serial/action_send_serial.h"
 #include "actions/send_syslog/action_send_syslog.h"
 #include "actions/set_property/action_set_property.h"
 #include "actions/set_status/action_set_status.h"
 #include "actions/spawn_command/action_spawn_command.h"
+#include "actions/write_event_log/action_write_event_log.h"
 #include "actions/write_file/write_file_action.h"
 #include "actions/write_file/write_file_config.h"
 #include "engine/action_config.h"
@@ -29,6 +31,10 @@ const ActionType kActionTypes[] = {
      &makeAction<CActionConfigSendSyslog, CActionSendSyslog>},
     {1003, "WriteFile", &makeActionConfig<CActionConfigWriteFile>,
      &makeAction<CActionConfigWriteFile, CActionRelaylogV3FlatFile>},
+    {1007, "WriteNTEventReport", &makeActionConfig<CActionConfigWriteNTEventReport>,
+     &makeAction<CActionConfigWriteNTEventReport, CActionWriteNTEventReport>},
+    {1008, "NetSend", &makeActionConfig<CActionConfigNetSend>,
+     &makeAction<CActionConfigNetSend, CActionNetSend>},
     {1009, "SpawnCommand", &makeActionConfig<CActionConfigSpawnCommand>,
      &makeAction<CActionConfigSpawnCommand, CActionSpawnCommand>},
     {1012, "SetProperty", &makeActionConfig<CActionConfigSetProperty>,
