@@ -17,6 +17,8 @@ PACKAGES=(
   unixodbc unixodbc-dev libsqliteodbc odbc-postgresql postgresql
   # send mail, network probes: the real servers the tests start on loopback
   libssl-dev openssl python3-aiosmtpd nginx vsftpd dovecot-imapd dovecot-pop3d
+  # play-sound action
+  libasound2-dev
 )
 missing=()
 for p in "${PACKAGES[@]}"; do
