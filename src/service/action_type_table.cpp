@@ -6,6 +6,7 @@
 #include "actions/http_request/action_http_request.h"
 #include "actions/net_send/action_net_send.h"
 #include "actions/play_sound/action_play_sound.h"
+#include "actions/post_process/action_post_process.h"
 #include "actions/resolve_hostname/action_resolve_hostname.h"
 #include "actions/send_serial/action_send_serial.h"
 #include "actions/send_syslog/action_send_syslog.h"
@@ -44,6 +45,8 @@ const ActionType kActionTypes[] = {
      &makeAction<CActionConfigSetStatus, CActionSetStatus>},
     {1014, "CallRuleSet", &makeActionConfig<CActionConfigCallRuleSet>,
      &makeAction<CActionConfigCallRuleSet, CActionCallRuleSet>},
+    {1015, "PostProcess", &makeActionConfig<CActionConfigPostProcess>,
+     &makeAction<CActionConfigPostProcess, CActionPostProcess>},
     {1016, "PlaySound", &makeActionConfig<CActionConfigPlaySound>,
      &makeAction<CActionConfigPlaySound, CActionPlaySound>},
     {1017, "SendSerial", &makeActionConfig<CActionConfigSendSerial>,
