@@ -10,7 +10,7 @@ PACKAGES=(
   wine wine64
   python3 bsdutils rsyslog
   # event log monitor: backup files and journal files made by the tests
-  libevt-dev libevt-utils systemd-journal-remote
+  libevt-dev libbfio-dev libevt-utils systemd-journal-remote
   # SNMP trap receiver and its real senders
   libsnmp-dev snmp
   # database output and the databases it is tested against

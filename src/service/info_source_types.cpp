@@ -7,6 +7,7 @@
 #include "sources/alive_monitor/alive_request.h"
 #include "sources/cpu_monitor/cpu_monitor.h"
 #include "sources/disk_space/disk_space_monitor.h"
+#include "sources/event_log/event_log_monitor.h"
 #include "sources/file_monitor/file_monitor.h"
 #include "sources/heartbeat/heartbeat.h"
 #include "sources/serial_monitor/serial_monitor.h"
@@ -22,7 +23,7 @@ namespace {
 const InfoSourceType kInfoSourceTypes[] = {
     {1, "CInfoSourceSyslog", makeInfoSource<CInfoSourceSyslog>},
     {2, "CInfoSourceHeartbeat", makeInfoSource<CInfoSourceHeartbeat>},
-    {3, "CInfoSourceNTEventReport", nullptr},
+    {3, "CInfoSourceNTEventReport", makeInfoSource<CInfoSourceNTEventReport>},
     {4, "CInfoSourceSNMPTrap", nullptr},
     {5, "CInfoSourceFileMonitor", makeInfoSource<CInfoSourceFileMonitor>},
     {8, "CInfoSourcePingProbe", nullptr},

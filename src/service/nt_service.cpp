@@ -125,7 +125,10 @@ int CNTService::ProcessCommandLine(int argc, char** argv) {
             static_cast<int>(vt::lastSystemError()));
         return 1;
     }
-    if (std::strcmp(arg, "-r") == 0) return RunConsole();
+    if (std::strcmp(arg, "-r") == 0) {
+        m_runOnce = argc > 2 && std::strcmp(argv[2], "-o") == 0;
+        return RunConsole();
+    }
 
     Trace("Calling StartServiceCtrlDispatcher()");
     const bool dispatched = StartService();

@@ -62,6 +62,8 @@ class CNTService {
     // Clearing the flag also ends Run's wait at once, so a stop does not wait out a poll.
     void setRunning(bool running);
     bool isConsoleMode() const noexcept { return m_consoleMode; }
+    // "-r -o": run once (the event log monitors act on it).
+    bool isRunOnce() const noexcept { return m_runOnce; }
     vt::ServiceStatus status() const;
 
     // The control handler's work for one control code (called by the static Handler).
@@ -82,6 +84,7 @@ class CNTService {
 
     uint32_t m_buildNumber;
     bool m_consoleMode = false;
+    bool m_runOnce = false;
     char m_serviceName[64] = {};
     int32_t m_majorVersion;
     int32_t m_minorVersion;

@@ -97,7 +97,7 @@ void CServiceManager::StartupServices(const CConfigSettings& settings, vt::RegRo
                                       CNTService& host) {
     StartupServices(settings, root, servicesKeyPath, dataKeyPath, ruleSets,
                     vt::ServiceHostLink{[&host] { host.StillInShutdown(); },
-                                        [&host] { host.setRunning(false); }});
+                                        [&host] { host.setRunning(false); }, host.isRunOnce()});
 }
 
 void CServiceManager::StartupServices(const CConfigSettings& settings, vt::RegRoot root,
@@ -106,6 +106,8 @@ void CServiceManager::StartupServices(const CConfigSettings& settings, vt::RegRo
                                       const vt::ServiceHostLink& host) {
     m_pRuleSets = ruleSets;
     m_protectAgainstShutdown = settings.protectAgainstShutdown;
+    m_hostStop = host.stop;
+    m_runOnce = host.runOnce;
 
     if (!vt::allocateReserveMemory()) {
         vt::debugWrite(vt::DBG_MINIMUM, "Could not allocate reserve memory\r\n");
@@ -198,6 +200,8 @@ void CServiceManager::startOne(uint32_t n, CRegAccess& services, const CConfigSe
     context.servicesKeyPath = servicesKeyPath;
     context.settings = &settings;
     context.dataKeyPath = dataKeyPath;
+    context.runOnce = m_runOnce;
+    context.stopAgent = m_hostStop;
     std::shared_ptr<CInfoSource> source;
     try {
         source = kind->create(context);

@@ -45,6 +45,7 @@ struct ServiceManagerHooks {
 struct ServiceHostLink {
     std::function<void()> checkpoint;  // the host's StillInShutdown
     std::function<void()> stop;        // clears the host's running flag
+    bool runOnce = false;              // "-r -o": the event log monitors run once, then stop
 };
 
 }  // namespace vt
@@ -100,6 +101,8 @@ class CServiceManager {
                   vt::RegRoot root, const CQuilletString& servicesKeyPath,
                   const CQuilletString& dataKeyPath, CRuleSetList* ruleSets, int32_t& started);
     void waitForSourcesToEnd();
+    std::function<void()> m_hostStop;  // handed to the sources that may end the agent
+    bool m_runOnce = false;
     void endThread(size_t slot, const vt::ServiceHostLink& host);
     static void runSource(CInfoSource* source, const vt::ServiceManagerTiming& timing,
                           const vt::ServiceManagerHooks& hooks);

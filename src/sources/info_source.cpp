@@ -38,6 +38,8 @@ CInfoSource::CInfoSource(const vt::InfoSourceContext& context, uint32_t flag)
     m_pSettings = context.settings;
     m_pDnsCache = context.dnsCache;
     m_pClock = context.clock;
+    m_bRunOnce = context.runOnce;
+    m_stopAgent = context.stopAgent;
 }
 
 CInfoSource::~CInfoSource() = default;

@@ -3,6 +3,7 @@
 #include <chrono>
 #include <condition_variable>
 #include <cstdint>
+#include <functional>
 #include <memory>
 #include <mutex>
 
@@ -36,6 +37,8 @@ struct InfoSourceContext {
     CQuilletString dataKeyPath = kAgentDataKeyPath;
     CDNSCacheList* dnsCache = nullptr;      // null: names are not resolved
     vt::Clock* clock = &vt::systemClock();  // what the source stamps and waits with
+    bool runOnce = false;                   // the agent was started with "-r -o"
+    std::function<void()> stopAgent;        // ends the agent (as a stop control would)
 };
 
 }  // namespace vt
@@ -124,6 +127,11 @@ class CInfoSource {
     const CConfigSettings* getSettings() const noexcept { return m_pSettings; }
     CDNSCacheList* getDnsCache() const noexcept { return m_pDnsCache; }
     vt::Clock& getClock() const noexcept { return *m_pClock; }
+    bool isRunOnce() const noexcept { return m_bRunOnce; }
+    // Ends the whole agent, for a source whose one run was the agent's work.
+    void stopAgent() const {
+        if (m_stopAgent) m_stopAgent();
+    }
 
   protected:
     // Reads the common values of the open key `reg` (all but the two OpenConfig reads);
@@ -158,6 +166,8 @@ class CInfoSource {
     CDNSCacheList* m_pDnsCache = nullptr;
     vt::Clock* m_pClock = &vt::systemClock();
     CRuleSetListEntry* m_pRuleSet = nullptr;
+    bool m_bRunOnce = false;
+    std::function<void()> m_stopAgent;
 
   public:
     // Polled by Run, cleared by the shutdown from another thread.
