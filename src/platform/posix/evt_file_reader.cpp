@@ -2,7 +2,9 @@
 
 #include <libevt.h>
 
+#include <algorithm>
 #include <cerrno>
+#include <vector>
 
 namespace vt {
 
@@ -22,28 +24,44 @@ std::string text(libevt_record_t* record, StringSize size, StringGet get) {
     return out;
 }
 
+using RecordGetter = int (*)(libevt_file_t*, int, libevt_record_t**, libevt_error_t**);
+
+// Reads the whole file at open: the records libevt reads in order, and, in a corrupted file,
+// those it recovered behind the damage. Where record numbers jump across damage, a marker
+// stands for the records lost there: reading reaches it as "corrupted", as a live log would.
 class CEvtFileReader final : public IEventLogReader {
   public:
     explicit CEvtFileReader(std::string fileName) : m_fileName(std::move(fileName)) {}
-    ~CEvtFileReader() override {
-        if (m_file) {
-            libevt_file_close(m_file, nullptr);
-            libevt_file_free(&m_file, nullptr);
-        }
-    }
 
     uint32_t open() override {
-        if (libevt_file_initialize(&m_file, nullptr) != 1) return ENOMEM;
+        libevt_file_t* file = nullptr;
+        if (libevt_file_initialize(&file, nullptr) != 1) return ENOMEM;
         libevt_error_t* error = nullptr;
-        if (libevt_file_open(m_file, m_fileName.c_str(), LIBEVT_OPEN_READ, &error) != 1) {
+        if (libevt_file_open(file, m_fileName.c_str(), LIBEVT_OPEN_READ, &error) != 1) {
             libevt_error_free(&error);
-            libevt_file_free(&m_file, nullptr);
-            m_file = nullptr;
+            libevt_file_free(&file, nullptr);
             return ENOENT;
         }
+        std::vector<EventRecord> found;
         int count = 0;
-        libevt_file_get_number_of_records(m_file, &count, nullptr);
-        m_count = count;
+        libevt_file_get_number_of_records(file, &count, nullptr);
+        collect(file, count, libevt_file_get_record_by_index, found);
+        int recovered = 0;
+        libevt_file_get_number_of_recovered_records(file, &recovered, nullptr);
+        collect(file, recovered, libevt_file_get_recovered_record_by_index, found);
+        const bool corrupted = recovered > 0 || libevt_file_is_corrupted(file, nullptr) == 1;
+        libevt_file_close(file, nullptr);
+        libevt_file_free(&file, nullptr);
+        std::stable_sort(found.begin(), found.end(), [](const auto& a, const auto& b) {
+            return a.position.record < b.position.record;
+        });
+        for (EventRecord& e : found) {
+            const uint32_t last = m_entries.empty() ? 0 : m_entries.back().record.position.record;
+            if (!m_entries.empty() && e.position.record == last) continue;  // recovered twice
+            if (corrupted && !m_entries.empty() && e.position.record > last + 1)
+                m_entries.push_back({true, lostMarker(last + 1)});
+            m_entries.push_back({false, std::move(e)});
+        }
         return 0;
     }
 
@@ -51,32 +69,23 @@ class CEvtFileReader final : public IEventLogReader {
         out.clear();
         m_next = 0;
         if (from.record != 0) {
-            // Look for the saved record, stepping over records that cannot be read: they are
-            // reported when reading reaches them, not when looking for another.
-            int at = 0;
-            bool targetCorrupt = false;
-            for (EventRecord e; at < m_count; ++at) {
-                if (read(at, e)) {
-                    if (e.position.record == from.record) break;
-                } else if (at > 0 && previousNumber(at) + 1 == from.record) {
-                    targetCorrupt = true;
-                    break;
-                }
-            }
-            if (targetCorrupt) return kEventLogCorrupt;
-            if (at == m_count) return kEventLogNoRecord;
-            m_next = at;
+            while (m_next < m_entries.size() &&
+                   m_entries[m_next].record.position.record != from.record)
+                ++m_next;
+            if (m_next == m_entries.size()) return kEventLogNoRecord;
         }
         return readNext(out);
     }
 
     uint32_t readNext(std::vector<EventRecord>& out) override {
         out.clear();
-        while (m_next < m_count && out.size() < kBatch) {
-            EventRecord e;
-            if (!read(m_next, e)) return out.empty() ? kEventLogCorrupt : 0;
-            ++m_next;
-            out.push_back(std::move(e));
+        while (m_next < m_entries.size() && out.size() < kBatch) {
+            if (m_entries[m_next].lost) {
+                if (!out.empty()) return 0;
+                ++m_next;  // reported once; the next read goes on behind the damage
+                return kEventLogCorrupt;
+            }
+            out.push_back(m_entries[m_next++].record);
         }
         return out.empty() ? kEventLogEnd : 0;
     }
@@ -85,21 +94,33 @@ class CEvtFileReader final : public IEventLogReader {
     uint32_t clear(const std::string&) override { return 50; }
 
   private:
-    // The number of the last readable record before `index` (0 when none).
-    uint32_t previousNumber(int index) const {
+    struct Entry {
+        bool lost;
+        EventRecord record;
+    };
+
+    static EventRecord lostMarker(uint32_t number) {
         EventRecord e;
-        for (int i = index - 1; i >= 0; --i)
-            if (read(i, e)) return e.position.record;
-        return 0;
+        e.position.record = number;
+        return e;
     }
 
-    bool read(int index, EventRecord& e) const {
-        libevt_record_t* record = nullptr;
-        libevt_error_t* error = nullptr;
-        if (libevt_file_get_record_by_index(m_file, index, &record, &error) != 1) {
-            libevt_error_free(&error);
-            return false;
+    static void collect(libevt_file_t* file, int count, RecordGetter get,
+                        std::vector<EventRecord>& out) {
+        for (int i = 0; i < count; ++i) {
+            libevt_record_t* record = nullptr;
+            libevt_error_t* error = nullptr;
+            if (get(file, i, &record, &error) != 1) {
+                libevt_error_free(&error);
+                continue;
+            }
+            out.push_back(convert(record));
+            libevt_record_free(&record, nullptr);
         }
+    }
+
+    static EventRecord convert(libevt_record_t* record) {
+        EventRecord e;
         uint32_t number = 0, eventId = 0, created = 0, written = 0;
         uint16_t type = 0, category = 0;
         libevt_record_get_identifier(record, &number, nullptr);
@@ -143,14 +164,12 @@ class CEvtFileReader final : public IEventLogReader {
                                        nullptr) != 1)
                 e.data.clear();
         }
-        libevt_record_free(&record, nullptr);
-        return true;
+        return e;
     }
 
     std::string m_fileName;
-    libevt_file_t* m_file = nullptr;
-    int m_count = 0;
-    int m_next = 0;
+    std::vector<Entry> m_entries;
+    size_t m_next = 0;
 };
 
 }  // namespace
