@@ -2,7 +2,7 @@
 if(WIN32)
   # zlib from libz-mingw-w64-dev; the system facilities come with mingw-w64 itself.
   find_library(ZLIB_LIB NAMES libz.a z REQUIRED)
-  set(VT_PLATFORM_LIBS ${ZLIB_LIB} advapi32 ws2_32 iphlpapi ole32 rpcrt4 userenv netapi32 winmm)
+  set(VT_PLATFORM_LIBS ${ZLIB_LIB} advapi32 ws2_32 iphlpapi ole32 rpcrt4 userenv netapi32 winmm crypt32)
   # GoogleTest is built from the Debian source package for the Windows build.
   set(gtest_force_shared_crt OFF CACHE BOOL "" FORCE)
   set(INSTALL_GTEST OFF CACHE BOOL "" FORCE)

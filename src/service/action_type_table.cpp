@@ -8,6 +8,7 @@
 #include "actions/play_sound/action_play_sound.h"
 #include "actions/post_process/action_post_process.h"
 #include "actions/resolve_hostname/action_resolve_hostname.h"
+#include "actions/send_mail/action_send_mail.h"
 #include "actions/send_serial/action_send_serial.h"
 #include "actions/send_syslog/action_send_syslog.h"
 #include "actions/set_property/action_set_property.h"
@@ -31,6 +32,8 @@ namespace {
 const ActionType kActionTypes[] = {
     {1001, "SendSyslog", &makeActionConfig<CActionConfigSendSyslog>,
      &makeAction<CActionConfigSendSyslog, CActionSendSyslog>},
+    {1002, "SendMail", &makeActionConfig<CActionConfigSendMail>,
+     &makeAction<CActionConfigSendMail, CActionSendMail>},
     {1003, "WriteFile", &makeActionConfig<CActionConfigWriteFile>,
      &makeAction<CActionConfigWriteFile, CActionRelaylogV3FlatFile>},
     {1007, "WriteNTEventReport", &makeActionConfig<CActionConfigWriteNTEventReport>,
