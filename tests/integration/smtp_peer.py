@@ -30,7 +30,7 @@ class Store:
             f.write(envelope.original_content)
         with open(os.path.join(args.dir, "%d.env" % n), "w") as f:
             json.dump({"from": envelope.mail_from, "to": envelope.rcpt_tos,
-                       "tls": session.ssl is not None}, f)
+                       "tls": session.ssl is not None or bool(args.implicit)}, f)
         os.rename(os.path.join(args.dir, "%d.eml.part" % n), os.path.join(args.dir, "%d.eml" % n))
         return "250 OK"
 

@@ -132,6 +132,21 @@ class SendMail(AgentTestCase):
         self.assertIn("over tls", message.get_content())
         self.assertNotIn("s3cret", self.log_text())
 
+    def test_implicit_tls_and_starttls_when_offered(self):
+        ca, cert, key = make_certificates(self.dir)
+        tls_port, plain_port = free_port(), free_port()
+        _, tls_dir = self.start_peer(tls_port, "--implicit", cert, key)
+        _, plain_dir = self.start_peer(plain_port)
+        implicit = self.action(tls_port, nSMTPTLS=3, szSMTPCAFile=ca)
+        implicit["szSMTPServer"] = "localhost"
+        agent = self.run_lines(["implicit"], implicit, lambda: len(self.mails(tls_dir)) >= 1)
+        self.stop(agent)
+        self.assertTrue(self.mails(tls_dir)[0][1]["tls"])
+        # Mode 2 with a server that offers no STARTTLS goes on in plain text.
+        self.run_lines(["plain"], self.action(plain_port, nSMTPTLS=2),
+                       lambda: len(self.mails(plain_dir)) >= 1)
+        self.assertFalse(self.mails(plain_dir)[0][1]["tls"])
+
     def test_wrong_password_is_named_and_not_logged(self):
         port = free_port()
         _, dir = self.start_peer(port, "--auth", "alert:right")
