@@ -10,6 +10,8 @@
 #include "sources/event_log/event_log_monitor.h"
 #include "sources/file_monitor/file_monitor.h"
 #include "sources/heartbeat/heartbeat.h"
+#include "sources/probes/dialogue_probes.h"
+#include "sources/probes/port_ping_probes.h"
 #include "sources/serial_monitor/serial_monitor.h"
 #include "sources/service_monitor/service_monitor.h"
 #include "sources/syslog/info_source_syslog.h"
@@ -26,20 +28,20 @@ const InfoSourceType kInfoSourceTypes[] = {
     {3, "CInfoSourceNTEventReport", makeInfoSource<CInfoSourceNTEventReport>},
     {4, "CInfoSourceSNMPTrap", nullptr},
     {5, "CInfoSourceFileMonitor", makeInfoSource<CInfoSourceFileMonitor>},
-    {8, "CInfoSourcePingProbe", nullptr},
-    {9, "CInfoSourcePortProbe", nullptr},
+    {8, "CInfoSourcePingProbe", makeInfoSource<CInfoSourcePingProbe>},
+    {9, "CInfoSourcePortProbe", makeInfoSource<CInfoSourcePortProbe>},
     {10, "CInfoSourceNTServiceMonitor", makeInfoSource<CInfoSourceNTServiceMonitor>},
     {11, "CInfoSourceDiskSpaceMonitor", makeInfoSource<CInfoSourceDiskSpaceMonitor>},
     {12, "CInfoSourceDBMonitor", nullptr},
     {13, "CInfoSourceSerialMonitor", makeInfoSource<CInfoSourceSerialMonitor>},
     {14, "CInfoSourceCPUMonitor", makeInfoSource<CInfoSourceCPUMonitor>},
     {16, "CInfoSourceAliveMonRequest", makeInfoSource<CInfoSourceAliveMonRequest>},
-    {17, "CInfoSourceSMTPProbe", nullptr},
-    {18, "CInfoSourceFTPProbe", nullptr},
-    {19, "CInfoSourceHTTPProbe", nullptr},
-    {20, "CInfoSourcePOP3Probe", nullptr},
-    {21, "CInfoSourceIMAPProbe", nullptr},
-    {22, "CInfoSourceNNTPProbe", nullptr},
+    {17, "CInfoSourceSMTPProbe", makeInfoSource<CInfoSourceSMTPProbe>},
+    {18, "CInfoSourceFTPProbe", makeInfoSource<CInfoSourceFTPProbe>},
+    {19, "CInfoSourceHTTPProbe", makeInfoSource<CInfoSourceHTTPProbe>},
+    {20, "CInfoSourcePOP3Probe", makeInfoSource<CInfoSourcePOP3Probe>},
+    {21, "CInfoSourceIMAPProbe", makeInfoSource<CInfoSourceIMAPProbe>},
+    {22, "CInfoSourceNNTPProbe", makeInfoSource<CInfoSourceNNTPProbe>},
     {23, "CInfoSourceWevtMonitor", nullptr},
     {1999998, "CInfoSourceAliveMonEcho", makeInfoSource<CInfoSourceAliveMonEcho>},
     {1999999, "CInfoSourceVTRP", nullptr},

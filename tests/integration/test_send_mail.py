@@ -21,13 +21,13 @@ def aiosmtpd_available():
     return subprocess.run([SYSTEM_PYTHON, "-c", "import aiosmtpd"], capture_output=True).returncode == 0
 
 
-def make_certificates(dir):
-    """A test CA and a certificate for localhost signed by it; returns (ca, cert, key)."""
+def make_certificates(dir, names="DNS:localhost,IP:127.0.0.1"):
+    """A test CA and a server certificate for `names` signed by it; returns (ca, cert, key)."""
     ca, ca_key = os.path.join(dir, "ca.pem"), os.path.join(dir, "ca.key")
     cert, key, csr = (os.path.join(dir, n) for n in ("server.pem", "server.key", "server.csr"))
     ext = os.path.join(dir, "ext.cnf")
     with open(ext, "w") as f:
-        f.write("subjectAltName=DNS:localhost,IP:127.0.0.1\n")
+        f.write("subjectAltName=%s\n" % names)
     run = lambda *a: subprocess.run(["openssl", *a], check=True, capture_output=True)
     run("req", "-x509", "-newkey", "rsa:2048", "-nodes", "-days", "2", "-subj", "/CN=Test CA",
         "-keyout", ca_key, "-out", ca)
