@@ -3,6 +3,8 @@
 #include "actions/call_rule_set/action_call_rule_set.h"
 #include "actions/compute_variable/action_compute_variable.h"
 #include "actions/control_service/action_control_service.h"
+#include "actions/database/action_config_odbc.h"
+#include "actions/database/action_odbc.h"
 #include "actions/http_request/action_http_request.h"
 #include "actions/net_send/action_net_send.h"
 #include "actions/play_sound/action_play_sound.h"
@@ -30,6 +32,7 @@ namespace {
 //   1016 play sound, 1017 serial port, 1021 SNMP trap, 1022 control service,
 //   1023 compute variable, 1024 HTTP request, 1025 OLE DB, 1026 resolve host name.
 const ActionType kActionTypes[] = {
+    {1000, "ODBC", &makeActionConfig<CActionConfigODBC>, &makeOdbcAction},
     {1001, "SendSyslog", &makeActionConfig<CActionConfigSendSyslog>,
      &makeAction<CActionConfigSendSyslog, CActionSendSyslog>},
     {1002, "SendMail", &makeActionConfig<CActionConfigSendMail>,

@@ -1,0 +1,102 @@
+"""vtagent writing units as rows through ODBC into SQLite (Debian's SQLite ODBC driver, with the
+DSN in an odbc.ini of the test's own): the legacy layout with its properties table, hostile
+message text arriving byte for byte, a field-list layout, and many rows."""
+import os
+import sqlite3
+import unittest
+
+from test_service_host import AgentTestCase, ROOT, services
+
+DRIVER = "/usr/lib/x86_64-linux-gnu/odbc/libsqlite3odbc.so"
+SCHEMA = os.path.join(os.environ.get("VT_SOURCE_DIR", os.path.join(
+    os.path.dirname(os.path.abspath(__file__)), "..", "..")), "config", "sql", "sqlite.sql")
+RULES = ROOT + "\\RuleSets"
+HOSTILE = ["it's a \"quote\"; semicolons;", "'); DROP TABLE SystemEvents; --",
+           "Störung ✓ Ünïcödé", "back\\slash %percent% $(dollar)"]
+
+
+@unittest.skipUnless(os.path.exists(DRIVER), "the SQLite ODBC driver is not installed")
+class Database(AgentTestCase):
+    def setUp(self):
+        super().setUp()
+        self.db = os.path.join(self.dir, "events.db")
+        with sqlite3.connect(self.db) as c, open(SCHEMA) as f:
+            c.executescript(f.read())
+        with open(os.path.join(self.dir, "odbcinst.ini"), "w") as f:
+            f.write("[SQLite3]\nDriver=%s\n" % DRIVER)
+        with open(os.path.join(self.dir, "odbc.ini"), "w") as f:
+            f.write("[vtdb]\nDriver=SQLite3\nDatabase=%s\nSyncPragma=OFF\n" % self.db)
+        self.env["ODBCSYSINI"] = self.dir
+        self.env["ODBCINI"] = os.path.join(self.dir, "odbc.ini")
+
+    def rows(self, sql):
+        with sqlite3.connect(self.db) as c:
+            return c.execute(sql).fetchall()
+
+    def run_lines(self, lines, actions, wait_for):
+        source = os.path.join(self.dir, "app.log")
+        with open(source, "w", encoding="utf-8") as f:
+            f.write("".join(l + "\n" for l in lines))
+        monitor = {"nConfigVersion": 1, "szRuleSetName": "Default", "szPathAndFileName": source,
+                   "nSleepTime": 100, "nPreventOverrunDelay": 0}
+        rule = RULES + "\\RS1\\R1"
+        head = {"nActionCount": len(actions)}
+        sections = []
+        for n, (kind, values) in enumerate(actions, 1):
+            head.update({"nActionType%d" % n: kind, "szActionName%d" % n: "a%d" % n})
+            sections.append((rule + "\\A%d" % n, values))
+        self.import_config([(RULES, {"nRuleSetsVersion": 1, "nRuleSetCount": 1,
+                                     "szRSName1": "Default"}),
+                            (RULES + "\\RS1", {"nRuleCount": 1}), (rule, head)] + sections +
+                           services((5, "lines", monitor)), nWorkerThreads=1)
+        agent = self.spawn("-r")
+        self.wait_for(wait_for, "the rows", 120, agent)
+        self.stop(agent)
+
+    def test_legacy_rows_with_properties_and_hostile_text(self):
+        mark = (1012, {"nPropertyType": 0xffffffff, "szPropertyType": "mykey",
+                       "szPropertyValue": "v-%msg%"})
+        self.run_lines(HOSTILE, [mark, (1000, {"szODBCDsn": "vtdb"})],
+                       lambda: len(self.rows("select * from SystemEvents")) >= len(HOSTILE))
+        got = self.rows("select Message, FromHost, InfoUnitID, Facility, Priority, ID "
+                        "from SystemEvents order by ID")
+        self.assertEqual([r[0] for r in got], HOSTILE)
+        self.assertTrue(all(r[2] == 5 and r[3] == 16 and r[4] == 5 for r in got), got)
+        props = self.rows("select SystemEventID, ParamName, ParamValue from "
+                          "SystemEventsProperties where ParamName = 'mykey' order by ID")
+        self.assertEqual([(r[0], r[2]) for r in props], [(g[5], "v-" + g[0]) for g in got])
+        names = {r[0] for r in self.rows("select ParamName from SystemEventsProperties")}
+        self.assertNotIn("msg", names)
+
+    def test_missing_columns_are_added(self):
+        """An older table without the newer columns: they are added and the row is written."""
+        with sqlite3.connect(self.db) as c:
+            c.executescript("DROP TABLE SystemEvents; CREATE TABLE SystemEvents (ID INTEGER "
+                            "PRIMARY KEY AUTOINCREMENT, ReceivedAt TIMESTAMP, DeviceReportedTime "
+                            "TIMESTAMP, Facility SMALLINT, Priority SMALLINT, FromHost "
+                            "VARCHAR(60), Message TEXT, NTSeverity INTEGER, Importance INTEGER)")
+        self.run_lines(["after the migration"], [(1000, {"szODBCDsn": "vtdb",
+                                                         "nPropertiesTable": 0})],
+                       lambda: len(self.rows("select * from SystemEvents")) >= 1)
+        self.assertEqual(self.rows("select Message from SystemEvents"), [("after the migration",)])
+        columns = {r[1] for r in self.rows("pragma table_info(SystemEvents)")}
+        self.assertLessEqual({"InfoUnitID", "SysLogTag", "NTEventLogType", "GenericFileName",
+                              "CustomerID", "SystemID"}, columns)
+
+    def test_field_list_layout_and_many_rows(self):
+        fields = {"nDBAVersion": 2, "szODBCDsn": "vtdb", "szTableName": "SystemEvents",
+                  "nFieldsCount": 3, "szFieldName_1": "Message", "szFieldContent_1": "%msg%",
+                  "szFieldName_2": "Priority", "nFieldType_2": 1,
+                  "szFieldContent_2": "%syslogpriority%", "szFieldName_3": "ReceivedAt",
+                  "nFieldType_3": 2, "szFieldContent_3": "%timegenerated%"}
+        total = 2000
+        self.run_lines(["row %05d" % n for n in range(total)], [(1000, fields)],
+                       lambda: self.rows("select count(*) from SystemEvents")[0][0] >= total)
+        got = self.rows("select Message, Priority, ReceivedAt from SystemEvents order by ID")
+        self.assertEqual([r[0] for r in got], ["row %05d" % n for n in range(total)])
+        self.assertEqual({r[1] for r in got}, {5})
+        self.assertRegex(got[0][2], r"^\d{4}-\d\d-\d\d \d\d:\d\d:\d\d")
+
+
+if __name__ == "__main__":
+    unittest.main()
