@@ -2,7 +2,7 @@
 if(WIN32)
   # zlib from libz-mingw-w64-dev; the system facilities come with mingw-w64 itself.
   find_library(ZLIB_LIB NAMES libz.a z REQUIRED)
-  set(VT_PLATFORM_LIBS ${ZLIB_LIB} advapi32 ws2_32 iphlpapi ole32 rpcrt4 userenv netapi32 winmm crypt32)
+  set(VT_PLATFORM_LIBS ${ZLIB_LIB} advapi32 ws2_32 iphlpapi ole32 rpcrt4 userenv netapi32 winmm crypt32 odbc32)
   # GoogleTest is built from the Debian source package for the Windows build.
   set(gtest_force_shared_crt OFF CACHE BOOL "" FORCE)
   set(INSTALL_GTEST OFF CACHE BOOL "" FORCE)
@@ -18,8 +18,9 @@ else()
   find_package(OpenSSL REQUIRED)
   pkg_check_modules(ALSA REQUIRED IMPORTED_TARGET alsa)
   pkg_check_modules(LIBEVT REQUIRED IMPORTED_TARGET libevt)
+  pkg_check_modules(ODBC REQUIRED IMPORTED_TARGET odbc)
   set(VT_PLATFORM_LIBS ZLIB::ZLIB SQLite::SQLite3 PkgConfig::SYSTEMD OpenSSL::SSL OpenSSL::Crypto
-      PkgConfig::ALSA PkgConfig::LIBEVT Threads::Threads)
+      PkgConfig::ALSA PkgConfig::LIBEVT PkgConfig::ODBC Threads::Threads)
   find_package(GTest REQUIRED)
   set(VT_GTEST_LIBS GTest::gtest GTest::gmock)
   set(VT_GTEST_MAIN GTest::gtest_main)

@@ -6,6 +6,7 @@
 #include "sources/alive_monitor/alive_echo.h"
 #include "sources/alive_monitor/alive_request.h"
 #include "sources/cpu_monitor/cpu_monitor.h"
+#include "sources/database_monitor/database_monitor.h"
 #include "sources/disk_space/disk_space_monitor.h"
 #include "sources/event_log/event_log_monitor.h"
 #include "sources/file_monitor/file_monitor.h"
@@ -32,7 +33,7 @@ const InfoSourceType kInfoSourceTypes[] = {
     {9, "CInfoSourcePortProbe", makeInfoSource<CInfoSourcePortProbe>},
     {10, "CInfoSourceNTServiceMonitor", makeInfoSource<CInfoSourceNTServiceMonitor>},
     {11, "CInfoSourceDiskSpaceMonitor", makeInfoSource<CInfoSourceDiskSpaceMonitor>},
-    {12, "CInfoSourceDBMonitor", nullptr},
+    {12, "CInfoSourceDBMonitor", makeInfoSource<CInfoSourceDBMonitor>},
     {13, "CInfoSourceSerialMonitor", makeInfoSource<CInfoSourceSerialMonitor>},
     {14, "CInfoSourceCPUMonitor", makeInfoSource<CInfoSourceCPUMonitor>},
     {16, "CInfoSourceAliveMonRequest", makeInfoSource<CInfoSourceAliveMonRequest>},

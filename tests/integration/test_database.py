@@ -5,9 +5,10 @@ import os
 import shutil
 import sqlite3
 import subprocess
+import time
 import unittest
 
-from test_service_host import AgentTestCase, ROOT, services
+from test_service_host import AgentTestCase, ROOT, file_lines, services, write_file_rules
 from test_syslog import free_port
 
 DRIVER = "/usr/lib/x86_64-linux-gnu/odbc/libsqlite3odbc.so"
@@ -86,6 +87,22 @@ class Database(AgentTestCase):
         self.assertLessEqual({"InfoUnitID", "SysLogTag", "NTEventLogType", "GenericFileName",
                               "CustomerID", "SystemID"}, columns)
 
+    def test_database_monitor_alerts_on_a_failing_query(self):
+        out = os.path.join(self.dir, "out")
+        common = {"nConfigVersion": 1, "szRuleSetName": "Default", "szODBCDsn": "vtdb",
+                  "nSleepTime": 200}
+        self.import_config(write_file_rules(out, line_format="%iut% %msg%%$CRLF%") +
+                           services((12, "good", dict(common, szQuery="select count(*) from "
+                                                      "SystemEvents")),
+                                    (12, "bad", dict(common, szQuery="select x from missing"))))
+        agent = self.spawn("-r")
+        lines = lambda: file_lines(os.path.join(out, "out.log"))
+        self.wait_for(lambda: len(lines()) >= 1, "the alert", 60, agent)
+        time.sleep(1)  # more checks of both: still the one alert
+        self.stop(agent)
+        self.assertEqual(len(lines()), 1, lines())
+        self.assertRegex(lines()[0].decode(), r"^12 Database monitor: 'vtdb' failed - .*missing")
+
     def test_field_list_layout_and_many_rows(self):
         fields = {"nDBAVersion": 2, "szODBCDsn": "vtdb", "szTableName": "SystemEvents",
                   "nFieldsCount": 3, "szFieldName_1": "Message", "szFieldContent_1": "%msg%",
@@ -160,6 +177,9 @@ class PostgreSQL(Database):
 
     def test_field_list_layout_and_many_rows(self):
         self.skipTest("covered with SQLite; PostgreSQL has the restart test below")
+
+    def test_database_monitor_alerts_on_a_failing_query(self):
+        self.skipTest("covered with SQLite")
 
     def test_legacy_rows_with_properties_and_hostile_text(self):
         self.run_lines(HOSTILE, [(1000, {"szODBCDsn": "vtdb", "szODBCUid": "vt",

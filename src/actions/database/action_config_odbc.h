@@ -3,8 +3,8 @@
 #include <string>
 #include <vector>
 
-#include "actions/database/odbc_connection.h"
 #include "engine/action_config.h"
+#include "platform/odbc_connection.h"
 
 // Settings of the database output, and its connection, kept open between units and closed by
 // the idle timer. Table and column names come from the configuration only and must be plain

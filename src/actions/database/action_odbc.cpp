@@ -8,6 +8,7 @@
 #include "model/info_unit.h"
 #include "model/property_replacer.h"
 #include "model/unit_time.h"
+#include "platform/local_time.h"
 #include "platform/utf_codec.h"
 
 namespace {
@@ -26,11 +27,17 @@ std::string limited(std::string text, size_t limit) {
 
 Value text(const CInfoUnit& unit, const char16_t* property, const char* label, size_t limit) {
     const char16_t* v = unit.getPropertyString(property);
-    return Value{Type::Text, limited(vt::utf16ToUtf8(v ? v : u""), limit), 0, true, label};
+    return Value{Type::Text, limited(vt::utf16ToUtf8(v ? v : u""), limit), 0, {}, label};
 }
 
 Value number(int64_t n, const char* label) {
-    return Value{Type::Integer, "", n, true, label};
+    return Value{Type::Integer, "", n, {}, label};
+}
+
+Value stamp(int64_t seconds, bool utc, const char* label) {
+    vt::CivilTime t;
+    if (utc || !vt::localTimeOf(seconds, t)) vt::utcBreakdown(seconds, t);
+    return Value{Type::Timestamp, "", 0, t, label};
 }
 
 int64_t intOf(const CInfoUnit& unit, const char16_t* property) {
@@ -56,16 +63,17 @@ std::string CActionRelaylogV3ODBC::statement(const CActionConfigODBC& c, const C
         col[Facility],   col[Priority],           col[NTSeverity], col[Importance],
         col[InfoUnitID], col[CustomerID],         col[SystemID]};
     values = {
-        Value{Type::Timestamp, "", unit.getPropertyTime(u"timegenerated"), c.m_nUTCReceivedAt == 1,
-              "1 (TimeStamp)"},
-        Value{Type::Timestamp, "", unit.getPropertyTime(u"timereported"),
-              c.m_nUTCDeviceReportedTime == 1, "2 (TimeStampDev)"},
+        stamp(unit.getPropertyTime(u"timegenerated"), c.m_nUTCReceivedAt == 1, "1 (TimeStamp)"),
+        stamp(unit.getPropertyTime(u"timereported"), c.m_nUTCDeviceReportedTime == 1,
+              "2 (TimeStampDev)"),
         text(unit, u"source", "3 (SourceSystem)", limit),
         Value{
             Type::Text,
             limited(vt::utf16ToUtf8(vt::replaceProperties(c.m_szODBCMessageContent.view(), &unit)),
                     limit),
-            0, true, "4 (Message)"},
+            0,
+            {},
+            "4 (Message)"},
         number(intOf(unit, u"syslogfacility"), "5 (iFac)"),
         number(intOf(unit, u"syslogpriority"), "6 (iPrio)"),
         number(intOf(unit, u"severityid"), "7 (iNTSeverity)"),
@@ -178,9 +186,9 @@ void CActionRelaylogV3ODBC::writeProperties(COdbcConnection& db, const CInfoUnit
     const size_t limit = m_config.m_nMaxValueLength;
     for (const auto& [name, value] : extraProperties(unit)) {
         const std::vector<Value> values = {
-            Value{Type::Integer, "", id, true, "1 (SystemEventID) in Details"},
-            Value{Type::Text, limited(name, limit), 0, true, "2 (ParamName) in Details"},
-            Value{Type::Text, limited(value, limit), 0, true, "3 (ParamValue) in Details"}};
+            Value{Type::Integer, "", id, {}, "1 (SystemEventID) in Details"},
+            Value{Type::Text, limited(name, limit), 0, {}, "2 (ParamName) in Details"},
+            Value{Type::Text, limited(value, limit), 0, {}, "3 (ParamValue) in Details"}};
         if (!db.execute("insert into SystemEventsProperties(systemeventid, ParamName, ParamValue) "
                         "values (?, ?, ?)",
                         values))
@@ -216,14 +224,14 @@ std::vector<Value> CActionODBCv2::values(const CActionConfigODBC& c, const CInfo
         if (field.type == 1) {
             int32_t n = 0;
             vt::parseIntValue(rendered, n);
-            out.push_back(Value{Type::Integer, "", n, true, label});
+            out.push_back(Value{Type::Integer, "", n, {}, label});
         } else if (field.type == 2) {
             int64_t seconds = 0;
             if (!vt::parseTimeText(rendered, seconds)) seconds = 0;
-            out.push_back(Value{Type::Timestamp, "", seconds, true, label});
+            out.push_back(stamp(seconds, true, label.c_str()));
         } else {
-            out.push_back(Value{Type::Text, limited(vt::utf16ToUtf8(rendered), c.m_nMaxValueLength),
-                                0, true, label});
+            out.push_back(Value{
+                Type::Text, limited(vt::utf16ToUtf8(rendered), c.m_nMaxValueLength), 0, {}, label});
         }
     }
     return out;

@@ -4,8 +4,8 @@
 #include <vector>
 
 #include "actions/database/action_config_odbc.h"
-#include "actions/database/odbc_connection.h"
 #include "engine/action_config.h"
+#include "platform/odbc_connection.h"
 
 class CInfoUnit;
 

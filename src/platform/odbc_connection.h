@@ -3,17 +3,19 @@
 #include <string>
 #include <vector>
 
-// One ODBC connection with one statement, for the database output: unixODBC on Linux, odbc32
-// on Windows. Values are always bound as parameters; only the configuration's table and column
-// names ever become statement text.
+#include "platform/local_time.h"
+
+// One ODBC connection with one statement, for the database output and the database monitor:
+// unixODBC on Linux, odbc32 on Windows. Values are always bound as parameters; only the
+// configuration's table and column names ever become statement text.
 class COdbcConnection {
   public:
     enum class Type { Text, Integer, Timestamp };
     struct Value {
         Type type = Type::Text;
         std::string text;    // Text: UTF-8
-        int64_t number = 0;  // Integer; Timestamp: seconds since 1970, broken down as asked
-        bool utc = true;     // Timestamp: UTC or local time
+        int64_t number = 0;  // Integer
+        vt::CivilTime time;  // Timestamp
         std::string label;   // how a failed bind is named ("12 (GenericFileName)")
     };
     struct Failure {

@@ -1,13 +1,10 @@
-#include "actions/database/odbc_connection.h"
+#include "platform/odbc_connection.h"
 
 #ifdef _WIN32
 #include <windows.h>
 #endif
 #include <sql.h>
 #include <sqlext.h>
-
-#include "model/unit_time.h"
-#include "platform/local_time.h"
 
 namespace {
 
@@ -94,8 +91,7 @@ bool COdbcConnection::execute(const std::string& statement, const std::vector<Va
             r = SQLBindParameter(stmt, n, SQL_PARAM_INPUT, SQL_C_SBIGINT, SQL_BIGINT, 0, 0,
                                  &numbers[i], 0, nullptr);
         } else if (v.type == Type::Timestamp) {
-            vt::CivilTime t;
-            if (v.utc || !vt::localTimeOf(v.number, t)) vt::utcBreakdown(v.number, t);
+            const vt::CivilTime& t = v.time;
             stamps[i] = SQL_TIMESTAMP_STRUCT{SQLSMALLINT(t.year),
                                              SQLUSMALLINT(t.month),
                                              SQLUSMALLINT(t.day),
