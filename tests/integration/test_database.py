@@ -179,7 +179,18 @@ class PostgreSQL(Database):
         self.skipTest("covered with SQLite; PostgreSQL has the restart test below")
 
     def test_database_monitor_alerts_on_a_failing_query(self):
-        self.skipTest("covered with SQLite")
+        """Here the database itself is down: the monitor says it cannot connect."""
+        self.pg(PG_BIN + "/pg_ctl", "-D", self.pgdir + "/data", "-m", "fast", "stop")
+        out = os.path.join(self.dir, "out")
+        self.import_config(write_file_rules(out, line_format="%iut% %msg%%$CRLF%") +
+                           services((12, "pg", {"nConfigVersion": 1, "szRuleSetName": "Default",
+                                                "szODBCDsn": "vtdb", "szODBCUid": "vt",
+                                                "nSleepTime": 200})))
+        agent = self.spawn("-r")
+        lines = lambda: file_lines(os.path.join(out, "out.log"))
+        self.wait_for(lambda: len(lines()) >= 1, "the alert", 60, agent)
+        self.stop(agent)
+        self.assertRegex(lines()[0].decode(), r"^12 Database monitor: 'vtdb' failed - .*127\.0\.0\.1")
 
     def test_legacy_rows_with_properties_and_hostile_text(self):
         self.run_lines(HOSTILE, [(1000, {"szODBCDsn": "vtdb", "szODBCUid": "vt",
