@@ -15,6 +15,7 @@
 #include "sources/probes/port_ping_probes.h"
 #include "sources/serial_monitor/serial_monitor.h"
 #include "sources/service_monitor/service_monitor.h"
+#include "sources/snmp_trap/info_source_snmp_trap.h"
 #include "sources/syslog/info_source_syslog.h"
 
 namespace vt {
@@ -27,7 +28,7 @@ const InfoSourceType kInfoSourceTypes[] = {
     {1, "CInfoSourceSyslog", makeInfoSource<CInfoSourceSyslog>},
     {2, "CInfoSourceHeartbeat", makeInfoSource<CInfoSourceHeartbeat>},
     {3, "CInfoSourceNTEventReport", makeInfoSource<CInfoSourceNTEventReport>},
-    {4, "CInfoSourceSNMPTrap", nullptr},
+    {4, "CInfoSourceSNMPTrap", makeInfoSource<CInfoSourceSNMPTrap>},
     {5, "CInfoSourceFileMonitor", makeInfoSource<CInfoSourceFileMonitor>},
     {8, "CInfoSourcePingProbe", makeInfoSource<CInfoSourcePingProbe>},
     {9, "CInfoSourcePortProbe", makeInfoSource<CInfoSourcePortProbe>},

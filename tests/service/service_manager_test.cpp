@@ -100,12 +100,12 @@ class ServiceManagerTest : public ::testing::Test {
     }
 };
 
-// Types 1, 6, 3, 4 and 1: the first and third start on their own threads; the unknown 6, the
-// type 4 whose input is not in this build and the fifth, whose rule set does not exist, are
+// Types 1, 6, 3, 23 and 1: the first and third start on their own threads; the unknown 6, the
+// type 23 whose input is not in this build and the fifth, whose rule set does not exist, are
 // reported and leave slots without threads. The stop joins both threads in order.
 TEST_F(ServiceManagerTest, StartsWhatItCanAndStopsInOrder) {
     TestSourceType one(1), three(3);
-    configure({1, 6, 3, 4, 1});
+    configure({1, 6, 3, 23, 1});
     regSetString(key(5), u"szRuleSetName", u"Nowhere");
     auto manager = makeManager();
     start(*manager);
@@ -133,7 +133,7 @@ TEST_F(ServiceManagerTest, StartsWhatItCanAndStopsInOrder) {
     const std::string log = debug.text();
     for (const char* reported :
          {"Error Event 114 logged with data 'Unknown Service ID 6 found - ignored!'",
-          "Service type 4 (CInfoSourceSNMPTrap) is not available in this build - ignored!",
+          "Service type 23 (CInfoSourceWevtMonitor) is not available in this build - ignored!",
           "No Rulebase found for service 'svc5' - rule base requested was 'Nowhere'. This "
           "service NOT started."})
         EXPECT_NE(log.find(reported), std::string::npos) << reported;
