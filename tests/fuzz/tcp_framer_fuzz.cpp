@@ -26,8 +26,9 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     const bool escape = (data[0] & 0x80) != 0;
     const size_t cutStep = 1 + data[1] % 17;
     const std::string stream(reinterpret_cast<const char*>(data + 2), size - 2);
-    const vt::TcpFramingSettings settings =
-        vt::TcpFramingSettings::fromConfig(true, separator, escape);
+    vt::TcpFramingSettings settings = vt::TcpFramingSettings::fromConfig(true, separator, escape);
+    // Octet counting: the stream is framed by its lengths until one is not a length.
+    settings.detectOctetCounting = (data[0] & 0x40) != 0;
 
     Collect whole;
     vt::CTcpFramer a(settings);
@@ -44,6 +45,16 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
         vt::appendSyslogEscaped(piece, escape, perReceive.back());
     }
     b.finish(cut);
+    const bool counted =
+        settings.detectOctetCounting && !stream.empty() && stream[0] >= '1' && stream[0] <= '9';
+    if (counted) {
+        // Counted frames do not depend on the cuts, unless a bad length handed the rest of the
+        // connection to the uncounted framing, whose messages may then differ by cut.
+        if (!a.fellBackFromCounting() && !b.fellBackFromCounting() &&
+            cut.messages != whole.messages)
+            std::abort();
+        return 0;
+    }
     // Without a separator ("\0" decodes to nothing) each receive is one message.
     if (cut.messages != (settings.separatorMode() ? whole.messages : perReceive)) std::abort();
 

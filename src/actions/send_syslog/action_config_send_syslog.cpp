@@ -37,6 +37,8 @@ void CActionConfigSendSyslog::LoadConfig() {
         r.ReadDWORDValue(u"nSpoofIPAddress", m_nSpoofIPAddress, 0);
         r.ReadDWORDValue(u"nUseCompression", m_nUseCompression, 0);
         r.ReadDWORDValue(u"nCompressionLevel", m_nCompressionLevel, 9);
+        r.ReadDWORDValue(u"nSyslogFormat", m_nSyslogFormat, 0);
+        r.ReadDWORDValue(u"nTCPFraming", m_nTCPFraming, 0);
         r.CloseKey();
         m_nTimeoutValue = static_cast<int32_t>(timeout);
     }
@@ -79,6 +81,8 @@ void CActionConfigSendSyslog::normalise() {
     m_client.setOutputEncoding(m_nOutputEncoding);
     m_client.setProcessDuringRelay(m_bProcessDuringRelay != 0);
     m_client.setRealSourceSwitch(m_nSyslogInsertSource == 1);
+    m_client.setRfc5424(m_nSyslogFormat == 1);
+    m_client.setOctetCounting(m_nTCPFraming == 1);
 }
 
 uint16_t CActionConfigSendSyslog::effectivePort() const noexcept {

@@ -43,6 +43,8 @@ class CActionConfigSendSyslog : public CActionConfig {
     uint32_t m_nSpoofIPAddress = 0;
     uint32_t m_nUseCompression = 0;
     uint32_t m_nCompressionLevel = 9;
+    uint32_t m_nSyslogFormat = 0;  // 1: RFC 5424 header
+    uint32_t m_nTCPFraming = 0;    // 1: octet counting on TCP
 
     // The port the client uses: 0 and values above 65535 stand for the syslog port.
     uint16_t effectivePort() const noexcept;

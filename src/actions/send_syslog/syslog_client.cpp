@@ -101,7 +101,8 @@ void CSyslogClient::connectTcp() {
 
 void CSyslogClient::send(const CInfoUnit& unit, std::u16string_view text) {
     const std::u16string whole =
-        vt::buildSyslogText(unit, text, m_processDuringRelay, m_insertRealSource);
+        m_rfc5424 ? vt::buildRfc5424Text(unit, text, m_processDuringRelay)
+                  : vt::buildSyslogText(unit, text, m_processDuringRelay, m_insertRealSource);
     sendBytes(vt::encodeSyslogText(whole, m_encoding));
 }
 
@@ -147,7 +148,7 @@ void CSyslogClient::sendBytes(std::string_view bytes) {
     if (m_transport == SyslogTransport::Udp) {
         sendUdp(payload);
     } else {
-        sendTcp(vt::frameSyslogTcp(payload, compressed));
+        sendTcp(vt::frameSyslogTcp(payload, compressed, m_octetCounting));
     }
 }
 

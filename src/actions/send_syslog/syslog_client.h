@@ -27,6 +27,8 @@ class CSyslogClient : public CIPClient {
     void setOutputEncoding(uint32_t encoding) noexcept { m_encoding = encoding; }
     void setProcessDuringRelay(bool on) noexcept { m_processDuringRelay = on; }
     void setRealSourceSwitch(bool on) noexcept { m_insertRealSource = on; }
+    void setRfc5424(bool on) noexcept { m_rfc5424 = on; }
+    void setOctetCounting(bool on) noexcept { m_octetCounting = on; }
 
     // Makes the connection (TCP) or the socket (UDP); throws CErrorReport* on failure.
     void open();
@@ -58,6 +60,8 @@ class CSyslogClient : public CIPClient {
     uint32_t m_encoding = 0;
     bool m_processDuringRelay = true;
     bool m_insertRealSource = false;
+    bool m_rfc5424 = false;        // "nSyslogFormat" 1
+    bool m_octetCounting = false;  // "nTCPFraming" 1
     bool m_resolved = false;
     std::string m_scratch;
 };

@@ -72,6 +72,73 @@ std::u16string buildSyslogText(const CInfoUnit& unit, std::u16string_view text,
     return whole;
 }
 
+namespace {
+
+// A header field: the property's text, "-" when absent or empty.
+void appendField(std::u16string& out, const char16_t* value) {
+    if (value && *value)
+        out += value;
+    else
+        out += u'-';
+    out += u' ';
+}
+
+// "app[1234]:" or "app:" -> "app" and "1234".
+void splitTag(std::u16string_view tag, std::u16string& app, std::u16string& procId) {
+    if (!tag.empty() && tag.back() == u':') tag.remove_suffix(1);
+    const size_t open = tag.find(u'[');
+    if (open != std::u16string_view::npos && !tag.empty() && tag.back() == u']') {
+        procId = tag.substr(open + 1, tag.size() - open - 2);
+        tag = tag.substr(0, open);
+    }
+    for (char16_t c : tag)
+        if (c > 32 && c < 127) app.push_back(c);
+}
+
+std::u16string utcStamp(int64_t seconds) {
+    CivilTime t;
+    utcBreakdown(seconds, t);
+    char stamp[40];
+    std::snprintf(stamp, sizeof stamp, "%04d-%02d-%02dT%02d:%02d:%02dZ", t.year, t.month, t.day,
+                  t.hour, t.minute, t.second);
+    std::u16string out;
+    appendAscii(out, stamp);
+    return out;
+}
+
+}  // namespace
+
+std::u16string buildRfc5424Text(const CInfoUnit& unit, std::u16string_view text,
+                                bool processDuringRelay) {
+    if (!processDuringRelay) return std::u16string(text);
+    const int pri = (unit.getSyslogFacility() * 8 | unit.getSyslogPriority()) & 255;
+    std::u16string whole;
+    whole.reserve(96 + text.size());
+    appendAscii(whole, ("<" + std::to_string(pri) + ">1 ").c_str());
+    if (unit.getPropertyString(u"appname")) {
+        // Received with such a header: its fields go back as they came, NILVALUE included.
+        for (const char16_t* name :
+             {u"timestamp5424", u"hostname5424", u"appname", u"procid", u"msgid"})
+            appendField(whole, unit.getPropertyString(name));
+    } else {
+        appendField(whole, utcStamp(syslogTimeOf(unit)).c_str());
+        appendField(whole, unit.getPropertyString(u"source"));
+        const char16_t* tag = unit.getPropertyString(u"syslogtag");
+        std::u16string name, procId;
+        splitTag(tag ? tag : u"", name, procId);
+        appendField(whole, name.c_str());
+        appendField(whole, procId.c_str());
+        appendField(whole, nullptr);
+    }
+    const char16_t* data = unit.getPropertyString(u"structureddata");
+    whole += data && *data ? data : u"-";
+    if (!text.empty()) {
+        whole += u' ';
+        whole += text;
+    }
+    return whole;
+}
+
 std::string encodeSyslogText(std::u16string_view text, uint32_t encoding) {
     if (encoding != 0) {
         std::string out;
@@ -109,9 +176,9 @@ CompressResult compressSyslogMessage(std::string_view bytes, int level, SyslogTr
     return CompressResult::Compressed;
 }
 
-std::string frameSyslogTcp(std::string_view payload, bool compressed) {
+std::string frameSyslogTcp(std::string_view payload, bool compressed, bool octetCounting) {
     std::string frame;
-    if (compressed) {
+    if (compressed || octetCounting) {
         frame = std::to_string(payload.size());
         frame += ' ';
         frame.reserve(frame.size() + payload.size());

@@ -43,6 +43,15 @@ int64_t syslogTimeOf(const CInfoUnit& unit);
 std::u16string buildSyslogText(const CInfoUnit& unit, std::u16string_view text,
                                bool processDuringRelay, bool insertRealSource);
 
+// The same with an RFC 5424 header: "<PRI>1 TIMESTAMP HOST APP-NAME PROCID MSGID SD ".
+// A unit received with such a header gives its own fields back ("timestamp5424",
+// "hostname5424", "appname", "procid", "msgid", "structureddata"), so a message relayed this
+// way arrives unchanged;
+// any other unit has its time in UTC, APP-NAME and PROCID from its tag, no MSGID and no
+// structured data.
+std::u16string buildRfc5424Text(const CInfoUnit& unit, std::u16string_view text,
+                                bool processDuringRelay);
+
 // The text as bytes in the output encoding: 0 is the agent's narrow form, any other value a
 // character set id. An id that cannot be used falls back to the narrow form, with a debug
 // line, so the message still goes out.
@@ -60,8 +69,8 @@ enum class CompressResult { Plain, Compressed, Failed };
 CompressResult compressSyslogMessage(std::string_view bytes, int level, SyslogTransport transport,
                                      std::string& out, int& zlibError);
 
-// TCP framing: "<count> " in front of a compressed message (octet counting), a line feed
-// after any other.
-std::string frameSyslogTcp(std::string_view payload, bool compressed);
+// TCP framing: "<count> " in front of a compressed message or with `octetCounting` (RFC
+// 6587), a line feed after any other.
+std::string frameSyslogTcp(std::string_view payload, bool compressed, bool octetCounting = false);
 
 }  // namespace vt

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cstring>
+#include <string>
 
 #include "platform/text_codec.h"
 
@@ -81,6 +82,66 @@ TcpFramingSettings TcpFramingSettings::fromConfig(bool enableSeparator,
 }
 
 void CTcpFramer::feed(std::string_view bytes, ITcpMessageSink& sink) {
+    if (m_counting == Counting::Undecided && !bytes.empty()) {
+        const bool counted = m_settings->detectOctetCounting && bytes[0] >= '1' && bytes[0] <= '9';
+        m_counting = counted ? Counting::Length : Counting::Off;
+    }
+    if (m_counting == Counting::Off || m_counting == Counting::Undecided)
+        feedPlain(bytes, sink);
+    else
+        feedCounted(bytes, sink);
+}
+
+void CTcpFramer::feedCounted(std::string_view bytes, ITcpMessageSink& sink) {
+    while (!bytes.empty()) {
+        if (m_counting == Counting::Length) {
+            const char c = bytes[0];
+            if (c == ' ' && !m_lengthText.empty()) {
+                m_remaining = std::stoull(m_lengthText);
+                m_lengthText.clear();
+                m_counting = Counting::Body;
+            } else if (c >= '0' && c <= '9' && m_lengthText.size() < kMaxLengthDigits &&
+                       !(m_lengthText.empty() && c == '0')) {
+                m_lengthText.push_back(c);
+            } else {
+                fallBack(bytes, sink);
+                return;
+            }
+            bytes.remove_prefix(1);
+            continue;
+        }
+        const size_t take = static_cast<size_t>(std::min<uint64_t>(m_remaining, bytes.size()));
+        std::string_view body = bytes.substr(0, take);
+        bytes.remove_prefix(take);
+        m_remaining -= take;
+        const bool complete = m_remaining == 0;
+        // Senders end a counted frame with a line feed out of habit; it is framing, not text.
+        if (complete && !body.empty() && body.back() == '\n') body.remove_suffix(1);
+        if (complete && m_pending.empty() && !body.empty() && body.size() <= kMaxMessageLength &&
+            !needsSyslogEscape(body, m_settings->escapeControlCharacters)) {
+            sink.onMessage(body);
+        } else {
+            // A length beyond the message buffer is not trusted: the body goes out in pieces
+            // of the buffer as it arrives, as an uncounted stream would.
+            appendSegment(body, sink);
+            if (complete) deliverPending(sink);
+        }
+        if (complete) m_counting = Counting::Length;
+    }
+}
+
+void CTcpFramer::fallBack(std::string_view bytes, ITcpMessageSink& sink) {
+    m_counting = Counting::Off;
+    m_fellBack = true;
+    if (!m_lengthText.empty()) {
+        const std::string digits = std::move(m_lengthText);
+        m_lengthText.clear();
+        feedPlain(digits, sink);
+    }
+    feedPlain(bytes, sink);
+}
+
+void CTcpFramer::feedPlain(std::string_view bytes, ITcpMessageSink& sink) {
     if (m_settings->separatorMode()) {
         feedSeparated(bytes, sink);
         return;
@@ -165,6 +226,9 @@ void CTcpFramer::deliverPending(ITcpMessageSink& sink) {
 void CTcpFramer::finish(ITcpMessageSink& sink) {
     deliverPending(sink);
     m_match = 0;
+    m_counting = Counting::Undecided;
+    m_lengthText.clear();
+    m_remaining = 0;
 }
 
 }  // namespace vt

@@ -18,6 +18,9 @@ struct TcpFramingSettings {
     // The separator in the bytes of the wire; empty: every receive is one message.
     std::string separator;
     bool escapeControlCharacters = false;
+    // A connection whose first byte is a digit 1-9 carries "<length> <message>" frames (one
+    // line feed ending a frame is dropped); any other connection is framed as above.
+    bool detectOctetCounting = false;
 
     // Separator mode needs the switch on and a separator that is not empty after decoding.
     static TcpFramingSettings fromConfig(bool enableSeparator, std::u16string_view separatorSetting,
@@ -53,8 +56,20 @@ class CTcpFramer {
     // End of the connection: a pending message that is not empty is delivered.
     void finish(ITcpMessageSink& sink);
     size_t pendingSize() const noexcept { return m_pending.size(); }
+    // True once a counted connection sent a length that was not one; the rest of the
+    // connection was framed as an uncounted one.
+    bool fellBackFromCounting() const noexcept { return m_fellBack; }
 
   private:
+    enum class Counting : uint8_t { Undecided, Length, Body, Off };
+    // Longest length field taken: ten digits hold every length up to 2^32.
+    static constexpr size_t kMaxLengthDigits = 10;
+
+    void feedPlain(std::string_view bytes, ITcpMessageSink& sink);
+    void feedCounted(std::string_view bytes, ITcpMessageSink& sink);
+    // Ends counting for the connection and frames `bytes` (and the length digits taken so far)
+    // the uncounted way.
+    void fallBack(std::string_view bytes, ITcpMessageSink& sink);
     void feedSeparated(std::string_view bytes, ITcpMessageSink& sink);
     void appendSegment(std::string_view segment, ITcpMessageSink& sink);
     void deliverPending(ITcpMessageSink& sink);
@@ -62,6 +77,10 @@ class CTcpFramer {
     const TcpFramingSettings* m_settings;
     std::string m_pending;
     size_t m_match = 0;
+    Counting m_counting = Counting::Undecided;
+    bool m_fellBack = false;
+    std::string m_lengthText;  // the digits of the length being read
+    uint64_t m_remaining = 0;  // bytes of the counted message still to come
 };
 
 }  // namespace vt

@@ -9,6 +9,7 @@
 #include "base/reg_access.h"
 #include "model/info_unit_types.h"
 #include "platform/utf_codec.h"
+#include "sources/syslog/rfc5424_parser.h"
 #include "sources/syslog/syslog_splitter.h"
 
 namespace {
@@ -53,6 +54,8 @@ bool CInfoSourceSyslog::LoadConfig() {
         reg.ReadDWORDValue(u"nTakeSourceSysFromSyslogMsg", m_nTakeSourceSysFromSyslogMsg, 0);
         reg.ReadDWORDValue(u"nResolveNames", m_nResolveNames, 0);
         reg.ReadDWORDValue(u"nRFC3164Parsing", m_nRFC3164Parsing, 1);
+        reg.ReadDWORDValue(u"nParseRFC5424", m_nParseRFC5424, 0);
+        reg.ReadDWORDValue(u"nTCPOctetCounting", m_nTCPOctetCounting, 0);
         reg.ReadDWORDValue(u"nEscapeControlCharacters", m_nEscapeControlCharacters, 0);
         reg.ReadDWORDValue(u"nEnableTCPMsgSep", m_nEnableTCPMsgSep, 0);
         reg.ReadDWORDValue(u"nTimeOutMsg", m_nTimeOutMsg, 15000);
@@ -143,6 +146,7 @@ void CInfoSourceSyslog::runTcp() {
     settings.silence.sessionTimeoutMs = m_nTimeOutSession;
     settings.framing = vt::TcpFramingSettings::fromConfig(
         m_nEnableTCPMsgSep == 1, m_szTCPMsgSep.view(), m_nEscapeControlCharacters == 1);
+    settings.framing.detectOctetCounting = m_nTCPOctetCounting == 1;
     setSettings(settings);
     if (!bindOrReport([this] { listen(m_szMyIPAddress.getStringA(), m_nListenPort); })) return;
     m_boundPort.store(localPort(), std::memory_order_release);
@@ -172,6 +176,11 @@ std::unique_ptr<CInfoUnitSyslog> CInfoSourceSyslog::buildUnit(std::string_view b
     // Received bytes are taken as UTF-8; invalid sequences become replacement characters.
     std::u16string text;
     vt::utf8ToUtf16(bytes, text);
+    if (m_nParseRFC5424 == 1) {
+        vt::Rfc5424Fields fields;
+        if (vt::parseRfc5424(text, fields))
+            return buildRfc5424Unit(std::move(text), fields, peerText);
+    }
     const vt::SyslogFields parts =
         vt::splitSyslogFields(text, m_nRFC3164Parsing == 1, vt::SyslogClock::now());
 
@@ -188,6 +197,38 @@ std::unique_ptr<CInfoUnitSyslog> CInfoSourceSyslog::buildUnit(std::string_view b
     if (m_nParseSyslogDate == 1)
         unit->setPropertyTime(vt::StdProperty::TimeReported, parts.timestamp);
     // Last, because the parts above are views into the text that moves into the unit here.
+    unit->takeRawMsg(std::move(text));
+    return unit;
+}
+
+std::unique_ptr<CInfoUnitSyslog> CInfoSourceSyslog::buildRfc5424Unit(
+    std::u16string&& text, const vt::Rfc5424Fields& fields, const std::string& peerText) const {
+    auto unit = std::make_unique<CInfoUnitSyslog>();
+    setCommonInfoUnitSettings(*unit);
+    // The separator that ended a TCP message belongs to the framing, not to MSG.
+    std::u16string_view msg = fields.msg;
+    while (!msg.empty() && (msg.back() == u'\n' || msg.back() == u'\r')) msg.remove_suffix(1);
+    unit->setMsg(msg);
+    unit->setSyslogFacility(static_cast<int32_t>(fields.facility));
+    unit->setSyslogPriority(static_cast<int32_t>(fields.severity));
+    unit->takePropertyString(vt::StdProperty::SyslogTag, vt::rfc5424Tag(fields));
+    if (m_nTakeSourceSysFromSyslogMsg == 1 && !fields.host.empty())
+        unit->setPropertyString(vt::StdProperty::Source, fields.host);
+    else
+        unit->setPropertyStringA(vt::StdProperty::Source, peerText);
+    if (m_nParseSyslogDate == 1 && fields.hasTime)
+        unit->setPropertyTime(vt::StdProperty::TimeReported, fields.time);
+    unit->setPropertyString(u"appname", fields.appName);
+    unit->setPropertyString(u"procid", fields.procId);
+    unit->setPropertyString(u"msgid", fields.msgId);
+    unit->setPropertyString(u"structureddata", fields.structuredData);
+    unit->setPropertyString(u"timestamp5424", fields.timestamp);
+    unit->setPropertyString(u"hostname5424", fields.host);
+    for (const vt::SdParam& param : fields.params) {
+        std::u16string name = u"sd_";
+        name.append(param.sdId).append(u"_").append(param.name);
+        unit->takePropertyString(name, vt::unescapeSdValue(param.value));
+    }
     unit->takeRawMsg(std::move(text));
     return unit;
 }

@@ -9,6 +9,9 @@
 
 class CInfoUnitSyslog;
 class CIPAddress;
+namespace vt {
+struct Rfc5424Fields;
+}
 
 // The syslog receiver: one source listens on one port with one transport and turns every
 // message into a CInfoUnitSyslog for its rule set. UDP datagrams are received by the
@@ -42,6 +45,10 @@ class CInfoSourceSyslog : public CInfoSource, public CTCPServer {
     void OnReceive(const CTcpConnection& connection, std::string_view message) override;
 
   private:
+    // The fields are views into `text`, which moves into the unit last.
+    std::unique_ptr<CInfoUnitSyslog> buildRfc5424Unit(std::u16string&& text,
+                                                      const vt::Rfc5424Fields& fields,
+                                                      const std::string& peerText) const;
     void runUdp();
     void runTcp();
     // The sender's text: its resolved name with "nResolveNames" 1, else its address.
@@ -53,6 +60,8 @@ class CInfoSourceSyslog : public CInfoSource, public CTCPServer {
     uint32_t m_nTakeSourceSysFromSyslogMsg = 0;
     uint32_t m_nResolveNames = 0;
     uint32_t m_nRFC3164Parsing = 1;
+    uint32_t m_nParseRFC5424 = 0;      // 1: a version 1 header is recognised per message
+    uint32_t m_nTCPOctetCounting = 0;  // 1: a connection whose first byte is a digit is counted
     uint32_t m_nEscapeControlCharacters = 0;
     uint32_t m_nEnableTCPMsgSep = 0;
     uint32_t m_nTimeOutMsg = 15000;

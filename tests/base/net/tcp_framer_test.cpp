@@ -160,3 +160,48 @@ TEST(TcpFramer, ExactlyFullMessage) {
 }
 
 }  // namespace
+
+namespace {
+
+TcpFramingSettings counted(bool separator) {
+    TcpFramingSettings settings = TcpFramingSettings::fromConfig(separator, u"\\n", false);
+    settings.detectOctetCounting = true;
+    return settings;
+}
+
+// Counted frames carry line feeds inside a message and come out the same at every cut; a
+// connection that starts with anything but a length is framed by the separator.
+TEST(TcpFramer, OctetCountingAtEveryCut) {
+    const std::string stream = "11 <13>1 - a\nb9 <14>two\n\n3 end";
+    const std::vector<std::string> expected = {"<13>1 - a\nb", "<14>two\n", "end"};
+    const TcpFramingSettings settings = counted(true);
+    for (size_t a = 0; a <= stream.size(); ++a)
+        for (size_t b = a; b <= stream.size(); ++b)
+            ASSERT_EQ(
+                frame(settings, {stream.substr(0, a), stream.substr(a, b - a), stream.substr(b)}),
+                expected)
+                << a << " " << b;
+    EXPECT_EQ(frame(settings, {"<13>x\n12 y\n"}), (std::vector<std::string>{"<13>x\n", "12 y\n"}));
+}
+
+// A length is never trusted for memory: 2^31 announced bytes come out in buffer-sized pieces
+// as they arrive; a non-digit in the length hands the rest of the connection to the separator.
+TEST(TcpFramer, OctetCountingHostileLengths) {
+    CTcpFramer framer(counted(true));
+    Collector sink;
+    framer.feed("2147483648 ", sink);
+    const std::string chunk(CTcpFramer::kMaxMessageLength + 10, 'x');
+    framer.feed(chunk, sink);
+    EXPECT_EQ(sink.messages.size(), 1u);
+    EXPECT_EQ(sink.messages[0].size(), CTcpFramer::kMaxMessageLength);
+    EXPECT_LE(framer.pendingSize(), 10u);
+    EXPECT_FALSE(framer.fellBackFromCounting());
+
+    EXPECT_EQ(frame(counted(true), {"5 hello12x4 rest\nnext\n"}),
+              (std::vector<std::string>{"hello", "12x4 rest\n", "next\n"}));
+    EXPECT_EQ(frame(counted(true), {"12345678901 x\n"}),
+              (std::vector<std::string>{"12345678901 x\n"}));
+    EXPECT_EQ(frame(counted(false), {"0 a", "b"}), (std::vector<std::string>{"0 a", "b"}));
+}
+
+}  // namespace
