@@ -39,6 +39,7 @@ void CActionConfigSendSyslog::LoadConfig() {
         r.ReadDWORDValue(u"nCompressionLevel", m_nCompressionLevel, 9);
         r.ReadDWORDValue(u"nSyslogFormat", m_nSyslogFormat, 0);
         r.ReadDWORDValue(u"nTCPFraming", m_nTCPFraming, 0);
+        readTlsSettings(r);
         r.CloseKey();
         m_nTimeoutValue = static_cast<int32_t>(timeout);
     }
@@ -83,6 +84,42 @@ void CActionConfigSendSyslog::normalise() {
     m_client.setRealSourceSwitch(m_nSyslogInsertSource == 1);
     m_client.setRfc5424(m_nSyslogFormat == 1);
     m_client.setOctetCounting(m_nTCPFraming == 1);
+    m_client.setTls(m_nUseTLS == 1 ? makeTlsContext() : nullptr);
+}
+
+void CActionConfigSendSyslog::readTlsSettings(CRegAccess& r) {
+    r.ReadDWORDValue(u"nUseTLS", m_nUseTLS, 0);
+    r.ReadDWORDValue(u"nTLSVerifyPeer", m_nTLSVerifyPeer, 1);
+    r.ReadStringValue(u"szTLSCAFile", m_szTLSCAFile, u"");
+    r.ReadStringValue(u"szTLSCertFile", m_szTLSCertFile, u"");
+    r.ReadStringValue(u"szTLSKeyFile", m_szTLSKeyFile, u"");
+    r.ReadStringValue(u"szTLSServerName", m_szTLSServerName, u"");
+    r.ReadStringValue(u"szTLSPeerFingerprint", m_szTLSPeerFingerprint, u"");
+}
+
+// A context that cannot be made (a missing file, no TLS in this build) is logged at load; the
+// action then fails every unit with that reason instead of sending in the clear.
+std::shared_ptr<const vt::net::CTlsContext> CActionConfigSendSyslog::makeTlsContext() const {
+    if (m_nType != 1)
+        vt::debugPrintf(
+            vt::DBG_ERROR,
+            "CActionConfigSendSyslog| %s: nUseTLS needs the TCP transport - ignored.\r\n",
+            m_keyPath.getStringA());
+    if (m_nType != 1) return nullptr;
+    vt::net::TlsEndpointOptions options;
+    options.caFile = m_szTLSCAFile.getStringA();
+    options.certFile = m_szTLSCertFile.getStringA();
+    options.keyFile = m_szTLSKeyFile.getStringA();
+    options.verifyPeer = m_nTLSVerifyPeer != 0;
+    options.fingerprint = m_szTLSPeerFingerprint.getStringA();
+    options.peerName = m_szTLSServerName.empty() ? std::string(m_szSyslogSendServer.getStringA())
+                                                 : std::string(m_szTLSServerName.getStringA());
+    auto context = std::make_shared<vt::net::CTlsContext>();
+    std::string error;
+    if (!context->init(options, error))
+        vt::debugPrintf(vt::DBG_ERROR, "CActionConfigSendSyslog| %s: TLS cannot start: %s\r\n",
+                        m_keyPath.getStringA(), error.c_str());
+    return context;
 }
 
 uint16_t CActionConfigSendSyslog::effectivePort() const noexcept {

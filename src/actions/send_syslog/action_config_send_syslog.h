@@ -1,5 +1,6 @@
 #pragma once
 #include <cstdint>
+#include <memory>
 
 #include "actions/send_syslog/syslog_client.h"
 #include "base/quillet_string.h"
@@ -45,6 +46,13 @@ class CActionConfigSendSyslog : public CActionConfig {
     uint32_t m_nCompressionLevel = 9;
     uint32_t m_nSyslogFormat = 0;  // 1: RFC 5424 header
     uint32_t m_nTCPFraming = 0;    // 1: octet counting on TCP
+    uint32_t m_nUseTLS = 0;        // 1: the TCP connection is a TLS session
+    uint32_t m_nTLSVerifyPeer = 1;
+    CQuilletString m_szTLSCAFile;
+    CQuilletString m_szTLSCertFile;
+    CQuilletString m_szTLSKeyFile;
+    CQuilletString m_szTLSServerName;  // "" the server's name as configured
+    CQuilletString m_szTLSPeerFingerprint;
 
     // The port the client uses: 0 and values above 65535 stand for the syslog port.
     uint16_t effectivePort() const noexcept;
@@ -52,6 +60,8 @@ class CActionConfigSendSyslog : public CActionConfig {
   private:
     // Adjustments after loading; also applied when the key could not be read.
     void normalise();
+    void readTlsSettings(CRegAccess& r);
+    std::shared_ptr<const vt::net::CTlsContext> makeTlsContext() const;
 
     CSyslogClient m_client;
     bool m_bConnected = false;

@@ -81,6 +81,7 @@ void CSyslogClient::open() {
 }
 
 void CSyslogClient::close() noexcept {
+    m_tls.reset();
     if (isOpen())
         vt::debugPrintf(vt::DBG_INFO, "CSyslogClient::close connection to '%s' port %u closed\r\n",
                         m_server.c_str(), static_cast<unsigned>(m_port));
@@ -97,6 +98,47 @@ void CSyslogClient::connectTcp() {
                     "%u) - message not sent.",
                     m_server.c_str(), static_cast<unsigned>(m_port),
                     static_cast<unsigned>(lastError()));
+    if (m_tlsContext) startTls();
+}
+
+void CSyslogClient::startTls() {
+    m_tls = std::make_unique<vt::net::CTlsStream>(*m_tlsContext);
+    bool ok = m_tls->start();
+    std::string ignored;
+    char buffer[16384];
+    while (ok) {
+        const std::string out = m_tls->takeOutgoing();
+        if (!out.empty() && !sendStream(out)) break;
+        if (m_tls->handshakeDone()) return;
+        if (vt::net::waitSocketReady(m_socket.handle(), false,
+                                     static_cast<int>(kConnectTimeoutMs)) <= 0)
+            break;
+        const int n = m_socket.receive(buffer, sizeof buffer);
+        if (n <= 0) break;
+        ok = m_tls->receive(std::string_view(buffer, static_cast<size_t>(n)), ignored);
+    }
+    const std::string why = m_tls->errorText().empty() ? "no TLS handshake" : m_tls->errorText();
+    dropConnection();
+    throwReport(vt::net::SOCKERR_CONNABORTED,
+                "CSyslogClient::open TLS with syslog server '%s' port %u failed: %s - message not "
+                "sent.",
+                m_server.c_str(), static_cast<unsigned>(m_port), why.c_str());
+}
+
+bool CSyslogClient::tlsSessionEnded() {
+    std::string ignored;
+    char buffer[16384];
+    while (vt::net::waitSocketReady(m_socket.handle(), false, 0) > 0) {
+        const int n = m_socket.receive(buffer, sizeof buffer);
+        if (n <= 0 || !m_tls->receive(std::string_view(buffer, static_cast<size_t>(n)), ignored))
+            return true;
+    }
+    return false;
+}
+
+bool CSyslogClient::sendFrame(std::string_view frame) {
+    if (!m_tls) return sendStream(frame);
+    return m_tls->send(frame) && sendStream(m_tls->takeOutgoing());
 }
 
 void CSyslogClient::send(const CInfoUnit& unit, std::u16string_view text) {
@@ -165,29 +207,34 @@ void CSyslogClient::sendUdp(std::string_view payload) {
 void CSyslogClient::sendTcp(std::string_view frame) {
     if (!isOpen()) {
         connectTcp();
-    } else if (streamIsDead()) {
+    } else if (m_tls ? tlsSessionEnded() : streamIsDead()) {
         vt::debugPrintf(vt::DBG_MINIMUM,
                         "CSyslogClient::send: connection to '%s' port %u was closed by the "
                         "server (error %u) - reconnecting.\r\n",
                         m_server.c_str(), static_cast<unsigned>(m_port),
                         static_cast<unsigned>(lastError()));
-        closeSocket();
+        dropConnection();
         connectTcp();
     }
-    if (sendStream(frame)) return;
+    if (sendFrame(frame)) return;
     vt::debugPrintf(vt::DBG_MINIMUM,
                     "CSyslogClient::send: send to '%s' port %u failed (error %u) - reconnecting "
                     "and sending again.\r\n",
                     m_server.c_str(), static_cast<unsigned>(m_port),
                     static_cast<unsigned>(lastError()));
-    closeSocket();
+    dropConnection();
     connectTcp();
-    if (sendStream(frame)) return;
+    if (sendFrame(frame)) return;
     throwSendError(lastError());
 }
 
-void CSyslogClient::throwSendError(uint32_t error) {
+void CSyslogClient::dropConnection() noexcept {
+    m_tls.reset();
     closeSocket();
+}
+
+void CSyslogClient::throwSendError(uint32_t error) {
+    dropConnection();
     throwReport(error,
                 "CSyslogClient::send Error sending to syslog server '%s' port %u (error %u) - "
                 "message not sent.",

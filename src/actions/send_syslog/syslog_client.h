@@ -1,11 +1,13 @@
 #pragma once
 #include <cstdint>
+#include <memory>
 #include <string>
 #include <string_view>
 
 #include "actions/send_syslog/syslog_message.h"
 #include "base/net/ip_client.h"
 #include "base/quillet_string.h"
+#include "platform/tls_stream.h"
 
 // The connection of a forward-syslog action to its server, and the sending of one message:
 // encoding, compression, framing and the transport. Used under the action's lock only.
@@ -29,6 +31,10 @@ class CSyslogClient : public CIPClient {
     void setRealSourceSwitch(bool on) noexcept { m_insertRealSource = on; }
     void setRfc5424(bool on) noexcept { m_rfc5424 = on; }
     void setOctetCounting(bool on) noexcept { m_octetCounting = on; }
+    // TCP connections become TLS sessions of `context`; null turns TLS off.
+    void setTls(std::shared_ptr<const vt::net::CTlsContext> context) noexcept {
+        m_tlsContext = std::move(context);
+    }
 
     // Makes the connection (TCP) or the socket (UDP); throws CErrorReport* on failure.
     void open();
@@ -47,6 +53,12 @@ class CSyslogClient : public CIPClient {
   private:
     void resolveTarget(int socketType, std::vector<CIPAddress>& targets);
     void connectTcp();
+    // The client handshake over the new connection; throws CErrorReport* when it fails.
+    void startTls();
+    // Takes in what the server sent (tickets, a closing alert); true when the session ended.
+    bool tlsSessionEnded();
+    bool sendFrame(std::string_view frame);
+    void dropConnection() noexcept;
     void sendUdp(std::string_view payload);
     void sendTcp(std::string_view frame);
     [[noreturn]] void throwSendError(uint32_t error);
@@ -64,4 +76,6 @@ class CSyslogClient : public CIPClient {
     bool m_octetCounting = false;  // "nTCPFraming" 1
     bool m_resolved = false;
     std::string m_scratch;
+    std::shared_ptr<const vt::net::CTlsContext> m_tlsContext;
+    std::unique_ptr<vt::net::CTlsStream> m_tls;  // the open connection's session
 };

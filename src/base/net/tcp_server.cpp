@@ -145,6 +145,9 @@ void CTCPServer::acceptConnections(Clock::time_point now) {
         auto connection = std::unique_ptr<CTcpConnection>(
             new CTcpConnection(std::move(socket), peer, m_nextId++, m_settings.framing));
         connection->m_lastData = now;
+        connection->m_accepted = now;
+        if (m_settings.tls)
+            connection->m_tls = std::make_unique<vt::net::CTlsStream>(*m_settings.tls);
         if (!m_poller.add(connection->m_socket.handle(), connection.get())) {
             vt::debugPrintf(vt::DBG_ERROR,
                             "CTCPServer|accept: can't watch connection, error %u\r\n",
@@ -177,8 +180,19 @@ void CTCPServer::readConnection(CTcpConnection& connection, Clock::time_point no
         connection.m_lastData = now;
         connection.m_timeouts = 0;
         Sink sink(*this, connection);
-        connection.m_framer.feed(std::string_view(m_readBuffer.data(), static_cast<size_t>(n)),
-                                 sink);
+        const std::string_view bytes(m_readBuffer.data(), static_cast<size_t>(n));
+        if (!connection.m_tls) {
+            connection.m_framer.feed(bytes, sink);
+            return;
+        }
+        std::string plain;
+        const bool open = decrypt(connection, bytes, plain);
+        if (!plain.empty()) connection.m_framer.feed(plain, sink);
+        if (!open) {
+            if (!connection.m_tls->closed())
+                logTlsFailure(connection, connection.m_tls->errorText(), now);
+            closeConnection(connection);
+        }
         return;
     }
     if (n < 0) {
@@ -190,11 +204,37 @@ void CTCPServer::readConnection(CTcpConnection& connection, Clock::time_point no
     closeConnection(connection);
 }
 
+bool CTCPServer::decrypt(CTcpConnection& connection, std::string_view cipher, std::string& plain) {
+    const bool open = connection.m_tls->receive(cipher, plain);
+    // The handshake answers and alerts are a few kilobytes: they fit the socket's buffer.
+    const std::string answer = connection.m_tls->takeOutgoing();
+    if (!answer.empty() && !connection.m_socket.sendAll(answer)) return false;
+    return open;
+}
+
+void CTCPServer::logTlsFailure(const CTcpConnection& connection, const std::string& why,
+                               Clock::time_point now) {
+    if (m_tlsFailureLogged.size() > 10000) m_tlsFailureLogged.clear();
+    auto [it, fresh] = m_tlsFailureLogged.try_emplace(connection.m_peerText, now);
+    if (!fresh && now - it->second < minutes(1)) return;
+    it->second = now;
+    vt::debugPrintf(vt::DBG_MINIMUM,
+                    "CTCPServer|TLS: connection from %s refused: %s (further failures of this "
+                    "peer are not logged for a minute)\r\n",
+                    connection.m_peerText.c_str(), why.c_str());
+}
+
 void CTCPServer::sweepSilent(Clock::time_point now) {
     const TcpSilenceRule& rule = m_settings.silence;
     for (auto& owned : m_connections) {
         CTcpConnection& connection = *owned;
         if (connection.m_closing) continue;
+        if (connection.m_tls && !connection.m_tls->handshakeDone() &&
+            now - connection.m_accepted > milliseconds(m_settings.tlsHandshakeTimeoutMs)) {
+            logTlsFailure(connection, "no TLS handshake within the time-out", now);
+            closeConnection(connection);
+            continue;
+        }
         const auto silent = duration_cast<milliseconds>(now - connection.m_lastData).count();
         const uint32_t timeouts =
             rule.timeoutsAfter(static_cast<uint64_t>(std::max<int64_t>(silent, 0)));

@@ -2,6 +2,7 @@
 #include <atomic>
 #include <chrono>
 #include <cstdint>
+#include <map>
 #include <memory>
 #include <string>
 #include <string_view>
@@ -10,6 +11,7 @@
 #include "base/net/ip.h"
 #include "base/net/tcp_framer.h"
 #include "platform/socket_api.h"
+#include "platform/tls_stream.h"
 
 // When a silent connection is given up. Each "nTimeOutMsg" of silence counts as one receive
 // time-out; the connection is dropped at the first time-out whose count times "nTimeOutMsg"
@@ -34,6 +36,10 @@ struct TcpSilenceRule {
 struct TcpServerSettings {
     TcpSilenceRule silence;
     vt::TcpFramingSettings framing;
+    // Set: every connection is a TLS session of this context.
+    std::shared_ptr<const vt::net::CTlsContext> tls;
+    // A TLS handshake not done after this long is given up (a peer that connects and stalls).
+    uint32_t tlsHandshakeTimeoutMs = 10000;
     int backlog = SOMAXCONN;
     // Above this many open connections new ones wait in the backlog.
     size_t maxConnections = 65536;
@@ -56,6 +62,8 @@ class CTcpConnection {
     std::string m_peerText;
     uint64_t m_id;
     vt::CTcpFramer m_framer;
+    std::unique_ptr<vt::net::CTlsStream> m_tls;
+    std::chrono::steady_clock::time_point m_accepted;
     std::chrono::steady_clock::time_point m_lastData;
     uint32_t m_timeouts = 0;
     bool m_closing = false;
@@ -113,6 +121,11 @@ class CTCPServer : public CIP {
     // Listens again after a pause for lack of descriptors or a full connection table.
     void resumeListening(Clock::time_point now);
     void deliver(CTcpConnection& connection, std::string_view message);
+    // Decrypts what a TLS connection read and answers the handshake; false when it must close.
+    bool decrypt(CTcpConnection& connection, std::string_view cipher, std::string& plain);
+    // One line per peer and minute, however often a misconfigured sender retries.
+    void logTlsFailure(const CTcpConnection& connection, const std::string& why,
+                       Clock::time_point now);
 
     TcpServerSettings m_settings;
     vt::net::CSocketPoller m_poller;
@@ -124,4 +137,5 @@ class CTCPServer : public CIP {
     bool m_listening = false;
     bool m_anyClosed = false;
     Clock::time_point m_listenPausedUntil{};
+    std::map<std::string, Clock::time_point> m_tlsFailureLogged;  // by peer address
 };

@@ -56,6 +56,7 @@ bool CInfoSourceSyslog::LoadConfig() {
         reg.ReadDWORDValue(u"nRFC3164Parsing", m_nRFC3164Parsing, 1);
         reg.ReadDWORDValue(u"nParseRFC5424", m_nParseRFC5424, 0);
         reg.ReadDWORDValue(u"nTCPOctetCounting", m_nTCPOctetCounting, 0);
+        readTlsSettings(reg);
         reg.ReadDWORDValue(u"nEscapeControlCharacters", m_nEscapeControlCharacters, 0);
         reg.ReadDWORDValue(u"nEnableTCPMsgSep", m_nEnableTCPMsgSep, 0);
         reg.ReadDWORDValue(u"nTimeOutMsg", m_nTimeOutMsg, 15000);
@@ -115,6 +116,10 @@ void CInfoSourceSyslog::Run() {
 }
 
 void CInfoSourceSyslog::runUdp() {
+    if (m_nUseTLS == 1)
+        vt::debugWrite(vt::DBG_ERROR,
+                       "CInfoSourceSyslog::Run: nUseTLS is set on a UDP source - ignored, TLS "
+                       "needs nProtocolType 1\r\n");
     m_udp.setRFC3164Parsing(m_nRFC3164Parsing == 1);
     m_udp.setEscapeControlCharacters(m_nEscapeControlCharacters == 1);
     if (!bindOrReport([this] { m_udp.open(m_szMyIPAddress.getStringA(), m_nListenPort); })) return;
@@ -147,6 +152,7 @@ void CInfoSourceSyslog::runTcp() {
     settings.framing = vt::TcpFramingSettings::fromConfig(
         m_nEnableTCPMsgSep == 1, m_szTCPMsgSep.view(), m_nEscapeControlCharacters == 1);
     settings.framing.detectOctetCounting = m_nTCPOctetCounting == 1;
+    if (m_nUseTLS == 1 && !(settings.tls = makeTlsContext())) return;
     setSettings(settings);
     if (!bindOrReport([this] { listen(m_szMyIPAddress.getStringA(), m_nListenPort); })) return;
     m_boundPort.store(localPort(), std::memory_order_release);
@@ -155,6 +161,35 @@ void CInfoSourceSyslog::runTcp() {
     if (!run())
         vt::debugWrite(vt::DBG_ERROR, "CInfoSourceSyslog::Run: the TCP listener could not run\r\n");
     m_socket.close();
+}
+
+void CInfoSourceSyslog::readTlsSettings(CRegAccess& reg) {
+    reg.ReadDWORDValue(u"nUseTLS", m_nUseTLS, 0);
+    reg.ReadDWORDValue(u"nTLSVerifyPeer", m_nTLSVerifyPeer, 0);
+    reg.ReadStringValue(u"szTLSCertFile", m_szTLSCertFile, CQuilletString());
+    reg.ReadStringValue(u"szTLSKeyFile", m_szTLSKeyFile, CQuilletString());
+    reg.ReadStringValue(u"szTLSCAFile", m_szTLSCAFile, CQuilletString());
+    reg.ReadStringValue(u"szTLSPeerFingerprint", m_szTLSPeerFingerprint, CQuilletString());
+}
+
+std::shared_ptr<const vt::net::CTlsContext> CInfoSourceSyslog::makeTlsContext() const {
+    vt::net::TlsEndpointOptions options;
+    options.server = true;
+    options.certFile = m_szTLSCertFile.getStringA();
+    options.keyFile = m_szTLSKeyFile.getStringA();
+    options.caFile = m_szTLSCAFile.getStringA();
+    options.verifyPeer = m_nTLSVerifyPeer == 1;
+    options.fingerprint = m_szTLSPeerFingerprint.getStringA();
+    auto context = std::make_shared<vt::net::CTlsContext>();
+    std::string error;
+    if (context->init(options, error)) return context;
+    vt::debugPrintf(vt::DBG_ERROR, "CInfoSourceSyslog::Run: TLS listener not started: %s\r\n",
+                    error.c_str());
+    vt::reportError(kSourceErrorEvent, "CInfoSourceSyslog",
+                    "CInfoSourceSyslog: the TLS listener could not start - the source does not "
+                    "run.",
+                    error);
+    return nullptr;
 }
 
 void CInfoSourceSyslog::OnReceive(const CTcpConnection& connection, std::string_view message) {

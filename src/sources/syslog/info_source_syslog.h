@@ -9,6 +9,7 @@
 
 class CInfoUnitSyslog;
 class CIPAddress;
+class CRegAccess;
 namespace vt {
 struct Rfc5424Fields;
 }
@@ -49,6 +50,9 @@ class CInfoSourceSyslog : public CInfoSource, public CTCPServer {
     std::unique_ptr<CInfoUnitSyslog> buildRfc5424Unit(std::u16string&& text,
                                                       const vt::Rfc5424Fields& fields,
                                                       const std::string& peerText) const;
+    void readTlsSettings(CRegAccess& reg);
+    // The listener's TLS context, or null (reported) when it cannot be made.
+    std::shared_ptr<const vt::net::CTlsContext> makeTlsContext() const;
     void runUdp();
     void runTcp();
     // The sender's text: its resolved name with "nResolveNames" 1, else its address.
@@ -62,6 +66,12 @@ class CInfoSourceSyslog : public CInfoSource, public CTCPServer {
     uint32_t m_nRFC3164Parsing = 1;
     uint32_t m_nParseRFC5424 = 0;      // 1: a version 1 header is recognised per message
     uint32_t m_nTCPOctetCounting = 0;  // 1: a connection whose first byte is a digit is counted
+    uint32_t m_nUseTLS = 0;            // 1: TCP connections are TLS sessions
+    uint32_t m_nTLSVerifyPeer = 0;     // 1: a trusted client certificate is required
+    CQuilletString m_szTLSCertFile;
+    CQuilletString m_szTLSKeyFile;
+    CQuilletString m_szTLSCAFile;
+    CQuilletString m_szTLSPeerFingerprint;
     uint32_t m_nEscapeControlCharacters = 0;
     uint32_t m_nEnableTCPMsgSep = 0;
     uint32_t m_nTimeOutMsg = 15000;
