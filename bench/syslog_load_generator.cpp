@@ -4,12 +4,17 @@
 // measure end to end up to the last line the receiver writes.
 //
 //   syslog_load_generator tcp|udp PORT COUNT SIZE [CONNECTIONS|RATE]
+//
+// GEN_FORMAT=5424 sends RFC 5424 headers, octet-counted over TCP; GEN_TLS=1 makes every TCP
+// connection a TLS session (the receiver's certificate is not checked: this is a load).
 #include <arpa/inet.h>
 #include <netinet/in.h>
 #include <netinet/tcp.h>
+#include <openssl/ssl.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <chrono>
 #include <cstdio>
 #include <cstdlib>
@@ -20,11 +25,19 @@
 
 namespace {
 
-// "<13>Nov 22 10:00:00 benchhost app: 00000042 xxxx..." of exactly `size` bytes (without the
-// line feed that frames it over TCP).
+bool rfc5424() {
+    const char* format = std::getenv("GEN_FORMAT");
+    return format && std::string(format) == "5424";
+}
+
+// "<13>Nov 22 10:00:00 benchhost app: 00000042 xxxx..." (or with an RFC 5424 header) of
+// exactly `size` bytes, without its TCP framing.
 std::string message(size_t number, size_t size) {
-    char head[64];
-    std::snprintf(head, sizeof head, "<13>Nov 22 10:00:00 benchhost app: %08zu ", number);
+    char head[96];
+    std::snprintf(head, sizeof head,
+                  rfc5424() ? "<13>1 2026-11-22T10:00:00Z benchhost app - - - %08zu "
+                            : "<13>Nov 22 10:00:00 benchhost app: %08zu ",
+                  number);
     std::string text(head);
     if (text.size() < size) text.append(size - text.size(), 'x');
     text.resize(size);
@@ -45,7 +58,13 @@ int64_t wallNanos() {
         .count();
 }
 
-bool sendAll(int fd, const char* data, size_t length) {
+bool sendAll(int fd, const char* data, size_t length, SSL* tls) {
+    while (length && tls) {
+        const int sent = SSL_write(tls, data, static_cast<int>(std::min<size_t>(length, 16384)));
+        if (sent <= 0) return false;
+        data += sent;
+        length -= static_cast<size_t>(sent);
+    }
     while (length) {
         const ssize_t sent = ::send(fd, data, length, MSG_NOSIGNAL);
         if (sent <= 0) return false;
@@ -56,7 +75,11 @@ bool sendAll(int fd, const char* data, size_t length) {
 }
 
 int runTcp(int port, size_t count, size_t size, size_t connections) {
+    const char* tlsSetting = std::getenv("GEN_TLS");
+    SSL_CTX* context =
+        tlsSetting && *tlsSetting == '1' ? SSL_CTX_new(TLS_client_method()) : nullptr;
     std::vector<int> sockets;
+    std::vector<SSL*> sessions;
     for (size_t i = 0; i < connections; ++i) {
         const int fd = ::socket(AF_INET, SOCK_STREAM, 0);
         const sockaddr_in address = loopback(port);
@@ -65,24 +88,45 @@ int runTcp(int port, size_t count, size_t size, size_t connections) {
             return 1;
         }
         sockets.push_back(fd);
+        SSL* session = context ? SSL_new(context) : nullptr;
+        if (session && (SSL_set_fd(session, fd) != 1 || SSL_connect(session) != 1)) {
+            std::fprintf(stderr, "TLS handshake failed\n");
+            return 1;
+        }
+        sessions.push_back(session);
     }
     // Each connection gets every connections-th message, prepared up front so that the
     // generator measures the receiver, not itself.
     std::vector<std::string> streams(connections);
+    const bool counted = rfc5424();
     for (size_t n = 0; n < count; ++n) {
         std::string& s = streams[n % connections];
+        if (counted) s += std::to_string(size) + ' ';
         s += message(n, size);
-        s += '\n';
+        if (!counted) s += '\n';
     }
     const int64_t start = wallNanos();
     std::vector<std::thread> senders;
     bool failed = false;
     for (size_t i = 0; i < connections; ++i)
         senders.emplace_back([&, i] {
-            if (!sendAll(sockets[i], streams[i].data(), streams[i].size())) failed = true;
+            if (!sendAll(sockets[i], streams[i].data(), streams[i].size(), sessions[i]))
+                failed = true;
+            if (sessions[i]) {
+                // A close while the receiver still sends (its tickets, its closing alert)
+                // would reset the connection and drop what it has not read yet: end our
+                // side, then wait for the receiver's end.
+                SSL_shutdown(sessions[i]);
+                ::shutdown(sockets[i], SHUT_WR);
+                char drain[4096];
+                while (::recv(sockets[i], drain, sizeof drain, 0) > 0) {
+                }
+                SSL_free(sessions[i]);
+            }
             ::close(sockets[i]);
         });
     for (std::thread& t : senders) t.join();
+    if (context) SSL_CTX_free(context);
     std::printf("%lld\n", static_cast<long long>(start));
     return failed ? 1 : 0;
 }

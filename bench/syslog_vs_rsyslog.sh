@@ -5,8 +5,10 @@
 # million messages, peak RSS, and for UDP the fraction lost; then the vtagent/rsyslog ratios.
 #
 #   bench/syslog_vs_rsyslog.sh            (builds build/linux first; needs /usr/sbin/rsyslogd)
+# tls-1: one TCP connection in TLS (the same test certificate on both sides, rsyslogd with its
+# OpenSSL driver); 5424-1: one TCP connection of octet-counted RFC 5424 messages.
 # Environment: TCP_COUNT (1000000), UDP_COUNT (500000), UDP_RATE (100000), SIZE (120),
-# ROUNDS (3), CASES ("tcp-1 tcp-8 udp"), VT_WORKERS (5), PERF_OUT (profile vtagent),
+# ROUNDS (3), CASES ("tcp-1 tcp-8 udp tls-1 5424-1"), VT_WORKERS (5), PERF_OUT (profile vtagent),
 # PERF_CALLGRAPH (perf record call-graph option, default -g; "--call-graph dwarf" for jemalloc).
 set -euo pipefail
 cd "$(dirname "$0")/.."
@@ -49,14 +51,32 @@ cpu_ticks() { awk '{print $14+$15}' "/proc/$1/stat"; }
 peak_rss_kb() { awk '/VmHWM/{print $2}' "/proc/$1/status"; }
 lines_of() { if [ -f "$1" ]; then wc -l <"$1"; else echo 0; fi; }
 
-start_vtagent() {  # dir proto port
-  local dir=$1 proto=$2 port=$3 sep=""
-  # A TCP message keeps the line feed that ended it, so there "%msg%" is the whole line.
+make_pki() {
+  [ -f "$T/pki/server.pem" ] && return 0
+  mkdir -p "$T/pki"
+  openssl req -x509 -newkey rsa:2048 -nodes -days 2 -subj /CN=localhost \
+    -addext subjectAltName=DNS:localhost,IP:127.0.0.1 \
+    -keyout "$T/pki/server.key" -out "$T/pki/server.pem" 2>/dev/null
+}
+
+start_vtagent() {  # dir proto port [kind: plain|tls|5424]
+  local dir=$1 proto=$2 port=$3 kind=${4:-plain} sep=""
+  # A TCP message keeps the line feed that ended it, so there "%msg%" is the whole line; a
+  # counted RFC 5424 message has none.
   local format='%msg%%$LF%'
-  [ "$proto" = 1 ] && format='%msg%'
+  [ "$proto" = 1 ] && [ "$kind" != 5424 ] && format='%msg%'
   mkdir -p "$dir"
   [ "$proto" = 1 ] && sep='"nEnableTCPMsgSep"=dword:00000001
 "szTCPMsgSep"="\\n"'
+  case $kind in
+    tls) sep="$sep
+\"nUseTLS\"=dword:00000001
+\"szTLSCertFile\"=\"$T/pki/server.pem\"
+\"szTLSKeyFile\"=\"$T/pki/server.key\"" ;;
+    5424) sep="$sep
+\"nParseRFC5424\"=dword:00000001
+\"nTCPOctetCounting\"=dword:00000001" ;;
+  esac
   cat >"$dir/bench.reg" <<REG
 Windows Registry Editor Version 5.00
 
@@ -114,11 +134,16 @@ REG
   echo "vtagent did not start listening; see $dir" >&2; exit 1
 }
 
-start_rsyslog() {  # dir proto port
-  local dir=$1 proto=$2 port=$3
+start_rsyslog() {  # dir proto port [kind]
+  local dir=$1 proto=$2 port=$3 kind=${4:-plain}
   mkdir -p "$dir/work"
-  local input
-  if [ "$proto" = 1 ]; then
+  local input global="global(workDirectory=\"$dir/work\")"
+  if [ "$kind" = tls ]; then
+    global="global(workDirectory=\"$dir/work\" DefaultNetstreamDriver=\"ossl\"
+  DefaultNetstreamDriverCertFile=\"$T/pki/server.pem\" DefaultNetstreamDriverKeyFile=\"$T/pki/server.key\")"
+    input="module(load=\"imtcp\" MaxSessions=\"2000\" StreamDriver.Name=\"ossl\" StreamDriver.Mode=\"1\" StreamDriver.AuthMode=\"anon\")
+input(type=\"imtcp\" address=\"127.0.0.1\" port=\"$port\")"
+  elif [ "$proto" = 1 ]; then
     input="module(load=\"imtcp\" MaxSessions=\"2000\")
 input(type=\"imtcp\" address=\"127.0.0.1\" port=\"$port\")"
   else
@@ -126,7 +151,7 @@ input(type=\"imtcp\" address=\"127.0.0.1\" port=\"$port\")"
 input(type=\"imudp\" address=\"127.0.0.1\" port=\"$port\")"
   fi
   cat >"$dir/rsyslog.conf" <<CONF
-global(workDirectory="$dir/work")
+$global
 $input
 template(name="msgonly" type="string" string="%msg%\n")
 action(type="omfile" file="$dir/out.log" template="msgonly")
@@ -178,12 +203,16 @@ with open("/dev/fd/3", "w") as f:
 PY
 }
 
-run_case() {  # label proto count extra
-  local label=$1 proto=$2 count=$3 extra=$4 mode=tcp
+run_case() {  # label proto count extra [kind]
+  local label=$1 proto=$2 count=$3 extra=$4 kind=${5:-plain} mode=tcp
   [ "$proto" = 0 ] && mode=udp
+  [ "$kind" = tls ] && make_pki
+  export GEN_TLS=0 GEN_FORMAT=3164
+  [ "$kind" = tls ] && GEN_TLS=1
+  [ "$kind" = 5424 ] && GEN_FORMAT=5424
   local vp rp
-  vp=$(free_port); start_vtagent "$T/$label-$round-vt" "$proto" "$vp"
-  rp=$(free_port); start_rsyslog "$T/$label-$round-rs" "$proto" "$rp"
+  vp=$(free_port); start_vtagent "$T/$label-$round-vt" "$proto" "$vp" "$kind"
+  rp=$(free_port); start_rsyslog "$T/$label-$round-rs" "$proto" "$rp" "$kind"
   echo "== $label: $count messages of $SIZE bytes ($mode, $extra $([ "$mode" = tcp ] && echo connection\(s\) || echo msg/s))"
   local vr rr
   local perfpid=""
@@ -214,15 +243,17 @@ echo "rsyslogd: $("$RSYSLOGD" -v | head -1)"
 declare -A RATIOS
 for round in $(seq "${ROUNDS:-3}"); do
   echo "--- round $round"
-  for c in ${CASES:-tcp-1 tcp-8 udp}; do
+  for c in ${CASES:-tcp-1 tcp-8 udp tls-1 5424-1}; do
     case $c in
       tcp-1) run_case tcp-1 1 "$TCP_COUNT" 1 ;;
       tcp-8) run_case tcp-8 1 "$TCP_COUNT" 8 ;;
       udp) run_case udp 0 "$UDP_COUNT" "$UDP_RATE" ;;
+      tls-1) run_case tls-1 1 "$TCP_COUNT" 1 tls ;;
+      5424-1) run_case 5424-1 1 "$TCP_COUNT" 1 5424 ;;
     esac
   done
 done
 echo "--- median ratio vtagent/rsyslog msg/s over ${ROUNDS:-3} round(s)"
-for c in ${CASES:-tcp-1 tcp-8 udp}; do
+for c in ${CASES:-tcp-1 tcp-8 udp tls-1 5424-1}; do
   python3 -c "import sys, statistics; r=[float(x) for x in sys.argv[2:]]; print('%-6s %.2f  (%s)' % (sys.argv[1], statistics.median(r), ' '.join(sys.argv[2:])))" "$c" ${RATIOS[$c]}
 done
