@@ -8,6 +8,7 @@
 #include <mutex>
 #include <system_error>
 
+#include "base/reopen_request.h"
 #include "platform/text_codec.h"
 #include "platform/thread_id.h"
 
@@ -23,6 +24,7 @@ struct DebugLogState {
     uint32_t fileIndex = 1;
     std::FILE* file = nullptr;
     uint64_t size = 0;
+    uint64_t openedGeneration = 0;  // the reopen request the file was opened under
     // The current file name lives in a fixed buffer so that rotating from the out-of-memory
     // writer does not allocate.
     char path[2048] = "VTAgentDebug.txt";
@@ -74,7 +76,10 @@ bool createParentDirectories(const char* path) {
 // Opens (or creates) the current file for appending. Missing directories are created only when
 // `mayCreateDirectories` is set, because that needs the heap.
 bool openLocked(DebugLogState& s, bool mayCreateDirectories) {
+    const uint64_t generation = reopenGeneration();
+    if (s.file && s.openedGeneration != generation) closeLocked(s);
     if (s.file) return true;
+    s.openedGeneration = generation;
     s.file = std::fopen(s.path, "ab");
     if (!s.file && mayCreateDirectories && createParentDirectories(s.path))
         s.file = std::fopen(s.path, "ab");

@@ -45,6 +45,11 @@ bool sendServiceStatus(ServiceStatusHandle handle, const ServiceStatus& status);
 // Console mode: calls `handler` on a thread of its own when the console interrupt arrives
 // (Windows: Ctrl+C or Ctrl+Break; Linux: SIGINT or SIGTERM). Remove before the process ends.
 bool installConsoleStopHandler(ConsoleStopHandler handler);
+// The user control the agent's log rotation request arrives as.
+inline constexpr uint32_t kReopenLogsControl = 128;
+// Linux: SIGHUP is handed to `handler` as kReopenLogsControl, in service and console mode.
+// Windows: nothing to do, the service control manager delivers user controls to the service.
+void installUserControlSignal(ServiceControlHandler handler);
 void removeConsoleStopHandler();
 
 // Linux only, exposed for tests: the systemd unit text for the given executable and hive.

@@ -9,9 +9,11 @@
 #include "base/error_report.h"
 #include "base/error_reporter.h"
 #include "base/reg_access.h"
+#include "base/reopen_request.h"
 #include "base/version.h"
 #include "platform/process.h"
 #include "platform/registry.h"
+#include "platform/service_control.h"
 #include "platform/system_error.h"
 #include "service/engine_hooks.h"
 
@@ -120,4 +122,12 @@ void CKestrelSrvc::OnStop() {
 void CKestrelSrvc::OnShutdown() {
     Trace("CNTService::OnShutdown()");
     vt::engineShutdownServices(*this);
+}
+
+bool CKestrelSrvc::OnUserControl(uint32_t control) {
+    if (control != vt::kReopenLogsControl) return CNTService::OnUserControl(control);
+    vt::requestReopen();
+    vt::debugWrite(vt::DBG_MINIMUM,
+                   "CKestrelSrvc|OnUserControl: log files are reopened on request.\r\n");
+    return true;
 }

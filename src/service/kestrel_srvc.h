@@ -17,6 +17,8 @@ class CKestrelSrvc : public CNTService {
     bool OnInit() override;
     void OnStop() override;
     void OnShutdown() override;
+    // 128 (SIGHUP on Linux): log files are reopened by name before their next line.
+    bool OnUserControl(uint32_t control) override;
 
   private:
     void startEngine(const CConfigSettings& general);

@@ -187,6 +187,7 @@ void CNTService::ServiceMainBody() {
     Trace("Entering CNTService::ServiceMain()");
     updateStatus([](vt::ServiceStatus& s) { s.currentState = kStateStartPending; });
     m_statusHandle = vt::registerServiceControlHandler(m_serviceName, Handler);
+    vt::installUserControlSignal(UserControl);
     if (m_statusHandle == 0) {
         LogEvent(vt::EventType::error, kEventCtrlHandlerNotInstalled);
         return;
@@ -233,6 +234,10 @@ void CNTService::SetStatus(uint32_t state) {
 
 void CNTService::Handler(uint32_t control) {
     if (CNTService* self = instance()) self->HandleControl(control);
+}
+
+void CNTService::UserControl(uint32_t control) {
+    if (CNTService* self = instance()) self->OnUserControl(control);
 }
 
 void CNTService::HandleControl(uint32_t control) {
@@ -298,6 +303,7 @@ int CNTService::RunConsole() {
     setRunning(true);
     if (!OnInit()) return static_cast<int>(status().win32ExitCode);
     vt::installConsoleStopHandler(ConsoleBreak);
+    vt::installUserControlSignal(UserControl);
     say("%s: Service Running\n", m_serviceName);
     Run();
     OnShutdown();

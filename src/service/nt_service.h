@@ -102,6 +102,8 @@ class CNTService {
   private:
     static void ServiceMain(uint32_t argc, char** argv);
     static void Handler(uint32_t control);
+    // A user control raised by a signal (SIGHUP), outside the control manager's dialogue.
+    static void UserControl(uint32_t control);
     static void ConsoleBreak();
     static std::atomic<CNTService*> s_instance;
 };

@@ -73,6 +73,14 @@ TEST(VtregCli, SetGetListDelete) {
     const Result values = v.run({"list", key});
     EXPECT_NE(values.out.find("nWorkerThreads\tREG_DWORD\t7\n"), std::string::npos) << values.out;
     EXPECT_NE(values.out.find("(Default)\tREG_SZ\tdefault\n"), std::string::npos) << values.out;
+    // tree: values before subkeys, each level two blanks deeper.
+    ASSERT_EQ(v.run({"set", key + "\\A\\B", "n", "REG_DWORD", "1"}).rc, 0);
+    const Result tree = v.run({"tree", v.base});
+    EXPECT_EQ(tree.out.substr(0, 9), "General\\\n");
+    EXPECT_NE(tree.out.find("  nWorkerThreads\tREG_DWORD\t7\n"), std::string::npos) << tree.out;
+    EXPECT_NE(tree.out.find("default\n  A\\\n    B\\\n      n\tREG_DWORD\t1\n"), std::string::npos)
+        << tree.out;
+    EXPECT_EQ(v.run({"tree", key + "\\Missing"}).rc, vtreg::kExitFailure);
     EXPECT_EQ(v.run({"delete", key, "NWORKERTHREADS"}).rc, 0);
     const Result gone = v.run({"get", key, "nWorkerThreads"});
     EXPECT_EQ(gone.rc, vtreg::kExitFailure);

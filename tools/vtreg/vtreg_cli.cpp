@@ -27,6 +27,7 @@ constexpr const char* kUsage =
     "  delete KEY [NAME]            delete a value, or KEY with everything "
     "below it\n"
     "  list KEY                     list the subkeys and values of KEY\n"
+    "  tree KEY                     KEY's values and every key below it, indented\n"
     "KEY is HKLM\\path or HKEY_LOCAL_MACHINE\\path; NAME \"\" is the default "
     "value.\n"
     "--registry PATH names the hive file (Linux; default $VTAGENT_REGISTRY or\n"
@@ -334,27 +335,49 @@ class Cli {
     }
 
     int list(const std::string& keyArg) {
-        vt::RegKey handle;
-        if (const int e = openKey(keyArg, vt::kKeyRead, handle); e != kExitOk) return e;
         std::vector<std::u16string> subkeys;
         std::vector<vt::RegValue> values;
-        uint32_t rc = handle.enumSubKeys(subkeys);
-        if (rc == vt::kRegOk) rc = handle.enumValues(values);
-        if (const int e = check(rc, keyArg); e != kExitOk) return e;
+        if (const int e = read(keyArg, subkeys, values); e != kExitOk) return e;
         for (const auto& s : subkeys) m_out << codePageText(s) << "\\\n";
-        for (const auto& v : values) {
-            const char* type = typeName(v.type);
-            std::string shown = showValue(v);
-            for (auto& c : shown)
-                if (c == '\n') c = ' ';  // one value, one line
-            m_out << (v.name.empty() ? std::string("(Default)") : codePageText(v.name)) << "\t"
-                  << (type ? std::string(type) : "hex(" + std::to_string(v.type) + ")") << "\t"
-                  << shown << "\n";
+        for (const auto& v : values) printValue(v, "");
+        return kExitOk;
+    }
+
+    // Values first, then each subkey with its own tree, two blanks deeper per level.
+    int tree(const std::string& keyArg, const std::string& indent = "") {
+        std::vector<std::u16string> subkeys;
+        std::vector<vt::RegValue> values;
+        if (const int e = read(keyArg, subkeys, values); e != kExitOk) return e;
+        for (const auto& v : values) printValue(v, indent);
+        for (const auto& s : subkeys) {
+            m_out << indent << codePageText(s) << "\\\n";
+            if (const int e = tree(keyArg + "\\" + codePageText(s), indent + "  "); e != kExitOk)
+                return e;
         }
         return kExitOk;
     }
 
   private:
+    int read(const std::string& keyArg, std::vector<std::u16string>& subkeys,
+             std::vector<vt::RegValue>& values) {
+        vt::RegKey handle;
+        if (const int e = openKey(keyArg, vt::kKeyRead, handle); e != kExitOk) return e;
+        uint32_t rc = handle.enumSubKeys(subkeys);
+        if (rc == vt::kRegOk) rc = handle.enumValues(values);
+        return check(rc, keyArg);
+    }
+
+    // "name<TAB>type<TAB>value", one value on one line.
+    void printValue(const vt::RegValue& v, const std::string& indent) {
+        const char* type = typeName(v.type);
+        std::string shown = showValue(v);
+        for (auto& c : shown)
+            if (c == '\n') c = ' ';
+        m_out << indent << (v.name.empty() ? std::string("(Default)") : codePageText(v.name))
+              << "\t" << (type ? std::string(type) : "hex(" + std::to_string(v.type) + ")") << "\t"
+              << shown << "\n";
+    }
+
     std::ostream& m_out;
     std::ostream& m_err;
 };
@@ -396,6 +419,7 @@ int runVtreg(const std::vector<std::string>& args, std::ostream& out, std::ostre
         return cli.usage("delete takes KEY [NAME]");
     }
     if (command == "list") return n == 1 ? cli.list(rest[1]) : cli.usage("list takes KEY");
+    if (command == "tree") return n == 1 ? cli.tree(rest[1]) : cli.usage("tree takes KEY");
     return cli.usage("unknown command '" + command + "'");
 }
 

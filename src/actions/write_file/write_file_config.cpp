@@ -4,6 +4,7 @@
 
 #include "actions/write_file/write_file_format.h"
 #include "base/debug_log.h"
+#include "base/reopen_request.h"
 #include "model/info_unit.h"
 #include "model/unit_time.h"
 #include "platform/utf_codec.h"
@@ -184,6 +185,9 @@ std::u16string CActionConfigWriteFile::GenerateFileName(const CInfoUnit& unit, i
 
 bool CActionConfigWriteFile::OpenFile(const CInfoUnit& unit) {
     const int64_t now = vt::currentTime();
+    // A rotation asked for a reopen: what was gathered goes to the old file, the next line to
+    // a new one of the same name.
+    if (m_file.isOpen() && m_openedGeneration != vt::reopenGeneration()) CloseFile();
     if (m_file.isOpen() && !m_cachedFileName.empty() && now < m_cachedUntil) {
         const bool dependsOnUnit =
             m_nEnablePropertyFileName == 1 || m_nIncludeSourceInFilename == 1;
@@ -220,6 +224,7 @@ bool CActionConfigWriteFile::OpenFile(const CInfoUnit& unit) {
 }
 
 bool CActionConfigWriteFile::openNamed(const std::u16string& name) {
+    m_openedGeneration = vt::reopenGeneration();
     vt::debugWrite(vt::DBG_ULTRA, "invalid file handle, so we need to open.\r\n");
     const std::string narrowName = narrow(name);
     if (const size_t end = directoryEnd(name); end > 0) {

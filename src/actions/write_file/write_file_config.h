@@ -120,8 +120,9 @@ class CActionConfigWriteFile : public CActionConfig {
 
     // Run-time state (under the action's lock).
     vt::AppendFile m_file;
-    std::string m_pendingLines;  // whole lines not yet written to m_file
-    bool m_blockOpen = false;    // a block has begun; its flush routine is pending
+    uint64_t m_openedGeneration = 0;  // the reopen request m_file was opened under
+    std::string m_pendingLines;       // whole lines not yet written to m_file
+    bool m_blockOpen = false;         // a block has begun; its flush routine is pending
     vt::WaitableTimer m_flushTimer;
     std::u16string m_currentFileName;
     std::u16string m_cachedFileName;  // the previous name, valid until m_cachedUntil

@@ -67,17 +67,26 @@ void systemctl(const char* verb, const std::string& unit) {
                      unit.c_str());
 }
 
+std::atomic<ServiceControlHandler> g_userControlHandler{nullptr};
+
 // Waits for SIGINT or SIGTERM, which every thread keeps blocked (prepareProcessSignals), and
-// hands each one to `deliver` until `stop` is set.
+// hands each one to `deliver` until `stop` is set; SIGHUP goes to the user control handler.
 void waitForStopSignals(const std::atomic<bool>& stop, void (*deliver)()) {
     sigset_t set;
     sigemptyset(&set);
     sigaddset(&set, SIGINT);
     sigaddset(&set, SIGTERM);
+    sigaddset(&set, SIGHUP);
     pthread_sigmask(SIG_BLOCK, &set, nullptr);
     const timespec tick{0, 100 * 1000 * 1000};
     while (!stop.load()) {
-        if (::sigtimedwait(&set, nullptr, &tick) > 0) deliver();
+        const int signal = ::sigtimedwait(&set, nullptr, &tick);
+        if (signal == SIGHUP) {
+            if (ServiceControlHandler handler = g_userControlHandler.load())
+                handler(kReopenLogsControl);
+        } else if (signal > 0) {
+            deliver();
+        }
     }
 }
 
@@ -92,6 +101,14 @@ void deliverServiceStop() {
     else
         g_stopPending = true;
 }
+
+}  // namespace
+
+void installUserControlSignal(ServiceControlHandler handler) {
+    g_userControlHandler = handler;
+}
+
+namespace {
 
 // Console mode.
 std::mutex g_consoleMutex;

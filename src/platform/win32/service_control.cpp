@@ -127,6 +127,8 @@ bool sendServiceStatus(ServiceStatusHandle handle, const ServiceStatus& status) 
     return SetServiceStatus(reinterpret_cast<SERVICE_STATUS_HANDLE>(handle), &s) != FALSE;
 }
 
+void installUserControlSignal(ServiceControlHandler) {}
+
 bool installConsoleStopHandler(ConsoleStopHandler handler) {
     g_consoleHandler = handler;
     return SetConsoleCtrlHandler(consoleHandlerTrampoline, TRUE) != FALSE;
