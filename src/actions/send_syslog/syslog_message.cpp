@@ -114,7 +114,9 @@ std::u16string buildRfc5424Text(const CInfoUnit& unit, std::u16string_view text,
     const int pri = (unit.getSyslogFacility() * 8 | unit.getSyslogPriority()) & 255;
     std::u16string whole;
     whole.reserve(96 + text.size());
-    appendAscii(whole, ("<" + std::to_string(pri) + ">1 ").c_str());
+    whole += u'<';
+    appendAscii(whole, std::to_string(pri).c_str());
+    appendAscii(whole, ">1 ");
     if (unit.getPropertyString(u"appname")) {
         // Received with such a header: its fields go back as they came, NILVALUE included.
         for (const char16_t* name :
