@@ -193,3 +193,14 @@ bool CInfoSource::waitWhileRunning(std::chrono::milliseconds timeout) {
     m_wakeSignalled = false;
     return keepRunning();
 }
+
+bool CInfoSource::beginLoadConfig(CRegAccess& reg, const CQuilletString& tagDefault) {
+    const int32_t version = OpenConfig(reg, vt::kKeyRead);
+    if (version == m_nLoadedConfigVersion) {
+        reg.ReadDWORDValue(u"bServiceEnabled", m_bServiceEnabled, 1);
+        return false;
+    }
+    m_nLoadedConfigVersion = version;
+    readCommonValues(reg, tagDefault);
+    return true;
+}

@@ -134,6 +134,10 @@ class CInfoSource {
     }
 
   protected:
+    // The start of every LoadConfig: opens the source's key into `reg`; when "nConfigVersion"
+    // changed, reads the common values and returns true (the caller reads its own next);
+    // otherwise re-reads only "bServiceEnabled" and returns false.
+    bool beginLoadConfig(CRegAccess& reg, const CQuilletString& tagDefault = CQuilletString());
     // Reads the common values of the open key `reg` (all but the two OpenConfig reads);
     // `tagDefault` is the default of "szSyslogTagValue" (a source may pass its own).
     void readCommonValues(CRegAccess& reg, const CQuilletString& tagDefault = CQuilletString());

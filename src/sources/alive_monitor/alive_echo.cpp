@@ -16,13 +16,7 @@ CInfoSourceAliveMonEcho::CInfoSourceAliveMonEcho(const vt::InfoSourceContext& co
 bool CInfoSourceAliveMonEcho::LoadConfig() {
     vt::debugWrite(vt::DBG_INFO, "CInfoSourceAliveMonEcho|LoadConfig: Loading settings\r\n");
     CRegAccess reg;
-    const int32_t version = OpenConfig(reg, vt::kKeyRead);
-    if (version == m_nLoadedConfigVersion) {
-        reg.ReadDWORDValue(u"bServiceEnabled", m_bServiceEnabled, 1);
-        return isEnabled();
-    }
-    m_nLoadedConfigVersion = version;
-    readCommonValues(reg);
+    if (!beginLoadConfig(reg)) return isEnabled();
     reg.ReadDWORDValue(u"nListenPort", m_nListenPort, vt::alive::kDefaultPort);
     reg.ReadStringValue(u"szMyIPAddress", m_szMyIPAddress, CQuilletString());
     reg.CloseKey();

@@ -24,13 +24,7 @@ CInfoSourceAliveMonRequest::~CInfoSourceAliveMonRequest() = default;
 bool CInfoSourceAliveMonRequest::LoadConfig() {
     vt::debugWrite(vt::DBG_INFO, "CInfoSourceAliveMonRequest|LoadConfig: Loading settings\r\n");
     CRegAccess reg;
-    const int32_t version = OpenConfig(reg, vt::kKeyRead);
-    if (version == m_nLoadedConfigVersion) {
-        reg.ReadDWORDValue(u"bServiceEnabled", m_bServiceEnabled, 1);
-        return isEnabled();
-    }
-    m_nLoadedConfigVersion = version;
-    readCommonValues(reg);
+    if (!beginLoadConfig(reg)) return isEnabled();
     reg.ReadStringValue(u"szTargetHost", m_szTargetHost, CQuilletString());
     reg.ReadDWORDValue(u"nTargetPort", m_nTargetPort, vt::alive::kDefaultPort);
     reg.ReadDWORDValue(u"nSleepTime", m_nSleepTime, 60000);

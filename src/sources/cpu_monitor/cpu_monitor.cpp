@@ -35,13 +35,7 @@ CInfoSourceCPUMonitor::~CInfoSourceCPUMonitor() = default;
 bool CInfoSourceCPUMonitor::LoadConfig() {
     vt::debugWrite(vt::DBG_INFO, "CInfoSourceCPUMonitor|LoadConfig: Loading settings\r\n");
     CRegAccess reg;
-    const int32_t version = OpenConfig(reg, vt::kKeyRead);
-    if (version == m_nLoadedConfigVersion) {
-        reg.ReadDWORDValue(u"bServiceEnabled", m_bServiceEnabled, 1);
-        return isEnabled();
-    }
-    m_nLoadedConfigVersion = version;
-    readCommonValues(reg);
+    if (!beginLoadConfig(reg)) return isEnabled();
     reg.ReadDWORDValue(u"nSleepTime", m_nSleepTime, 5000);
     reg.ReadDWORDValue(u"nAverageSeconds", m_nAverageSeconds, 300);
     reg.ReadDWORDValue(u"nThreshold", m_nThreshold, 95);

@@ -14,13 +14,7 @@ CInfoSourceDBMonitor::~CInfoSourceDBMonitor() = default;
 bool CInfoSourceDBMonitor::LoadConfig() {
     vt::debugWrite(vt::DBG_INFO, "CInfoSourceDBMonitor|LoadConfig: Loading settings\r\n");
     CRegAccess reg;
-    const int32_t version = OpenConfig(reg, vt::kKeyRead);
-    if (version == m_nLoadedConfigVersion) {
-        reg.ReadDWORDValue(u"bServiceEnabled", m_bServiceEnabled, 1);
-        return isEnabled();
-    }
-    m_nLoadedConfigVersion = version;
-    readCommonValues(reg);
+    if (!beginLoadConfig(reg)) return isEnabled();
     reg.ReadStringValue(u"szODBCDsn", m_szODBCDsn, CQuilletString());
     reg.ReadStringValue(u"szODBCUid", m_szODBCUid, CQuilletString());
     reg.ReadStringValue(u"szODBCPwd", m_szODBCPwd, CQuilletString());

@@ -9,6 +9,7 @@
 #include "base/reg_access.h"
 #include "model/info_unit_types.h"
 #include "platform/utf_codec.h"
+#include "sources/setting_list.h"
 
 namespace {
 
@@ -16,20 +17,6 @@ constexpr uint64_t kMB = 1024 * 1024;
 
 int32_t toMB(uint64_t bytes) {
     return static_cast<int32_t>(std::min<uint64_t>(bytes / kMB, INT32_MAX));
-}
-
-std::vector<std::string> splitPaths(const std::string& list) {
-    std::vector<std::string> paths;
-    size_t start = 0;
-    while (start <= list.size()) {
-        const size_t end = std::min(list.find(';', start), list.size());
-        std::string path = list.substr(start, end - start);
-        path.erase(0, path.find_first_not_of(' '));
-        path.erase(path.find_last_not_of(' ') + 1);
-        if (!path.empty()) paths.push_back(path);
-        start = end + 1;
-    }
-    return paths;
 }
 
 }  // namespace
@@ -41,13 +28,7 @@ CInfoSourceDiskSpaceMonitor::~CInfoSourceDiskSpaceMonitor() = default;
 bool CInfoSourceDiskSpaceMonitor::LoadConfig() {
     vt::debugWrite(vt::DBG_INFO, "CInfoSourceDiskSpaceMonitor|LoadConfig: Loading settings\r\n");
     CRegAccess reg;
-    const int32_t version = OpenConfig(reg, vt::kKeyRead);
-    if (version == m_nLoadedConfigVersion) {
-        reg.ReadDWORDValue(u"bServiceEnabled", m_bServiceEnabled, 1);
-        return isEnabled();
-    }
-    m_nLoadedConfigVersion = version;
-    readCommonValues(reg);
+    if (!beginLoadConfig(reg)) return isEnabled();
     reg.ReadDWORDValue(u"nSleepTime", m_nSleepTime, 60000);
     reg.ReadStringValue(u"szDiskPaths", m_szDiskPaths,
                         CQuilletString(std::string_view(vt::defaultDiskPath())));
@@ -64,7 +45,7 @@ bool CInfoSourceDiskSpaceMonitor::LoadConfig() {
         m_nThresholdMode = 1;
     }
     m_watched.clear();
-    for (const std::string& path : splitPaths(vt::utf16ToUtf8(m_szDiskPaths.getString())))
+    for (const std::string& path : vt::splitSettingList(vt::utf16ToUtf8(m_szDiskPaths.getString())))
         m_watched.push_back({path, CThresholdWatch(m_nRepeatInterval, m_nReportRecovery == 1)});
     if (m_watched.empty())
         vt::debugWrite(vt::DBG_ERROR, "CInfoSourceDiskSpaceMonitor|LoadConfig: no disk paths\r\n");

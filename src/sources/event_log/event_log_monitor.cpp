@@ -79,13 +79,7 @@ CInfoSourceNTEventReport::~CInfoSourceNTEventReport() = default;
 bool CInfoSourceNTEventReport::LoadConfig() {
     vt::debugWrite(vt::DBG_INFO, "CInfoSourceNTEventReport|LoadConfig: Loading settings\r\n");
     CRegAccess reg;
-    const int32_t version = OpenConfig(reg, vt::kKeyRead);
-    if (version == m_nLoadedConfigVersion) {
-        reg.ReadDWORDValue(u"bServiceEnabled", m_bServiceEnabled, 1);
-        return isEnabled();
-    }
-    m_nLoadedConfigVersion = version;
-    readCommonValues(reg, CQuilletString(u"Tallyvent"));
+    if (!beginLoadConfig(reg, CQuilletString(u"Tallyvent"))) return isEnabled();
     reg.ReadDWORDValue(u"nSleepTime", m_nSleepTime, 60000);
     reg.ReadDWORDValue(u"bAddFacilityString", m_bAddFacilityString, 1);
     reg.ReadDWORDValue(u"nCompressControlChars", m_nCompressControlChars, 1);

@@ -49,13 +49,7 @@ CInfoSourceFileMonitor::~CInfoSourceFileMonitor() = default;
 bool CInfoSourceFileMonitor::LoadConfig() {
     vt::debugWrite(vt::DBG_INFO, "CInfoSourceFileMonitor|LoadConfig: Loading settings\r\n");
     CRegAccess reg;
-    const int32_t version = OpenConfig(reg, vt::kKeyRead);
-    if (version == m_nLoadedConfigVersion) {
-        reg.ReadDWORDValue(u"bServiceEnabled", m_bServiceEnabled, 1);
-        return isEnabled();
-    }
-    m_nLoadedConfigVersion = version;
-    readCommonValues(reg);
+    if (!beginLoadConfig(reg)) return isEnabled();
     reg.ReadStringValue(u"szPathAndFileName", m_szPathAndFileName, CQuilletString());
     reg.ReadDWORDValue(u"nSleepTime", m_nSleepTime, 60000);
     reg.ReadDWORDValue(u"nPreventOverrunDelay", m_nPreventOverrunDelay, 5);

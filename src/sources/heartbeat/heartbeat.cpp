@@ -12,13 +12,7 @@ CInfoSourceHeartbeat::CInfoSourceHeartbeat(const vt::InfoSourceContext& context)
 bool CInfoSourceHeartbeat::LoadConfig() {
     vt::debugWrite(vt::DBG_INFO, "CInfoSourceHeartbeat|LoadConfig: Loading settings\r\n");
     CRegAccess reg;
-    const int32_t version = OpenConfig(reg, vt::kKeyRead);
-    if (version == m_nLoadedConfigVersion) {
-        reg.ReadDWORDValue(u"bServiceEnabled", m_bServiceEnabled, 1);
-        return isEnabled();
-    }
-    m_nLoadedConfigVersion = version;
-    readCommonValues(reg);
+    if (!beginLoadConfig(reg)) return isEnabled();
     reg.ReadDWORDValue(u"nSleepTime", m_nSleepTime, 60000);
     reg.ReadStringValue(u"szHeartbeatMessage", m_szMessage, CQuilletString(u"Heartbeat"));
     if (m_nSleepTime < 1000) {

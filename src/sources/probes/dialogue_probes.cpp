@@ -23,11 +23,48 @@ ProbeResult receiveFailed(const CStreamClient& client) {
     return r;
 }
 
+template <class Unit>
+std::unique_ptr<CInfoUnit> makeUnit() {
+    return std::make_unique<Unit>();
+}
+
 }  // namespace
 
+const GreetingProtocol kNntpGreeting = {
+    "NNTP",         u"szNntpServer", u"nNNTPPort", 119,     u"responsestatus",
+    u"nntprespmsg", "QUIT\r\n",      {400, 502},   nullptr, makeUnit<CInfoUnitNNTPProbe>};
+const GreetingProtocol kPop3Greeting = {
+    "POP3",         u"szPOP3Server", u"nPOP3Port", 110,    u"pop3status",
+    u"pop3respmsg", "QUIT\r\n",      {0, 0},       "-ERR", makeUnit<CInfoUnitPOP3Probe>};
+const GreetingProtocol kFtpGreeting = {
+    "FTP",         u"szFtpServer", u"nFTPPort", 21,      u"ftpstatus",
+    u"ftprespmsg", "QUIT\r\n",     {421, 0},    nullptr, makeUnit<CInfoUnitFTPProbe>};
+const GreetingProtocol kSmtpGreeting = {
+    "SMTP",         u"szSmtpServer", u"nSMTPPort", 25,      u"smtpstatus",
+    u"smtprespmsg", "QUIT\r\n",      {421, 554},   nullptr, makeUnit<CInfoUnitSMTPProbe>};
+const GreetingProtocol kImapGreeting = {
+    "IMAP",         u"szImapServer", u"nIMAPPort", 143,     u"imapstatus",
+    u"imaprespmsg", "a1 LOGOUT\r\n", {0, 0},       "* BYE", makeUnit<CInfoUnitIMAPProbe>};
+
 void CInfoSourceGreetingProbe::loadOwn(CRegAccess& reg) {
-    reg.ReadStringValue(serverValue(), m_szServer, CQuilletString(u"127.0.0.1"));
-    reg.ReadDWORDValue(portValue(), m_nPort, defaultPort());
+    reg.ReadStringValue(m_protocol.serverValue, m_szServer, CQuilletString(u"127.0.0.1"));
+    reg.ReadDWORDValue(m_protocol.portValue, m_nPort, m_protocol.defaultPort);
+}
+
+std::unique_ptr<CInfoUnit> CInfoSourceGreetingProbe::newUnit() const {
+    return m_protocol.newUnit();
+}
+
+bool CInfoSourceGreetingProbe::refuses(const std::string& greeting, uint32_t& status) const {
+    status = 0;
+    if (m_protocol.refusingPrefix) {
+        if (greeting.rfind(m_protocol.refusingPrefix, 0) == 0) status = 1;
+    } else {
+        const int code = replyCode(greeting);
+        for (int refusing : m_protocol.refusingCodes)
+            if (refusing != 0 && code == refusing) status = static_cast<uint32_t>(code);
+    }
+    return status != 0;
 }
 
 ProbeResult CInfoSourceGreetingProbe::check() {
@@ -43,43 +80,12 @@ ProbeResult CInfoSourceGreetingProbe::check() {
     ProbeResult r;
     r.response = greeting;
     if (refuses(greeting, r.status)) r.failText = greeting;
-    client.send(quitCommand());
+    client.send(m_protocol.quitCommand);
     return r;
 }
 
-#define VT_NEW_UNIT(Class, Unit)                        \
-    std::unique_ptr<CInfoUnit> Class::newUnit() const { \
-        return std::make_unique<Unit>();                \
-    }
-VT_NEW_UNIT(CInfoSourceNNTPProbe, CInfoUnitNNTPProbe)
-VT_NEW_UNIT(CInfoSourcePOP3Probe, CInfoUnitPOP3Probe)
-VT_NEW_UNIT(CInfoSourceFTPProbe, CInfoUnitFTPProbe)
-VT_NEW_UNIT(CInfoSourceSMTPProbe, CInfoUnitSMTPProbe)
-VT_NEW_UNIT(CInfoSourceIMAPProbe, CInfoUnitIMAPProbe)
-VT_NEW_UNIT(CInfoSourceHTTPProbe, CInfoUnitHTTPProbe)
-#undef VT_NEW_UNIT
-
-bool CInfoSourceNNTPProbe::refuses(const std::string& greeting, uint32_t& status) const {
-    const int code = replyCode(greeting);
-    status = (code == 400 || code == 502) ? uint32_t(code) : 0;
-    return status != 0;
-}
-bool CInfoSourceFTPProbe::refuses(const std::string& greeting, uint32_t& status) const {
-    status = replyCode(greeting) == 421 ? 421 : 0;
-    return status != 0;
-}
-bool CInfoSourceSMTPProbe::refuses(const std::string& greeting, uint32_t& status) const {
-    const int code = replyCode(greeting);
-    status = (code == 421 || code == 554) ? uint32_t(code) : 0;
-    return status != 0;
-}
-bool CInfoSourcePOP3Probe::refuses(const std::string& greeting, uint32_t& status) const {
-    status = greeting.rfind("-ERR", 0) == 0 ? 1 : 0;
-    return status != 0;
-}
-bool CInfoSourceIMAPProbe::refuses(const std::string& greeting, uint32_t& status) const {
-    status = greeting.rfind("* BYE", 0) == 0 ? 1 : 0;
-    return status != 0;
+std::unique_ptr<CInfoUnit> CInfoSourceHTTPProbe::newUnit() const {
+    return std::make_unique<CInfoUnitHTTPProbe>();
 }
 
 void CInfoSourceHTTPProbe::loadOwn(CRegAccess& reg) {

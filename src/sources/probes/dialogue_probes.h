@@ -1,70 +1,80 @@
 #pragma once
 #include <cstdint>
+#include <memory>
 #include <string>
 
 #include "sources/probes/network_probe.h"
 
 class CRegAccess;
 
+// What tells one greeting protocol from another: its setting names, port, unit, property
+// names, how it says goodbye, and which greetings mean "service not available".
+struct GreetingProtocol {
+    const char* name;             // "NNTP", in the log lines
+    const char16_t* serverValue;  // "szNntpServer"
+    const char16_t* portValue;    // "nNNTPPort"
+    uint32_t defaultPort;
+    const char16_t* statusProperty;  // "responsestatus"
+    const char16_t* responseProperty;
+    const char* quitCommand;
+    int refusingCodes[2];        // reply codes that refuse service (0: none)
+    const char* refusingPrefix;  // or a greeting start that does (status 1); null: none
+    std::unique_ptr<CInfoUnit> (*newUnit)();
+};
+
+extern const GreetingProtocol kNntpGreeting;
+extern const GreetingProtocol kPop3Greeting;
+extern const GreetingProtocol kFtpGreeting;
+extern const GreetingProtocol kSmtpGreeting;
+extern const GreetingProtocol kImapGreeting;
+
 // The probes that connect and read the server's greeting: NNTP, IMAP, POP3, FTP and SMTP. A
-// greeting that means "service not available" (400/502 for news, 421 for file transfer and mail,
-// "-ERR" for POP3, "* BYE" for IMAP) is a failure; its reply code is the status (1 for the two
-// without a code).
+// greeting that means "service not available" (400/502 for news, 421 for file transfer, 421 and
+// 554 for mail, "-ERR" for POP3, "* BYE" for IMAP) is a failure; its reply code is the status
+// (1 for the two without a code).
 class CInfoSourceGreetingProbe : public CInfoSourceNetworkProbe {
   public:
-    using CInfoSourceNetworkProbe::CInfoSourceNetworkProbe;
+    CInfoSourceGreetingProbe(const vt::InfoSourceContext& context, const GreetingProtocol& protocol)
+        : CInfoSourceNetworkProbe(context), m_protocol(protocol) {}
     // Whether a greeting refuses service, and the status to report for it.
-    virtual bool refuses(const std::string& greeting, uint32_t& status) const = 0;
+    bool refuses(const std::string& greeting, uint32_t& status) const;
 
   protected:
     void loadOwn(CRegAccess& reg) override;
     ProbeResult check() override;
-    virtual const char16_t* serverValue() const = 0;
-    virtual const char16_t* portValue() const = 0;
-    virtual uint32_t defaultPort() const = 0;
-    virtual const char* quitCommand() const { return "QUIT\r\n"; }
+    const char* name() const override { return m_protocol.name; }
+    std::unique_ptr<CInfoUnit> newUnit() const override;
+    const char16_t* statusProperty() const override { return m_protocol.statusProperty; }
+    const char16_t* responseProperty() const override { return m_protocol.responseProperty; }
+
+  private:
+    const GreetingProtocol& m_protocol;
 };
 
-#define VT_GREETING_PROBE(Class, Name, Unit, Server, Port, DefaultPort, Status, Response) \
-    class Class : public CInfoSourceGreetingProbe {                                       \
-      public:                                                                             \
-        using CInfoSourceGreetingProbe::CInfoSourceGreetingProbe;                         \
-        bool refuses(const std::string& greeting, uint32_t& status) const override;       \
-                                                                                          \
-      protected:                                                                          \
-        const char* name() const override { return Name; }                                \
-        std::unique_ptr<CInfoUnit> newUnit() const override;                              \
-        const char16_t* statusProperty() const override { return Status; }                \
-        const char16_t* responseProperty() const override { return Response; }            \
-        const char16_t* serverValue() const override { return Server; }                   \
-        const char16_t* portValue() const override { return Port; }                       \
-        uint32_t defaultPort() const override { return DefaultPort; }                     \
-    };
-
-VT_GREETING_PROBE(CInfoSourceNNTPProbe, "NNTP", CInfoUnitNNTPProbe, u"szNntpServer", u"nNNTPPort",
-                  119, u"responsestatus", u"nntprespmsg")
-VT_GREETING_PROBE(CInfoSourcePOP3Probe, "POP3", CInfoUnitPOP3Probe, u"szPOP3Server", u"nPOP3Port",
-                  110, u"pop3status", u"pop3respmsg")
-VT_GREETING_PROBE(CInfoSourceFTPProbe, "FTP", CInfoUnitFTPProbe, u"szFtpServer", u"nFTPPort", 21,
-                  u"ftpstatus", u"ftprespmsg")
-VT_GREETING_PROBE(CInfoSourceSMTPProbe, "SMTP", CInfoUnitSMTPProbe, u"szSmtpServer", u"nSMTPPort",
-                  25, u"smtpstatus", u"smtprespmsg")
-#undef VT_GREETING_PROBE
-
+class CInfoSourceNNTPProbe : public CInfoSourceGreetingProbe {
+  public:
+    explicit CInfoSourceNNTPProbe(const vt::InfoSourceContext& context)
+        : CInfoSourceGreetingProbe(context, kNntpGreeting) {}
+};
+class CInfoSourcePOP3Probe : public CInfoSourceGreetingProbe {
+  public:
+    explicit CInfoSourcePOP3Probe(const vt::InfoSourceContext& context)
+        : CInfoSourceGreetingProbe(context, kPop3Greeting) {}
+};
+class CInfoSourceFTPProbe : public CInfoSourceGreetingProbe {
+  public:
+    explicit CInfoSourceFTPProbe(const vt::InfoSourceContext& context)
+        : CInfoSourceGreetingProbe(context, kFtpGreeting) {}
+};
+class CInfoSourceSMTPProbe : public CInfoSourceGreetingProbe {
+  public:
+    explicit CInfoSourceSMTPProbe(const vt::InfoSourceContext& context)
+        : CInfoSourceGreetingProbe(context, kSmtpGreeting) {}
+};
 class CInfoSourceIMAPProbe : public CInfoSourceGreetingProbe {
   public:
-    using CInfoSourceGreetingProbe::CInfoSourceGreetingProbe;
-    bool refuses(const std::string& greeting, uint32_t& status) const override;
-
-  protected:
-    const char* name() const override { return "IMAP"; }
-    std::unique_ptr<CInfoUnit> newUnit() const override;
-    const char16_t* statusProperty() const override { return u"imapstatus"; }
-    const char16_t* responseProperty() const override { return u"imaprespmsg"; }
-    const char16_t* serverValue() const override { return u"szImapServer"; }
-    const char16_t* portValue() const override { return u"nIMAPPort"; }
-    uint32_t defaultPort() const override { return 143; }
-    const char* quitCommand() const override { return "a1 LOGOUT\r\n"; }
+    explicit CInfoSourceIMAPProbe(const vt::InfoSourceContext& context)
+        : CInfoSourceGreetingProbe(context, kImapGreeting) {}
 };
 
 // The HTTP probe: a real HTTP/1.1 request; a 2xx or 3xx status line is success, 4xx and 5xx

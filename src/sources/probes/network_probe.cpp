@@ -9,15 +9,9 @@
 
 bool CInfoSourceNetworkProbe::LoadConfig() {
     CRegAccess reg;
-    const int32_t version = OpenConfig(reg, vt::kKeyRead);
-    if (version == m_nLoadedConfigVersion) {
-        reg.ReadDWORDValue(u"bServiceEnabled", m_bServiceEnabled, 1);
-        return isEnabled();
-    }
+    if (!beginLoadConfig(reg)) return isEnabled();
     // One text for the whole family.
     vt::debugWrite(vt::DBG_INFO, "CInfoSourcePortProbe: Loading config!\r\n");
-    m_nLoadedConfigVersion = version;
-    readCommonValues(reg);
     reg.ReadDWORDValue(u"nSleepTime", m_nSleepTime, 60000);
     reg.ReadDWORDValue(u"nTimeOutLimit", m_nTimeOutLimit, 1000);
     reg.ReadDWORDValue(u"nGenerateOnSuccess", m_nGenerateOnSuccess, 0);

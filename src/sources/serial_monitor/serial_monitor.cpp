@@ -28,13 +28,7 @@ CInfoSourceSerialMonitor::CInfoSourceSerialMonitor(const vt::InfoSourceContext& 
 bool CInfoSourceSerialMonitor::LoadConfig() {
     vt::debugWrite(vt::DBG_INFO, "CInfoSourceSerialMonitor|LoadConfig: Loading settings\r\n");
     CRegAccess reg;
-    const int32_t version = OpenConfig(reg, vt::kKeyRead);
-    if (version == m_nLoadedConfigVersion) {
-        reg.ReadDWORDValue(u"bServiceEnabled", m_bServiceEnabled, 1);
-        return isEnabled();
-    }
-    m_nLoadedConfigVersion = version;
-    readCommonValues(reg);
+    if (!beginLoadConfig(reg)) return isEnabled();
     reg.ReadStringValue(u"szPortName", m_szPortName,
                         CQuilletString(std::string_view(vt::defaultSerialPortName())));
     reg.ReadDWORDValue(u"nBps", m_port.bps, 57600);

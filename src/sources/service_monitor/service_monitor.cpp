@@ -7,24 +7,7 @@
 #include "base/reg_access.h"
 #include "model/info_unit_types.h"
 #include "platform/utf_codec.h"
-
-namespace {
-
-std::vector<std::string> splitNames(const std::string& list) {
-    std::vector<std::string> names;
-    size_t start = 0;
-    while (start <= list.size()) {
-        const size_t end = std::min(list.find(';', start), list.size());
-        std::string name = list.substr(start, end - start);
-        name.erase(0, name.find_first_not_of(' '));
-        name.erase(name.find_last_not_of(' ') + 1);
-        if (!name.empty()) names.push_back(name);
-        start = end + 1;
-    }
-    return names;
-}
-
-}  // namespace
+#include "sources/setting_list.h"
 
 CInfoSourceNTServiceMonitor::CInfoSourceNTServiceMonitor(const vt::InfoSourceContext& context)
     : CInfoSource(context) {}
@@ -33,13 +16,7 @@ CInfoSourceNTServiceMonitor::~CInfoSourceNTServiceMonitor() = default;
 bool CInfoSourceNTServiceMonitor::LoadConfig() {
     vt::debugWrite(vt::DBG_INFO, "CInfoSourceNTServiceMonitor|LoadConfig: Loading settings\r\n");
     CRegAccess reg;
-    const int32_t version = OpenConfig(reg, vt::kKeyRead);
-    if (version == m_nLoadedConfigVersion) {
-        reg.ReadDWORDValue(u"bServiceEnabled", m_bServiceEnabled, 1);
-        return isEnabled();
-    }
-    m_nLoadedConfigVersion = version;
-    readCommonValues(reg);
+    if (!beginLoadConfig(reg)) return isEnabled();
     reg.ReadStringValue(u"szServiceNames", m_szServiceNames, CQuilletString());
     reg.ReadDWORDValue(u"nSleepTime", m_nSleepTime, 60000);
     reg.ReadDWORDValue(u"nRestartService", m_nRestartService, 0);
@@ -47,7 +24,8 @@ bool CInfoSourceNTServiceMonitor::LoadConfig() {
     reg.ReadDWORDValue(u"nReportRecovery", m_nReportRecovery, 1);
     reg.CloseKey();
     m_watched.clear();
-    for (const std::string& name : splitNames(vt::utf16ToUtf8(m_szServiceNames.getString())))
+    for (const std::string& name :
+         vt::splitSettingList(vt::utf16ToUtf8(m_szServiceNames.getString())))
         m_watched.push_back({name, CThresholdWatch(m_nRepeatInterval, m_nReportRecovery == 1)});
     if (m_watched.empty())
         vt::debugWrite(vt::DBG_ERROR,

@@ -27,13 +27,7 @@ CInfoSourceSNMPTrap::CInfoSourceSNMPTrap(const vt::InfoSourceContext& context)
 bool CInfoSourceSNMPTrap::LoadConfig() {
     vt::debugWrite(vt::DBG_INFO, "CInfoSourceSNMPTrap|LoadConfig: Loading settings\r\n");
     CRegAccess reg;
-    const int32_t version = OpenConfig(reg, vt::kKeyRead);
-    if (version == m_nLoadedConfigVersion) {
-        reg.ReadDWORDValue(u"bServiceEnabled", m_bServiceEnabled, 1);
-        return isEnabled();
-    }
-    m_nLoadedConfigVersion = version;
-    readCommonValues(reg);
+    if (!beginLoadConfig(reg)) return isEnabled();
     reg.ReadDWORDValue(u"nListenPort", m_nListenPort, 162);
     reg.ReadDWORDValue(u"nResolveLongMibNames", m_nResolveLongMibNames, 0);
     uint32_t snmpVersion = 0xFFFFFFFFu;
