@@ -12,7 +12,7 @@ PACKAGES=(
   # event log monitor: backup files and journal files made by the tests
   libevt-dev libbfio-dev libevt-utils systemd-journal-remote
   # SNMP trap receiver and its real senders
-  libsnmp-dev snmp rsyslog-openssl
+  libsnmp-dev snmp rsyslog-openssl lintian
   # database output and the databases it is tested against
   unixodbc unixodbc-dev libsqliteodbc odbc-postgresql postgresql
   # send mail, network probes: the real servers the tests start on loopback
