@@ -7,7 +7,7 @@
 #include <string>
 
 #include "platform/utf_codec.h"
-#include "sources/syslog/rfc5424_parser.h"
+#include "base/net/rfc5424_parser.h"
 
 namespace {
 void check(bool ok) {

@@ -5,6 +5,7 @@
 #include <cstdio>
 
 #include "base/debug_log.h"
+#include "base/net/rfc5424_parser.h"
 #include "model/info_unit.h"
 #include "model/unit_time.h"
 #include "platform/charset_codec.h"
@@ -74,12 +75,12 @@ std::u16string buildSyslogText(const CInfoUnit& unit, std::u16string_view text,
 
 namespace {
 
-// A header field: the property's text, "-" when absent or empty.
-void appendField(std::u16string& out, const char16_t* value) {
-    if (value && *value)
-        out += value;
-    else
+// A header field and its blank: "-" when absent or empty.
+void appendField(std::u16string& out, std::u16string_view value) {
+    if (value.empty())
         out += u'-';
+    else
+        out += value;
     out += u' ';
 }
 
@@ -117,23 +118,25 @@ std::u16string buildRfc5424Text(const CInfoUnit& unit, std::u16string_view text,
     whole += u'<';
     appendAscii(whole, std::to_string(pri).c_str());
     appendAscii(whole, ">1 ");
-    if (unit.getPropertyString(u"appname")) {
+    Rfc5424Fields received;
+    if (parseRfc5424(unit.getRawMsgText(), received)) {
         // Received with such a header: its fields go back as they came, NILVALUE included.
-        for (const char16_t* name :
-             {u"timestamp5424", u"hostname5424", u"appname", u"procid", u"msgid"})
-            appendField(whole, unit.getPropertyString(name));
+        for (std::u16string_view field : {received.timestamp, received.host, received.appName,
+                                          received.procId, received.msgId, received.structuredData})
+            appendField(whole, field);
+        whole.pop_back();
     } else {
-        appendField(whole, utcStamp(syslogTimeOf(unit)).c_str());
-        appendField(whole, unit.getPropertyString(u"source"));
+        appendField(whole, std::u16string_view(utcStamp(syslogTimeOf(unit))));
+        const char16_t* source = unit.getPropertyString(u"source");
+        appendField(whole, std::u16string_view(source ? source : u""));
         const char16_t* tag = unit.getPropertyString(u"syslogtag");
         std::u16string name, procId;
         splitTag(tag ? tag : u"", name, procId);
-        appendField(whole, name.c_str());
-        appendField(whole, procId.c_str());
-        appendField(whole, nullptr);
+        appendField(whole, std::u16string_view(name));
+        appendField(whole, std::u16string_view(procId));
+        appendField(whole, std::u16string_view());
+        whole += u'-';
     }
-    const char16_t* data = unit.getPropertyString(u"structureddata");
-    whole += data && *data ? data : u"-";
     if (!text.empty()) {
         whole += u' ';
         whole += text;

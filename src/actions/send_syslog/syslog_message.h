@@ -44,9 +44,8 @@ std::u16string buildSyslogText(const CInfoUnit& unit, std::u16string_view text,
                                bool processDuringRelay, bool insertRealSource);
 
 // The same with an RFC 5424 header: "<PRI>1 TIMESTAMP HOST APP-NAME PROCID MSGID SD ".
-// A unit received with such a header gives its own fields back ("timestamp5424",
-// "hostname5424", "appname", "procid", "msgid", "structureddata"), so a message relayed this
-// way arrives unchanged;
+// A unit whose raw message has such a header gives that header's fields back as they came, so
+// a message relayed this way arrives unchanged;
 // any other unit has its time in UTC, APP-NAME and PROCID from its tag, no MSGID and no
 // structured data.
 std::u16string buildRfc5424Text(const CInfoUnit& unit, std::u16string_view text,

@@ -6,13 +6,17 @@
 #include "base/error_report.h"
 #include "base/error_reporter.h"
 #include "base/net/dns_cache_list.h"
+#include "base/net/rfc5424_parser.h"
 #include "base/reg_access.h"
 #include "model/info_unit_types.h"
 #include "platform/utf_codec.h"
-#include "sources/syslog/rfc5424_parser.h"
 #include "sources/syslog/syslog_splitter.h"
 
 namespace {
+void setIfPresent(CInfoUnit& unit, std::u16string_view name, std::u16string_view value) {
+    if (!value.empty()) unit.setPropertyString(name, value);
+}
+
 constexpr char kBindFailed[] =
     "Can't bind to socket - please make sure no other service is listening on the same "
     "port/protocol.";
@@ -253,12 +257,12 @@ std::unique_ptr<CInfoUnitSyslog> CInfoSourceSyslog::buildRfc5424Unit(
         unit->setPropertyStringA(vt::StdProperty::Source, peerText);
     if (m_nParseSyslogDate == 1 && fields.hasTime)
         unit->setPropertyTime(vt::StdProperty::TimeReported, fields.time);
-    unit->setPropertyString(u"appname", fields.appName);
-    unit->setPropertyString(u"procid", fields.procId);
-    unit->setPropertyString(u"msgid", fields.msgId);
-    unit->setPropertyString(u"structureddata", fields.structuredData);
-    unit->setPropertyString(u"timestamp5424", fields.timestamp);
-    unit->setPropertyString(u"hostname5424", fields.host);
+    // Only fields that carry something become properties: each one costs the unit an entry,
+    // and a relay rebuilds the header from the raw message anyway.
+    setIfPresent(*unit, u"appname", fields.appName);
+    setIfPresent(*unit, u"procid", fields.procId);
+    setIfPresent(*unit, u"msgid", fields.msgId);
+    setIfPresent(*unit, u"structureddata", fields.structuredData);
     for (const vt::SdParam& param : fields.params) {
         std::u16string name = u"sd_";
         name.append(param.sdId).append(u"_").append(param.name);

@@ -1,4 +1,4 @@
-#include "sources/syslog/rfc5424_parser.h"
+#include "base/net/rfc5424_parser.h"
 
 #include <gtest/gtest.h>
 
