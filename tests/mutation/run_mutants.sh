@@ -3,16 +3,16 @@
 # runs the tests; a mutant no test fails on shows a gap in the tests. Not part of the default
 # test command: each mutant costs a rebuild and a test run (about 1-2 minutes).
 #
-#   bash scripts/mutation/run_mutants.sh [-o RESULTS] [-l MUTANTS] [-t SECONDS] [--check] [ID...]
+#   bash tests/mutation/run_mutants.sh [-o RESULTS] [-l MUTANTS] [-t SECONDS] [--check] [ID...]
 #
-# -o results file (default scripts/mutation/results.txt), -l mutant list (default
-# scripts/mutation/mutants.txt), -t timeout per test (default 300), --check only verifies that
+# -o results file (default tests/mutation/results.txt), -l mutant list (default
+# tests/mutation/mutants.txt), -t timeout per test (default 300), --check only verifies that
 # every `find` occurs exactly once. With IDs, only those mutants run.
 set -euo pipefail
 root=$(git rev-parse --show-toplevel)
 cd "$root"
-results=scripts/mutation/results.txt
-list=scripts/mutation/mutants.txt
+results=tests/mutation/results.txt
+list=tests/mutation/mutants.txt
 timeout=300
 check_only=0
 ids=()
