@@ -60,7 +60,8 @@ Usage: vtagent -h    --> This help message.
        vtagent -i    --> Install service.
        vtagent -u    --> Remove (uninstall) service.
        vtagent -r    --> Run as console application.
-       vtagent -r -o --> Run ONCE as console application (see Manual!)." -h
+       vtagent -r -o --> Run ONCE as console application (see Manual!).
+       vtagent -c    --> Check the configuration (-c -q: exit status only)." -h
 expect_output "$NAME Version 4.4\nThe service is not installed." -v
 expect_output "$NAME installed" -i
 expect_output "$NAME Version 4.4\nThe service is currently installed." -v

@@ -1,8 +1,10 @@
 #include "service/kestrel_srvc.h"
 
+#include <cstdio>
 #include <ctime>
 #include <memory>
 #include <string>
+#include <string_view>
 
 #include "base/config_settings.h"
 #include "base/debug_log.h"
@@ -15,6 +17,7 @@
 #include "platform/registry.h"
 #include "platform/service_control.h"
 #include "platform/system_error.h"
+#include "service/config_check.h"
 #include "service/engine_hooks.h"
 
 namespace {
@@ -129,5 +132,24 @@ bool CKestrelSrvc::OnUserControl(uint32_t control) {
     vt::requestReopen();
     vt::debugWrite(vt::DBG_MINIMUM,
                    "CKestrelSrvc|OnUserControl: log files are reopened on request.\r\n");
+    return true;
+}
+
+std::vector<const char*> CKestrelSrvc::ExtraHelpLines() const {
+    return {"       vtagent -c    --> Check the configuration (-c -q: exit status only)."};
+}
+
+bool CKestrelSrvc::OnExtraSwitch(int argc, char** argv, int& exitCode) {
+    if (argc < 2 || std::string_view(argv[1]) != "-c") return false;
+    const bool quiet = argc > 2 && std::string_view(argv[2]) == "-q";
+    const std::vector<vt::ConfigProblem> problems =
+        vt::checkConfiguration("SOFTWARE\\Quillet\\Vantor\\Agent");
+    if (!quiet) {
+        for (const vt::ConfigProblem& problem : problems)
+            std::printf("%s\n", vt::formatProblem(problem).c_str());
+        if (problems.empty()) std::printf("The configuration has no problem.\n");
+        std::fflush(stdout);
+    }
+    exitCode = problems.empty() ? 0 : 1;
     return true;
 }

@@ -19,6 +19,9 @@ class CKestrelSrvc : public CNTService {
     void OnShutdown() override;
     // 128 (SIGHUP on Linux): log files are reopened by name before their next line.
     bool OnUserControl(uint32_t control) override;
+    // "-c" checks the configuration ("-c -q": the exit status alone).
+    std::vector<const char*> ExtraHelpLines() const override;
+    bool OnExtraSwitch(int argc, char** argv, int& exitCode) override;
 
   private:
     void startEngine(const CConfigSettings& general);

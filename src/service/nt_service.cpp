@@ -91,8 +91,11 @@ int CNTService::ProcessCommandLine(int argc, char** argv) {
         say("       %s -u    --> Remove (uninstall) service.\n", program);
         say("       %s -r    --> Run as console application.\n", program);
         say("       %s -r -o --> Run ONCE as console application (see Manual!).\n", program);
+        for (const char* line : ExtraHelpLines()) say("%s\n", line);
         return 0;
     }
+    int exitCode = 0;
+    if (OnExtraSwitch(argc, argv, exitCode)) return exitCode;
     if (std::strcmp(arg, "-v") == 0) {
         say("%s Version %d.%d\n", m_serviceName, m_majorVersion, m_minorVersion);
         say("The service is %s installed.\n", IsInstalled() ? "currently" : "not");
@@ -367,6 +370,14 @@ void CNTService::OnContinue() {
 }
 void CNTService::OnShutdown() {
     Trace("CNTService::OnShutdown()");
+}
+
+std::vector<const char*> CNTService::ExtraHelpLines() const {
+    return {};
+}
+
+bool CNTService::OnExtraSwitch(int, char**, int&) {
+    return false;
 }
 
 bool CNTService::OnUserControl(uint32_t control) {

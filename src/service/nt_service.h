@@ -3,6 +3,7 @@
 #include <condition_variable>
 #include <cstdint>
 #include <mutex>
+#include <vector>
 
 #include "platform/event_log.h"
 #include "platform/service_control.h"
@@ -32,6 +33,10 @@ class CNTService {
     virtual void OnContinue();
     virtual void OnShutdown();
     virtual bool OnUserControl(uint32_t control);
+    // Switches beyond the standard ones: their help lines (printed after the standard text) and
+    // their handling; true when argv[1] was one (exitCode is then the process's).
+    virtual std::vector<const char*> ExtraHelpLines() const;
+    virtual bool OnExtraSwitch(int argc, char** argv, int& exitCode);
 
     // The process entry: runs what the first argument asks and returns the exit code.
     int ProcessCommandLine(int argc, char** argv);

@@ -24,6 +24,7 @@ HELP = (
     "       vtagent -u    --> Remove (uninstall) service.\n"
     "       vtagent -r    --> Run as console application.\n"
     "       vtagent -r -o --> Run ONCE as console application (see Manual!).\n"
+    "       vtagent -c    --> Check the configuration (-c -q: exit status only).\n"
 )
 
 
