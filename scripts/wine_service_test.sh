@@ -73,6 +73,34 @@ w sc stop "$NAME" >/dev/null
 # The service thread notices the stop within its 5 s poll.
 wait_state 1 30 || fail "service did not reach STOPPED (state $(state_of))"
 
+# The control-service action (1022) against this real service: a console agent whose heartbeat
+# rule starts it. (The started service runs the same rule on itself and finds it running.)
+SERVICES='HKLM\SOFTWARE\Quillet\Vantor\Agent\Services'
+RULES='HKLM\SOFTWARE\Quillet\Vantor\Agent\RuleSets'
+reg_set() { w reg add "$1" /v "$2" /t "$3" /d "$4" /f >/dev/null; }
+reg_set "$SERVICES" nInfoSourceCount REG_DWORD 1
+reg_set "$SERVICES" nISType1 REG_DWORD 2
+reg_set "$SERVICES\IS1" nConfigVersion REG_DWORD 1
+reg_set "$SERVICES\IS1" szRuleSetName REG_SZ Default
+reg_set "$SERVICES\IS1" nSleepTime REG_DWORD 1000
+reg_set "$RULES" nRuleSetsVersion REG_DWORD 1
+reg_set "$RULES" nRuleSetCount REG_DWORD 1
+reg_set "$RULES" szRSName1 REG_SZ Default
+reg_set "$RULES\RS1" nRuleCount REG_DWORD 1
+reg_set "$RULES\RS1\R1" nActionCount REG_DWORD 1
+reg_set "$RULES\RS1\R1" nActionType1 REG_DWORD 1022
+reg_set "$RULES\RS1\R1\A1" szServiceName REG_SZ "$NAME"
+reg_set "$RULES\RS1\R1\A1" nAction REG_DWORD 1
+wine "$EXE" -r >"$WORK/control.txt" 2>>"$TRACE" &
+controller=$!
+wait_state 4 60 || fail "the control-service action did not start the service (state $(state_of))"
+kill -INT "$controller"
+wait "$controller"
+w sc stop "$NAME" >/dev/null
+wait_state 1 30 || fail "service did not stop after the control-service test"
+w reg delete "$SERVICES" /f >/dev/null
+w reg delete "$RULES" /f >/dev/null
+
 removed=$(w "$EXE" -u | tr -d '\r')
 case $removed in
     "$NAME removed. (You must delete the file ("*"vtagent.exe) yourself.)") ;;
@@ -124,4 +152,4 @@ if ((failures)); then
     echo "wine_service_test: $failures failure(s)"
     exit 1
 fi
-echo "wine_service_test: command line, install, SCM start and stop, remove, console mode and events 100/105/108/101 passed"
+echo "wine_service_test: command line, install, SCM start and stop, the control-service action starting the service, remove, console mode and events 100/105/108/101 passed"
