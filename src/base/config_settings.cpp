@@ -51,6 +51,7 @@ void CConfigSettings::readGeneralValues(CRegAccess& reg) {
     reg.ReadDWORDValue("nSystemID", systemId, 3);
     reg.ReadDWORDValue("nQueueLimit", queueLimit, 200000);
     reg.ReadDWORDValue("nProtectAgainstShutdown", protectAgainstShutdown, 0);
+    reg.ReadDWORDValue("nStatsInterval", statsIntervalSeconds, 0);
     reg.ReadDWORDValue("nJapanStringHandling", japanStringHandling, 0);
     reg.ReadDWORDValue(kEightBitPassThroughValue, eightBitPassThrough, 0);
     vt::setEightBitPassThrough(eightBitPassThrough != 0);

@@ -65,6 +65,7 @@ class CConfigSettings {
     uint32_t systemId = 3;                // "nSystemID"
     uint32_t queueLimit = 200000;         // "nQueueLimit", 0 = unlimited
     uint32_t protectAgainstShutdown = 0;  // "nProtectAgainstShutdown"
+    uint32_t statsIntervalSeconds = 0;    // "nStatsInterval": a counters line every n s; 0 off
     uint32_t japanStringHandling = 0;     // "nJapanStringHandling"
     uint32_t eightBitPassThrough = 0;     // kEightBitPassThroughValue
 

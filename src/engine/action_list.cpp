@@ -8,6 +8,7 @@
 #include "base/error_report.h"
 #include "base/error_reporter.h"
 #include "engine/reg_names.h"
+#include "engine/stats.h"
 #include "model/info_unit.h"
 
 namespace {
@@ -33,6 +34,8 @@ CActionListEntry::CActionListEntry(const CQuilletString& name, const CQuilletStr
     m_config = type->createConfig(m_keyPath, context);
     m_config->LoadConfig();
     m_action = type->createAction(*m_config);
+    m_counters = vt::CStatsRegistry::instance().addAction(
+        "action '" + std::string(m_name.getStringA()) + "' (" + type->name + ")");
 }
 
 CActionListEntry::~CActionListEntry() {
@@ -53,7 +56,12 @@ bool CActionListEntry::CallAction(CInfoUnit& unit, const CConfigSettings& settin
     }
     if (m_typeId == vt::kActionDiscard) return false;
     const bool failed = m_action ? runWithRetries(unit, settings) : false;
-    return !(settings.abortRuleOnFailure != 0 && failed);
+    const bool abort = settings.abortRuleOnFailure != 0 && failed;
+    if (m_counters) {
+        (failed ? m_counters->failed : m_counters->done).fetch_add(1, std::memory_order_relaxed);
+        if (abort) m_counters->aborted.fetch_add(1, std::memory_order_relaxed);
+    }
+    return !abort;
 }
 
 // Returns whether the action failed on its last try.
@@ -96,6 +104,7 @@ bool CActionListEntry::runWithRetries(CInfoUnit& unit, const CConfigSettings& se
         }
         ++k;
     } while (enableRetry == 1 && failed && retryCount > k);
+    if (k > 1 && m_counters) m_counters->retried.fetch_add(k - 1, std::memory_order_relaxed);
     return failed;
 }
 

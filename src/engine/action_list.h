@@ -13,6 +13,10 @@ class CConfigSettings;
 
 // One action of a rule: its type id, name and key, and (for implemented types) its settings
 // and behaviour objects. Built when the rule is loaded; read-only afterwards.
+namespace vt {
+struct ActionCounters;
+}
+
 class CActionListEntry : public CLinkedListEntry {
   public:
     CActionListEntry(const CQuilletString& name, const CQuilletString& keyPath, int32_t typeId,
@@ -39,6 +43,7 @@ class CActionListEntry : public CLinkedListEntry {
     // The behaviour is declared last so that it is destroyed before the settings it uses.
     std::unique_ptr<CActionConfig> m_config;
     std::unique_ptr<CAction> m_action;
+    std::shared_ptr<vt::ActionCounters> m_counters;  // null for NOP, discard and unknown ids
 };
 
 // The actions of one rule, in the order A1 ... An of the rule's key.

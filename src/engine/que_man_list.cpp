@@ -110,6 +110,7 @@ void CQueManList::Add(CQueManEntry* entry) {
             // Up to a second, as always, but a worker that takes a unit ends the wait, so a
             // fast consumer is not left idle while the producer sleeps.
             m_roomWaiters.fetch_add(1);
+            m_producerWaits.fetch_add(1, std::memory_order_relaxed);
             m_clock.waitMs(1000, m_roomCondition, m_roomLock,
                            [&] { return m_length.load() <= threshold; });
             m_roomWaiters.fetch_sub(1);
@@ -122,6 +123,8 @@ void CQueManList::Add(CQueManEntry* entry) {
         std::lock_guard guard(*this);
         append(entry);
         length = m_length.fetch_add(1) + 1;
+        if (length > m_highWater.load(std::memory_order_relaxed))
+            m_highWater.store(length, std::memory_order_relaxed);  // under the lock: no race
     }
     if (vt::lowMemory() && vt::allocateReserveMemory()) vt::setLowMemory(false);
     // A worker that is draining takes this unit too, so another one is woken only when the

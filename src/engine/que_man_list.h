@@ -65,6 +65,11 @@ class CQueManList : public CThreadSafeLinkedList {
 
     int32_t getLength() const noexcept { return m_length.load(); }
     int32_t getLimit() const noexcept { return m_limit; }
+    // The longest the queue has been, and how often a producer waited at the limit.
+    int32_t getHighWater() const noexcept { return m_highWater.load(std::memory_order_relaxed); }
+    uint64_t getProducerWaits() const noexcept {
+        return m_producerWaits.load(std::memory_order_relaxed);
+    }
     int32_t liveWorkers() const noexcept { return m_liveWorkers.load(); }
 
     // The length above which a producer waits: the limit, or with low memory the length on
@@ -100,6 +105,8 @@ class CQueManList : public CThreadSafeLinkedList {
     vt::Clock& m_clock;
     int32_t m_limit;
     std::atomic<int32_t> m_length{0};
+    std::atomic<int32_t> m_highWater{0};
+    std::atomic<uint64_t> m_producerWaits{0};
     std::atomic<bool> m_stopProcessing{false};
     std::atomic<int32_t> m_liveWorkers{0};
     std::atomic<int32_t> m_draining{0};  // workers inside the drain loop

@@ -32,4 +32,7 @@ std::string localTimeText(int64_t seconds);
 // (POSIX_SPAWN_SETSIGMASK with an empty set).
 void prepareProcessSignals();
 
+// The process's resident memory and thread count, for the agent's counters.
+bool queryProcessUsage(uint64_t& residentKb, uint32_t& threads) noexcept;
+
 }  // namespace vt

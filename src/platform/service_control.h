@@ -45,9 +45,11 @@ bool sendServiceStatus(ServiceStatusHandle handle, const ServiceStatus& status);
 // Console mode: calls `handler` on a thread of its own when the console interrupt arrives
 // (Windows: Ctrl+C or Ctrl+Break; Linux: SIGINT or SIGTERM). Remove before the process ends.
 bool installConsoleStopHandler(ConsoleStopHandler handler);
-// The user control the agent's log rotation request arrives as.
+// The user controls the agent's log rotation request and its counters request arrive as.
 inline constexpr uint32_t kReopenLogsControl = 128;
-// Linux: SIGHUP is handed to `handler` as kReopenLogsControl, in service and console mode.
+inline constexpr uint32_t kWriteCountersControl = 129;
+// Linux: SIGHUP and SIGUSR1 are handed to `handler` as kReopenLogsControl and
+// kWriteCountersControl, in service and console mode.
 // Windows: nothing to do, the service control manager delivers user controls to the service.
 void installUserControlSignal(ServiceControlHandler handler);
 void removeConsoleStopHandler();

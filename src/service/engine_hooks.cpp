@@ -1,12 +1,18 @@
 #include "service/engine_hooks.h"
 
+#include <chrono>
 #include <memory>
+#include <mutex>
+#include <string>
 
 #include "base/config_settings.h"
 #include "base/debug_log.h"
 #include "engine/rule_set_list.h"
+#include "engine/stats.h"
+#include "platform/process.h"
 #include "service/action_type_table.h"
 #include "service/service_manager.h"
+#include "service/stats_reporter.h"
 #include "sources/info_source.h"
 
 namespace vt {
@@ -24,6 +30,18 @@ std::unique_ptr<CServiceManager>& agentServiceManager() {
     return manager;
 }
 
+// Held while the manager is made or destroyed and while a report reads its queue: a report
+// may be asked for by a signal at any moment.
+std::mutex& managerLock() {
+    static std::mutex lock;
+    return lock;
+}
+
+std::unique_ptr<CStatsReporter>& statsReporter() {
+    static std::unique_ptr<CStatsReporter> reporter;
+    return reporter;
+}
+
 }  // namespace
 
 void engineLoadRuleSets(const CConfigSettings&) {
@@ -32,14 +50,36 @@ void engineLoadRuleSets(const CConfigSettings&) {
                 static_cast<unsigned>(loaded));
 }
 
+std::string engineStatsReport() {
+    std::string line;
+    {
+        std::lock_guard guard(managerLock());
+        CServiceManager* manager = agentServiceManager().get();
+        line = CStatsRegistry::instance().report(manager ? manager->getQueue() : nullptr);
+    }
+    uint64_t residentKb = 0;
+    uint32_t threads = 0;
+    if (queryProcessUsage(residentKb, threads))
+        line += " | process rss=" + std::to_string(residentKb) +
+                "KB threads=" + std::to_string(threads);
+    return line;
+}
+
 void engineStartServices(const CConfigSettings& settings, CNTService& host) {
     std::unique_ptr<CServiceManager>& manager = agentServiceManager();
-    manager = std::make_unique<CServiceManager>();
+    {
+        std::lock_guard guard(managerLock());
+        manager = std::make_unique<CServiceManager>();
+    }
+    if (settings.statsIntervalSeconds > 0)
+        statsReporter() = std::make_unique<CStatsReporter>(
+            std::chrono::seconds(settings.statsIntervalSeconds), engineStatsReport);
     manager->StartupServices(settings, RegRoot::LocalMachine, CQuilletString(kServicesKeyPath),
                              CQuilletString(kAgentDataKeyPath), &agentRuleSets(), host);
 }
 
 void engineShutdownServices(CNTService& host) {
+    statsReporter().reset();
     CServiceManager* manager = agentServiceManager().get();
     if (!manager) {
         debugWrite(DBG_MINIMUM, "CKestrelSrvc|OnShutdown: no service manager was started\r\n");
@@ -52,7 +92,10 @@ bool engineClearProcessState() {
     std::unique_ptr<CServiceManager>& manager = agentServiceManager();
     const int32_t detached = manager ? manager->getDetachedThreads() : 0;
     // The sources and the queue go before the rule sets their units are bound to.
-    manager.reset();
+    {
+        std::lock_guard guard(managerLock());
+        manager.reset();
+    }
     if (detached > 0) {
         debugPrintf(DBG_MINIMUM,
                     "CKestrelSrvc|OnShutdown: %d source thread(s) still running - the rule sets "

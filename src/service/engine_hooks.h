@@ -1,4 +1,5 @@
 #pragma once
+#include <string>
 
 class CConfigSettings;
 class CNTService;
@@ -22,5 +23,8 @@ void engineShutdownServices(CNTService& host);
 // when a source thread that would not end still runs: what it uses is then left in place, and
 // the process must end without destroying its static objects.
 bool engineClearProcessState();
+
+// The counters line: the queue, every input and action, the process's memory and threads.
+std::string engineStatsReport();
 
 }  // namespace vt

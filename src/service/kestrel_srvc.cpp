@@ -128,6 +128,10 @@ void CKestrelSrvc::OnShutdown() {
 }
 
 bool CKestrelSrvc::OnUserControl(uint32_t control) {
+    if (control == vt::kWriteCountersControl) {
+        vt::debugWrite(vt::DBG_MINIMUM, vt::engineStatsReport() + "\r\n");
+        return true;
+    }
     if (control != vt::kReopenLogsControl) return CNTService::OnUserControl(control);
     vt::requestReopen();
     vt::debugWrite(vt::DBG_MINIMUM,

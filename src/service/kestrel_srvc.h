@@ -18,6 +18,7 @@ class CKestrelSrvc : public CNTService {
     void OnStop() override;
     void OnShutdown() override;
     // 128 (SIGHUP on Linux): log files are reopened by name before their next line.
+    // 129 (SIGUSR1): the counters line goes to the debug log.
     bool OnUserControl(uint32_t control) override;
     // "-c" checks the configuration ("-c -q": the exit status alone).
     std::vector<const char*> ExtraHelpLines() const override;

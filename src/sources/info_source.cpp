@@ -5,6 +5,7 @@
 #include "base/reg_access.h"
 #include "engine/que_man_list.h"
 #include "engine/rule_set_list.h"
+#include "engine/stats.h"
 #include "model/info_unit.h"
 #include "platform/guid.h"
 
@@ -27,7 +28,9 @@ CInfoSource::CInfoSource(const CQuilletString& serviceName, uint32_t serviceId, 
       m_nServiceId(serviceId),
       m_pQueue(queue),
       m_szServiceName(serviceName),
-      m_root(root) {
+      m_root(root),
+      m_counters(vt::CStatsRegistry::instance().addSource(
+          "input '" + std::string(serviceName.narrowView()) + "'")) {
     if (flag == 0) m_nReservedFlag1 = 0;
 }
 
@@ -156,7 +159,9 @@ bool CInfoSource::Enqueue(std::unique_ptr<CInfoUnit> unit) {
                         m_szServiceName.getStringA());
         return false;
     }
-    return m_pQueue->Enqueue(unit.release(), ruleList());
+    const bool taken = m_pQueue->Enqueue(unit.release(), ruleList());
+    (taken ? m_counters->units : m_counters->dropped).fetch_add(1, std::memory_order_relaxed);
+    return taken;
 }
 
 bool CInfoSource::EnqueueAndWait(CWaitableInfoUnit& unit) {
@@ -167,7 +172,9 @@ bool CInfoSource::EnqueueAndWait(CWaitableInfoUnit& unit) {
                         m_szServiceName.getStringA());
         return false;
     }
-    return m_pQueue->EnqueueAndWait(&unit, ruleList());
+    const bool taken = m_pQueue->EnqueueAndWait(&unit, ruleList());
+    (taken ? m_counters->units : m_counters->dropped).fetch_add(1, std::memory_order_relaxed);
+    return taken;
 }
 
 void CInfoSource::setRun(bool run) noexcept {

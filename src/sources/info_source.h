@@ -21,6 +21,7 @@ class CRuleSetListEntry;
 class CWaitableInfoUnit;
 
 namespace vt {
+struct SourceCounters;
 
 inline constexpr char16_t kServicesKeyPath[] = u"SOFTWARE\\Quillet\\Vantor\\Agent\\Services";
 inline constexpr char16_t kAgentDataKeyPath[] = u"SOFTWARE\\Quillet\\Vantor\\AgentData";
@@ -179,6 +180,8 @@ class CInfoSource {
 
   private:
     void notifyWaiters();
+
+    std::shared_ptr<vt::SourceCounters> m_counters;  // units handed over and refused
 
     std::mutex m_wakeLock;
     std::condition_variable m_wakeCondition;

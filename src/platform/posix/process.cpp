@@ -8,6 +8,7 @@
 #include <algorithm>
 #include <cerrno>
 #include <climits>
+#include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <ctime>
@@ -71,7 +72,23 @@ void prepareProcessSignals() {
     sigaddset(&set, SIGINT);
     sigaddset(&set, SIGTERM);
     sigaddset(&set, SIGHUP);
+    sigaddset(&set, SIGUSR1);
     pthread_sigmask(SIG_BLOCK, &set, nullptr);
+}
+
+bool queryProcessUsage(uint64_t& residentKb, uint32_t& threads) noexcept {
+    std::FILE* status = std::fopen("/proc/self/status", "r");
+    if (!status) return false;
+    char line[256];
+    residentKb = 0;
+    threads = 0;
+    while (std::fgets(line, sizeof line, status)) {
+        unsigned long long value = 0;
+        if (std::sscanf(line, "VmRSS: %llu", &value) == 1) residentKb = value;
+        if (std::sscanf(line, "Threads: %llu", &value) == 1) threads = static_cast<uint32_t>(value);
+    }
+    std::fclose(status);
+    return true;
 }
 
 }  // namespace vt

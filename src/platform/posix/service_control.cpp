@@ -70,20 +70,22 @@ void systemctl(const char* verb, const std::string& unit) {
 std::atomic<ServiceControlHandler> g_userControlHandler{nullptr};
 
 // Waits for SIGINT or SIGTERM, which every thread keeps blocked (prepareProcessSignals), and
-// hands each one to `deliver` until `stop` is set; SIGHUP goes to the user control handler.
+// hands each one to `deliver` until `stop` is set; SIGHUP and SIGUSR1 go to the user control
+// handler.
 void waitForStopSignals(const std::atomic<bool>& stop, void (*deliver)()) {
     sigset_t set;
     sigemptyset(&set);
     sigaddset(&set, SIGINT);
     sigaddset(&set, SIGTERM);
     sigaddset(&set, SIGHUP);
+    sigaddset(&set, SIGUSR1);
     pthread_sigmask(SIG_BLOCK, &set, nullptr);
     const timespec tick{0, 100 * 1000 * 1000};
     while (!stop.load()) {
         const int signal = ::sigtimedwait(&set, nullptr, &tick);
-        if (signal == SIGHUP) {
+        if (signal == SIGHUP || signal == SIGUSR1) {
             if (ServiceControlHandler handler = g_userControlHandler.load())
-                handler(kReopenLogsControl);
+                handler(signal == SIGHUP ? kReopenLogsControl : kWriteCountersControl);
         } else if (signal > 0) {
             deliver();
         }

@@ -46,7 +46,7 @@ struct SpawnAttributes {
         sigset_t none, defaults;
         sigemptyset(&none);
         sigemptyset(&defaults);
-        for (int s : {SIGPIPE, SIGINT, SIGTERM, SIGHUP, SIGCHLD}) sigaddset(&defaults, s);
+        for (int s : {SIGPIPE, SIGINT, SIGTERM, SIGHUP, SIGUSR1, SIGCHLD}) sigaddset(&defaults, s);
         posix_spawnattr_setsigmask(&attr, &none);
         posix_spawnattr_setsigdefault(&attr, &defaults);
         posix_spawnattr_setpgroup(&attr, 0);

@@ -2,6 +2,10 @@
 
 #include <windows.h>
 
+// These need the declarations of windows.h first.
+#include <psapi.h>
+#include <tlhelp32.h>
+
 #include <ctime>
 #include <vector>
 
@@ -66,5 +70,25 @@ bool currentUserName(std::string& name) {
 }
 
 void prepareProcessSignals() {}
+
+}  // namespace vt
+
+namespace vt {
+
+bool queryProcessUsage(uint64_t& residentKb, uint32_t& threads) noexcept {
+    PROCESS_MEMORY_COUNTERS counters{};
+    if (!K32GetProcessMemoryInfo(GetCurrentProcess(), &counters, sizeof counters)) return false;
+    residentKb = counters.WorkingSetSize / 1024;
+    threads = 0;
+    const DWORD self = GetCurrentProcessId();
+    HANDLE snapshot = CreateToolhelp32Snapshot(TH32CS_SNAPTHREAD, 0);
+    if (snapshot == INVALID_HANDLE_VALUE) return true;
+    THREADENTRY32 entry{};
+    entry.dwSize = sizeof entry;
+    for (BOOL more = Thread32First(snapshot, &entry); more; more = Thread32Next(snapshot, &entry))
+        if (entry.th32OwnerProcessID == self) ++threads;
+    CloseHandle(snapshot);
+    return true;
+}
 
 }  // namespace vt
