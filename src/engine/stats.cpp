@@ -12,6 +12,15 @@ void dropOrphans(std::vector<std::shared_ptr<Block>>& blocks) {
     std::erase_if(blocks, [](const std::shared_ptr<Block>& b) { return b.use_count() == 1; });
 }
 
+template <class Block>
+std::shared_ptr<Block> addBlock(std::vector<std::shared_ptr<Block>>& blocks, std::string name) {
+    auto block = std::make_shared<Block>();
+    block->name = std::move(name);
+    dropOrphans(blocks);
+    blocks.push_back(block);
+    return block;
+}
+
 std::string count(const char* label, const std::atomic<uint64_t>& value) {
     return std::string(" ") + label + "=" + std::to_string(value.load(std::memory_order_relaxed));
 }
@@ -24,21 +33,13 @@ CStatsRegistry& CStatsRegistry::instance() {
 }
 
 std::shared_ptr<SourceCounters> CStatsRegistry::addSource(std::string name) {
-    auto block = std::make_shared<SourceCounters>();
-    block->name = std::move(name);
     std::lock_guard guard(m_lock);
-    dropOrphans(m_sources);
-    m_sources.push_back(block);
-    return block;
+    return addBlock(m_sources, std::move(name));
 }
 
 std::shared_ptr<ActionCounters> CStatsRegistry::addAction(std::string name) {
-    auto block = std::make_shared<ActionCounters>();
-    block->name = std::move(name);
     std::lock_guard guard(m_lock);
-    dropOrphans(m_actions);
-    m_actions.push_back(block);
-    return block;
+    return addBlock(m_actions, std::move(name));
 }
 
 void CStatsRegistry::prune() {

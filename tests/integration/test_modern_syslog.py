@@ -15,6 +15,23 @@ FIELDS = "%syslogfacility%|%syslogpriority%|%source%|%syslogtag%|%appname%|%proc
 RULES = ROOT + "\\RuleSets"
 
 
+def start_relay(case, forward, **source):
+    """Runs the agent of `case` with a UDP syslog source (plus `source` values) whose one rule
+    forwards over TCP to 127.0.0.1 with `forward`'s values; returns the source's port."""
+    inport = free_port()
+    forward = dict({"szSyslogSendServer": "127.0.0.1", "nType": 1}, **forward)
+    case.import_config(
+        [(RULES, {"nRuleSetsVersion": 1, "nRuleSetCount": 1, "szRSName1": "Default"}),
+         (RULES + "\\RS1", {"nRuleCount": 1}),
+         (RULES + "\\RS1\\R1", {"nActionCount": 1, "nActionType1": 1001, "szActionName1": "fwd"}),
+         (RULES + "\\RS1\\R1\\A1", forward)] +
+        services((1, "in", dict({"nConfigVersion": 1, "szRuleSetName": "Default",
+                                 "nListenPort": inport, "szMyIPAddress": "127.0.0.1"}, **source))))
+    case.agent = case.spawn("-r")
+    case.wait_for(lambda: "listening on UDP" in case.log_text(), "the source", agent=case.agent)
+    return inport
+
+
 class Rfc5424In(SyslogAgent):
     def test_logger_in_both_header_forms_over_udp_and_counted_tcp(self):
         port = free_port()
@@ -67,21 +84,9 @@ class Rfc5424Out(SyslogAgent):
                     received.extend(chunk)
         reader = threading.Thread(target=accept, daemon=True)
         reader.start()
-        inport = free_port()
-        self.out = os.path.join(self.dir, "out")
-        forward = {"szSyslogSendServer": "127.0.0.1", "nSyslogSendPort": sink.getsockname()[1],
-                   "nType": 1, "nSyslogFormat": 1, "nTCPFraming": 1}
-        self.import_config(
-            [(RULES, {"nRuleSetsVersion": 1, "nRuleSetCount": 1, "szRSName1": "Default"}),
-             (RULES + "\\RS1", {"nRuleCount": 1}),
-             (RULES + "\\RS1\\R1", {"nActionCount": 1, "nActionType1": 1001,
-                                     "szActionName1": "fwd"}),
-             (RULES + "\\RS1\\R1\\A1", forward)] +
-            services((1, "in", {"nConfigVersion": 1, "szRuleSetName": "Default",
-                                "nListenPort": inport, "szMyIPAddress": "127.0.0.1",
-                                "nParseRFC5424": 1, "nTakeSourceSysFromSyslogMsg": 1})))
-        self.agent = self.spawn("-r")
-        self.wait_for(lambda: "listening on UDP" in self.log_text(), "the source", agent=self.agent)
+        inport = start_relay(self, {"nSyslogSendPort": sink.getsockname()[1], "nSyslogFormat": 1,
+                                    "nTCPFraming": 1},
+                             nParseRFC5424=1, nTakeSourceSysFromSyslogMsg=1)
         messages = [
             "<165>1 2003-10-11T22:14:15.003Z mymachine.example.com evntslog - ID47 "
             '[exampleSDID@32473 iut="3" eventSource="Application"][p@1 class="h\\]i"] An entry',

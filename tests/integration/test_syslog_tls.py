@@ -10,6 +10,7 @@ import time
 import unittest
 
 import test_forward_syslog as forwarding
+from test_modern_syslog import start_relay
 from test_service_host import ROOT, file_lines, services, write_file_rules
 from test_syslog import SyslogAgent, free_port
 
@@ -130,20 +131,8 @@ class TlsForward(SyslogAgent):
         server.bind(("127.0.0.1", 0))
         server.listen(1)
         self.addCleanup(server.close)
-        inport = free_port()
-        forward = {"szSyslogSendServer": "127.0.0.1", "nSyslogSendPort": server.getsockname()[1],
-                   "nType": 1, "nUseTLS": 1, "szTLSCAFile": pki["ca"],
-                   "szTLSServerName": "wrong.example"}
-        self.import_config(
-            [(RULES, {"nRuleSetsVersion": 1, "nRuleSetCount": 1, "szRSName1": "Default"}),
-             (RULES + "\\RS1", {"nRuleCount": 1}),
-             (RULES + "\\RS1\\R1", {"nActionCount": 1, "nActionType1": 1001,
-                                     "szActionName1": "fwd"}),
-             (RULES + "\\RS1\\R1\\A1", forward)] +
-            services((1, "in", {"nConfigVersion": 1, "szRuleSetName": "Default",
-                                "nListenPort": inport, "szMyIPAddress": "127.0.0.1"})))
-        self.agent = self.spawn("-r")
-        self.wait_for(lambda: "listening on UDP" in self.log_text(), "the source", agent=self.agent)
+        inport = start_relay(self, {"nSyslogSendPort": server.getsockname()[1], "nUseTLS": 1,
+                                    "szTLSCAFile": pki["ca"], "szTLSServerName": "wrong.example"})
         context = ssl.create_default_context(ssl.Purpose.CLIENT_AUTH)
         context.load_cert_chain(pki["server"], pki["server_key"])
         with socket.socket(socket.AF_INET, socket.SOCK_DGRAM) as s:
