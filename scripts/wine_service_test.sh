@@ -61,7 +61,8 @@ Usage: vtagent -h    --> This help message.
        vtagent -u    --> Remove (uninstall) service.
        vtagent -r    --> Run as console application.
        vtagent -r -o --> Run ONCE as console application (see Manual!).
-       vtagent -c    --> Check the configuration (-c -q: exit status only)." -h
+       vtagent -c    --> Check the configuration (-c -q: exit status only).
+       vtagent -s    --> Show the counters of the running agent." -h
 expect_output "$NAME Version 4.4\nThe service is not installed." -v
 expect_output "$NAME installed" -i
 expect_output "$NAME Version 4.4\nThe service is currently installed." -v

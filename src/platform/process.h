@@ -35,4 +35,10 @@ void prepareProcessSignals();
 // The process's resident memory and thread count, for the agent's counters.
 bool queryProcessUsage(uint64_t& residentKb, uint32_t& threads) noexcept;
 
+// Where a running agent keeps its counters for "vtagent -s": next to the hive on Linux
+// ("<hive>.counters"), next to the program on Windows ("vtagent.counters").
+std::string agentCountersPath();
+// Replaces `path` with `text` in one rename; on Linux readable and writable by the owner only.
+bool writePrivateFile(const std::string& path, const std::string& text) noexcept;
+
 }  // namespace vt

@@ -71,9 +71,9 @@ void engineStartServices(const CConfigSettings& settings, CNTService& host) {
         std::lock_guard guard(managerLock());
         manager = std::make_unique<CServiceManager>();
     }
-    if (settings.statsIntervalSeconds > 0)
-        statsReporter() = std::make_unique<CStatsReporter>(
-            std::chrono::seconds(settings.statsIntervalSeconds), engineStatsReport);
+    statsReporter() =
+        std::make_unique<CStatsReporter>(std::chrono::seconds(settings.statsIntervalSeconds),
+                                         agentCountersPath(), engineStatsReport);
     manager->StartupServices(settings, RegRoot::LocalMachine, CQuilletString(kServicesKeyPath),
                              CQuilletString(kAgentDataKeyPath), &agentRuleSets(), host);
 }

@@ -1,7 +1,11 @@
 #include "service/kestrel_srvc.h"
 
+#include <algorithm>
+#include <chrono>
 #include <cstdio>
 #include <ctime>
+#include <filesystem>
+#include <fstream>
 #include <memory>
 #include <string>
 #include <string_view>
@@ -140,10 +144,15 @@ bool CKestrelSrvc::OnUserControl(uint32_t control) {
 }
 
 std::vector<const char*> CKestrelSrvc::ExtraHelpLines() const {
-    return {"       vtagent -c    --> Check the configuration (-c -q: exit status only)."};
+    return {"       vtagent -c    --> Check the configuration (-c -q: exit status only).",
+            "       vtagent -s    --> Show the counters of the running agent."};
 }
 
 bool CKestrelSrvc::OnExtraSwitch(int argc, char** argv, int& exitCode) {
+    if (argc >= 2 && std::string_view(argv[1]) == "-s") {
+        exitCode = showCounters();
+        return true;
+    }
     if (argc < 2 || std::string_view(argv[1]) != "-c") return false;
     const bool quiet = argc > 2 && std::string_view(argv[2]) == "-q";
     const std::vector<vt::ConfigProblem> problems =
@@ -156,4 +165,33 @@ bool CKestrelSrvc::OnExtraSwitch(int argc, char** argv, int& exitCode) {
     }
     exitCode = problems.empty() ? 0 : 1;
     return true;
+}
+
+// The running agent rewrites its counters file every second: an older one is a leftover.
+int CKestrelSrvc::showCounters() {
+    const std::string path = vt::agentCountersPath();
+    std::error_code error;
+    const auto written = std::filesystem::last_write_time(path, error);
+    if (error) {
+        std::printf("No running agent: there are no counters at %s.\n", path.c_str());
+        return 1;
+    }
+    const auto age = std::chrono::duration_cast<std::chrono::seconds>(
+        std::filesystem::file_time_type::clock::now() - written);
+    std::ifstream file(path);
+    std::string line;
+    std::getline(file, line);
+    if (age.count() > 10) {
+        std::printf("No running agent: the counters at %s are %lld s old.\n", path.c_str(),
+                    static_cast<long long>(age.count()));
+        return 1;
+    }
+    // One part a line: the queue, each input, each action, the process.
+    for (size_t start = 0; start < line.size();) {
+        const size_t end = std::min(line.find(" | ", start), line.size());
+        std::printf("%s\n", line.substr(start, end - start).c_str());
+        start = end + 3;
+    }
+    std::fflush(stdout);
+    return 0;
 }

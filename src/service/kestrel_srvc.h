@@ -20,9 +20,11 @@ class CKestrelSrvc : public CNTService {
     // 128 (SIGHUP on Linux): log files are reopened by name before their next line.
     // 129 (SIGUSR1): the counters line goes to the debug log.
     bool OnUserControl(uint32_t control) override;
-    // "-c" checks the configuration ("-c -q": the exit status alone).
+    // "-c" checks the configuration ("-c -q": the exit status alone); "-s" shows the counters.
     std::vector<const char*> ExtraHelpLines() const override;
     bool OnExtraSwitch(int argc, char** argv, int& exitCode) override;
+    // "-s": the running agent's counters, one part a line; 1 when no agent runs.
+    static int showCounters();
 
   private:
     void startEngine(const CConfigSettings& general);

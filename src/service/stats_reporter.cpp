@@ -1,9 +1,16 @@
 #include "service/stats_reporter.h"
 
-#include "base/debug_log.h"
+#include <cstdio>
 
-CStatsReporter::CStatsReporter(std::chrono::seconds interval, std::function<std::string()> report)
-    : m_interval(interval), m_report(std::move(report)), m_thread([this] { loop(); }) {}
+#include "base/debug_log.h"
+#include "platform/process.h"
+
+CStatsReporter::CStatsReporter(std::chrono::seconds interval, std::string countersPath,
+                               std::function<std::string()> report)
+    : m_interval(interval),
+      m_countersPath(std::move(countersPath)),
+      m_report(std::move(report)),
+      m_thread([this] { loop(); }) {}
 
 CStatsReporter::~CStatsReporter() {
     {
@@ -12,13 +19,21 @@ CStatsReporter::~CStatsReporter() {
     }
     m_wake.notify_all();
     m_thread.join();
+    // No file: no running agent.
+    std::remove(m_countersPath.c_str());
 }
 
 void CStatsReporter::loop() {
+    auto nextLogLine = std::chrono::steady_clock::now() + m_interval;
     std::unique_lock lock(m_lock);
-    while (!m_wake.wait_for(lock, m_interval, [this] { return m_stop; })) {
+    do {
         lock.unlock();
-        vt::debugWrite(vt::DBG_MINIMUM, m_report() + "\r\n");
+        const std::string line = m_report();
+        vt::writePrivateFile(m_countersPath, line + "\n");
+        if (m_interval.count() > 0 && std::chrono::steady_clock::now() >= nextLogLine) {
+            vt::debugWrite(vt::DBG_MINIMUM, line + "\r\n");
+            nextLogLine += m_interval;
+        }
         lock.lock();
-    }
+    } while (!m_wake.wait_for(lock, std::chrono::seconds(1), [this] { return m_stop; }));
 }

@@ -6,11 +6,14 @@
 #include <string>
 #include <thread>
 
-// Writes the agent's counters to the debug log every interval on a thread of its own, until
-// stopped. The report text comes from the caller, so the reporter knows nothing of the engine.
+// Keeps the agent's counters where "vtagent -s" reads them (a file, rewritten every second and
+// removed at the end) and writes them to the debug log every `interval` (0: never), on a thread
+// of its own. The report text comes from the caller, so the reporter knows nothing of the
+// engine.
 class CStatsReporter {
   public:
-    CStatsReporter(std::chrono::seconds interval, std::function<std::string()> report);
+    CStatsReporter(std::chrono::seconds interval, std::string countersPath,
+                   std::function<std::string()> report);
     ~CStatsReporter();
     CStatsReporter(const CStatsReporter&) = delete;
     CStatsReporter& operator=(const CStatsReporter&) = delete;
@@ -19,6 +22,7 @@ class CStatsReporter {
     void loop();
 
     std::chrono::seconds m_interval;
+    std::string m_countersPath;
     std::function<std::string()> m_report;
     std::mutex m_lock;
     std::condition_variable m_wake;

@@ -34,6 +34,17 @@ class Counters(SyslogAgent):
         self.assertTrue(0 < highwater <= 51, line)
         self.assertGreater(waits, 0, line)
         self.assertRegex(line, r"\| process rss=\d+KB threads=\d+")
+        # vtagent -s shows the same counters of the running agent (within a second), one part a
+        # line; once the agent has stopped, it says that none runs.
+        expected = "input 'syslog1' units=%d dropped=0\n" % count
+        self.wait_for(lambda: expected in self.run_agent("-s").stdout, "vtagent -s",
+                      agent=self.agent)
+        shown = self.run_agent("-s")
+        self.assertEqual(shown.returncode, 0, shown.stdout)
+        self.assertTrue(shown.stdout.startswith("Stats| queue length=0 "), shown.stdout)
+        self.stop(self.agent)
+        gone = self.run_agent("-s")
+        self.assertEqual((gone.returncode, gone.stdout.split(":")[0]), (1, "No running agent"))
 
 
 if __name__ == "__main__":

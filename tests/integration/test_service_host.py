@@ -25,6 +25,7 @@ HELP = (
     "       vtagent -r    --> Run as console application.\n"
     "       vtagent -r -o --> Run ONCE as console application (see Manual!).\n"
     "       vtagent -c    --> Check the configuration (-c -q: exit status only).\n"
+    "       vtagent -s    --> Show the counters of the running agent.\n"
 )
 
 

@@ -1,5 +1,6 @@
 #include "platform/process.h"
 
+#include <fcntl.h>
 #include <pwd.h>
 #include <signal.h>
 #include <sys/resource.h>
@@ -12,6 +13,8 @@
 #include <cstdlib>
 #include <cstring>
 #include <ctime>
+
+#include "platform/registry.h"
 
 namespace vt {
 
@@ -74,6 +77,19 @@ void prepareProcessSignals() {
     sigaddset(&set, SIGHUP);
     sigaddset(&set, SIGUSR1);
     pthread_sigmask(SIG_BLOCK, &set, nullptr);
+}
+
+std::string agentCountersPath() {
+    return regHivePath() + ".counters";
+}
+
+bool writePrivateFile(const std::string& path, const std::string& text) noexcept {
+    const std::string temporary = path + ".new";
+    const int fd = ::open(temporary.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0600);
+    if (fd < 0) return false;
+    const bool written = ::write(fd, text.data(), text.size()) == static_cast<ssize_t>(text.size());
+    ::close(fd);
+    return written && ::rename(temporary.c_str(), path.c_str()) == 0;
 }
 
 bool queryProcessUsage(uint64_t& residentKb, uint32_t& threads) noexcept {

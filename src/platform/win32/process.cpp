@@ -75,6 +75,26 @@ void prepareProcessSignals() {}
 
 namespace vt {
 
+std::string agentCountersPath() {
+    std::string path = executablePath();
+    const size_t slash = path.find_last_of("\\/");
+    path.erase(slash == std::string::npos ? 0 : slash + 1);
+    return path + "vtagent.counters";
+}
+
+bool writePrivateFile(const std::string& path, const std::string& text) noexcept {
+    const std::string temporary = path + ".new";
+    HANDLE file = CreateFileA(temporary.c_str(), GENERIC_WRITE, 0, nullptr, CREATE_ALWAYS,
+                              FILE_ATTRIBUTE_NORMAL, nullptr);
+    if (file == INVALID_HANDLE_VALUE) return false;
+    DWORD written = 0;
+    const BOOL ok =
+        WriteFile(file, text.data(), static_cast<DWORD>(text.size()), &written, nullptr);
+    CloseHandle(file);
+    return ok && written == text.size() &&
+           MoveFileExA(temporary.c_str(), path.c_str(), MOVEFILE_REPLACE_EXISTING);
+}
+
 bool queryProcessUsage(uint64_t& residentKb, uint32_t& threads) noexcept {
     PROCESS_MEMORY_COUNTERS counters{};
     if (!K32GetProcessMemoryInfo(GetCurrentProcess(), &counters, sizeof counters)) return false;
