@@ -52,6 +52,8 @@ void CConfigSettings::readGeneralValues(CRegAccess& reg) {
     reg.ReadDWORDValue("nQueueLimit", queueLimit, 200000);
     reg.ReadDWORDValue("nProtectAgainstShutdown", protectAgainstShutdown, 0);
     reg.ReadDWORDValue("nStatsInterval", statsIntervalSeconds, 0);
+    reg.ReadDWORDValue("nMetricsPort", metricsPort, 0);
+    reg.ReadStringValue("szMetricsAddress", metricsAddress, CQuilletString(u"127.0.0.1"));
     reg.ReadDWORDValue("nJapanStringHandling", japanStringHandling, 0);
     reg.ReadDWORDValue(kEightBitPassThroughValue, eightBitPassThrough, 0);
     vt::setEightBitPassThrough(eightBitPassThrough != 0);

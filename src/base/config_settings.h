@@ -66,8 +66,10 @@ class CConfigSettings {
     uint32_t queueLimit = 200000;         // "nQueueLimit", 0 = unlimited
     uint32_t protectAgainstShutdown = 0;  // "nProtectAgainstShutdown"
     uint32_t statsIntervalSeconds = 0;    // "nStatsInterval": a counters line every n s; 0 off
-    uint32_t japanStringHandling = 0;     // "nJapanStringHandling"
-    uint32_t eightBitPassThrough = 0;     // kEightBitPassThroughValue
+    uint32_t metricsPort = 0;             // "nMetricsPort": the Prometheus endpoint; 0 off
+    CQuilletString metricsAddress{u"127.0.0.1"};  // "szMetricsAddress"
+    uint32_t japanStringHandling = 0;             // "nJapanStringHandling"
+    uint32_t eightBitPassThrough = 0;             // kEightBitPassThroughValue
 
     // Engine group.
     uint32_t enableEventlogWarnings = 0;     // "nEnableEventlogWarnings"

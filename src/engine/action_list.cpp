@@ -34,8 +34,7 @@ CActionListEntry::CActionListEntry(const CQuilletString& name, const CQuilletStr
     m_config = type->createConfig(m_keyPath, context);
     m_config->LoadConfig();
     m_action = type->createAction(*m_config);
-    m_counters = vt::CStatsRegistry::instance().addAction(
-        "action '" + std::string(m_name.getStringA()) + "' (" + type->name + ")");
+    m_counters = vt::CStatsRegistry::instance().addAction(m_name.getStringA(), type->name);
 }
 
 CActionListEntry::~CActionListEntry() {

@@ -11,6 +11,7 @@
 #include "engine/stats.h"
 #include "platform/process.h"
 #include "service/action_type_table.h"
+#include "service/metrics_endpoint.h"
 #include "service/service_manager.h"
 #include "service/stats_reporter.h"
 #include "sources/info_source.h"
@@ -40,6 +41,27 @@ std::mutex& managerLock() {
 std::unique_ptr<CStatsReporter>& statsReporter() {
     static std::unique_ptr<CStatsReporter> reporter;
     return reporter;
+}
+
+std::unique_ptr<CMetricsEndpoint>& metricsEndpoint() {
+    static std::unique_ptr<CMetricsEndpoint> endpoint;
+    return endpoint;
+}
+
+std::string engineMetricsText() {
+    std::string text;
+    {
+        std::lock_guard guard(managerLock());
+        CServiceManager* manager = agentServiceManager().get();
+        text = CStatsRegistry::instance().prometheusText(manager ? manager->getQueue() : nullptr);
+    }
+    uint64_t residentKb = 0;
+    uint32_t threads = 0;
+    if (queryProcessUsage(residentKb, threads)) {
+        text += metric("vtagent_process_resident_bytes", "gauge", "", residentKb * 1024);
+        text += metric("vtagent_process_threads", "gauge", "", threads);
+    }
+    return text;
 }
 
 }  // namespace
@@ -74,11 +96,18 @@ void engineStartServices(const CConfigSettings& settings, CNTService& host) {
     statsReporter() =
         std::make_unique<CStatsReporter>(std::chrono::seconds(settings.statsIntervalSeconds),
                                          agentCountersPath(), engineStatsReport);
+    if (settings.metricsPort > 0 && settings.metricsPort <= 65535) {
+        auto endpoint = std::make_unique<CMetricsEndpoint>(engineMetricsText);
+        if (endpoint->start(std::string(settings.metricsAddress.narrowView()),
+                            static_cast<uint16_t>(settings.metricsPort)))
+            metricsEndpoint() = std::move(endpoint);
+    }
     manager->StartupServices(settings, RegRoot::LocalMachine, CQuilletString(kServicesKeyPath),
                              CQuilletString(kAgentDataKeyPath), &agentRuleSets(), host);
 }
 
 void engineShutdownServices(CNTService& host) {
+    metricsEndpoint().reset();
     statsReporter().reset();
     CServiceManager* manager = agentServiceManager().get();
     if (!manager) {

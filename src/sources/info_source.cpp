@@ -29,8 +29,7 @@ CInfoSource::CInfoSource(const CQuilletString& serviceName, uint32_t serviceId, 
       m_pQueue(queue),
       m_szServiceName(serviceName),
       m_root(root),
-      m_counters(vt::CStatsRegistry::instance().addSource(
-          "input '" + std::string(serviceName.narrowView()) + "'")) {
+      m_counters(vt::CStatsRegistry::instance().addSource(std::string(serviceName.narrowView()))) {
     if (flag == 0) m_nReservedFlag1 = 0;
 }
 

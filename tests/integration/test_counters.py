@@ -5,6 +5,8 @@ import re
 import signal
 import socket
 import unittest
+import urllib.error
+import urllib.request
 
 from test_syslog import SyslogAgent, free_port
 
@@ -14,11 +16,11 @@ class Counters(SyslogAgent):
         return [l for l in self.log_text().splitlines() if "Stats| queue" in l]
 
     def test_counts_add_up_after_a_flood(self):
-        port = free_port()
+        port, metrics = free_port(), free_port()
         count = 100000
         self.start([{"nListenPort": port, "nProtocolType": 1, "nEnableTCPMsgSep": 1,
                      "szTCPMsgSep": "\\n"}], line_format="%msg%",
-                   general={"nWorkerThreads": 1, "nQueueLimit": 50})
+                   general={"nWorkerThreads": 1, "nQueueLimit": 50, "nMetricsPort": metrics})
         with socket.create_connection(("127.0.0.1", port)) as s:
             s.sendall(b"".join(b"<13>m%06d\n" % n for n in range(count)))
         self.wait_lines(count)
@@ -42,6 +44,16 @@ class Counters(SyslogAgent):
         shown = self.run_agent("-s")
         self.assertEqual(shown.returncode, 0, shown.stdout)
         self.assertTrue(shown.stdout.startswith("Stats| queue length=0 "), shown.stdout)
+        # The same in the Prometheus text format; any other path is not found.
+        url = "http://127.0.0.1:%d/" % metrics
+        text = urllib.request.urlopen(url + "metrics", timeout=10).read().decode()
+        for sample in ('vtagent_input_units_total{input="syslog1"} %d' % count,
+                       'vtagent_action_done_total{action="file",type="WriteFile"} %d' % count,
+                       "vtagent_queue_length 0", "# TYPE vtagent_queue_producer_waits_total counter"):
+            self.assertIn(sample + "\n", text)
+        with self.assertRaises(urllib.error.HTTPError) as missing:
+            urllib.request.urlopen(url + "other", timeout=10)
+        self.assertEqual(missing.exception.code, 404)
         self.stop(self.agent)
         gone = self.run_agent("-s")
         self.assertEqual((gone.returncode, gone.stdout.split(":")[0]), (1, "No running agent"))
