@@ -48,13 +48,16 @@ std::unique_ptr<CMetricsEndpoint>& metricsEndpoint() {
     return endpoint;
 }
 
+// The registry's counters in one of its formats, with the running queue (none before the
+// manager is made or after it is gone).
+std::string countersText(std::string (CStatsRegistry::*format)(const CQueManList*) const) {
+    std::lock_guard guard(managerLock());
+    CServiceManager* manager = agentServiceManager().get();
+    return (CStatsRegistry::instance().*format)(manager ? manager->getQueue() : nullptr);
+}
+
 std::string engineMetricsText() {
-    std::string text;
-    {
-        std::lock_guard guard(managerLock());
-        CServiceManager* manager = agentServiceManager().get();
-        text = CStatsRegistry::instance().prometheusText(manager ? manager->getQueue() : nullptr);
-    }
+    std::string text = countersText(&CStatsRegistry::prometheusText);
     uint64_t residentKb = 0;
     uint32_t threads = 0;
     if (queryProcessUsage(residentKb, threads)) {
@@ -73,12 +76,7 @@ void engineLoadRuleSets(const CConfigSettings&) {
 }
 
 std::string engineStatsReport() {
-    std::string line;
-    {
-        std::lock_guard guard(managerLock());
-        CServiceManager* manager = agentServiceManager().get();
-        line = CStatsRegistry::instance().report(manager ? manager->getQueue() : nullptr);
-    }
+    std::string line = countersText(&CStatsRegistry::report);
     uint64_t residentKb = 0;
     uint32_t threads = 0;
     if (queryProcessUsage(residentKb, threads))
