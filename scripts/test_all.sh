@@ -42,6 +42,9 @@ windows() {
   wineserver -k >/dev/null 2>&1 || true
   # The agent as a real service under Wine's service control manager (own prefix, bounded).
   timeout 900 bash scripts/wine_service_test.sh "$BUILD/windows" || rc=1
+  # The probes of the Windows build against the Linux tests' real servers.
+  timeout 600 python3 tests/integration/wine_probes.py "$BUILD/windows" || rc=1
+  wineserver -k >/dev/null 2>&1 || true
   return $rc
 }
 

@@ -1,7 +1,8 @@
 """vtagent's network probes against real servers on loopback: nginx for HTTP and HTTPS (a test
-CA), aiosmtpd for SMTP, and small responders written here for the greeting protocols (NNTP,
-IMAP, POP3, FTP: their Debian servers are not started here), a server that never answers, an
-echo server for the port probe, and ICMP echo on 127.0.0.1."""
+CA), aiosmtpd for SMTP, vsftpd for FTP, dovecot for IMAP and POP3, small responders written here
+for NNTP (no news server is packaged here) and for greetings a real server will not send on
+demand, a server that never answers, an echo server for the port probe, and ICMP echo on
+127.0.0.1."""
 import os
 import socket
 import subprocess
@@ -10,7 +11,7 @@ import time
 import unittest
 
 from test_send_mail import SYSTEM_PYTHON, aiosmtpd_available, make_certificates
-from test_service_host import AgentTestCase, file_lines, services, write_file_rules
+from test_service_host import VTAGENT, AgentTestCase, file_lines, services, write_file_rules
 from test_syslog import free_port
 
 HERE = os.path.dirname(os.path.abspath(__file__))
@@ -71,6 +72,94 @@ http { access_log off; client_body_temp_path %(d)s/tmp; proxy_temp_path %(d)s/tm
             except OSError:
                 time.sleep(0.05)
         self.fail("nginx did not start")
+
+    def wait_listening(self, port, what):
+        for _ in range(200):
+            try:
+                socket.create_connection(("127.0.0.1", port), timeout=1).close()
+                return
+            except OSError:
+                time.sleep(0.05)
+        self.fail(what + " did not start")
+
+    def start_server(self, name, command, config, port):
+        """Starts a Debian server with `config` written to its own file, on loopback `port`."""
+        path = os.path.join(self.dir, name + ".conf")
+        with open(path, "w") as f:
+            f.write(config)
+        server = subprocess.Popen(command + [path], stdout=subprocess.DEVNULL,
+                                  stderr=subprocess.DEVNULL)
+        self.addCleanup(lambda: (server.terminate(), server.wait()))
+        self.wait_listening(port, name)
+
+    def start_vsftpd(self, port, extra=""):
+        empty = os.path.join(self.dir, "ftp-empty")
+        os.makedirs(empty, exist_ok=True)
+        self.start_server("vsftpd%d" % port, ["/usr/sbin/vsftpd"], (
+            "listen=YES\nlisten_ipv6=NO\nlisten_address=127.0.0.1\nlisten_port=%d\n"
+            "background=NO\nanonymous_enable=YES\nanon_root=%s\nlocal_enable=NO\n"
+            "secure_chroot_dir=%s\nftpd_banner=test FTP ready\nxferlog_enable=NO\n%s"
+            % (port, empty, empty, extra)), port)
+
+    def start_dovecot(self, imap, pop3):
+        d = os.path.join(self.dir, "dovecot")
+        os.makedirs(os.path.join(d, "run"))
+        listener = "service %s-login {\n inet_listener %s {\n  port = %d\n }\n " \
+                   "inet_listener %ss {\n  port = 0\n }\n}\n"
+        self.start_server("dovecot", ["/usr/sbin/dovecot", "-F", "-c"], (
+            "base_dir = %(d)s/run\nstate_dir = %(d)s/state\nlog_path = %(d)s/log\n"
+            "protocols = imap pop3\nlisten = 127.0.0.1\nssl = no\n"
+            "mail_location = maildir:%(d)s/mail/%%u\n"
+            "passdb {\n driver = static\n args = password=x\n}\n"
+            "userdb {\n driver = static\n args = uid=nobody gid=nogroup home=%(d)s/%%u\n}\n"
+            % {"d": d}) + listener % ("imap", "imap", imap, "imap") +
+            listener % ("pop3", "pop3", pop3, "pop3"), pop3)
+
+    @unittest.skipUnless(os.path.exists("/usr/sbin/vsftpd") and os.path.exists("/usr/sbin/dovecot"),
+                         "vsftpd or dovecot is not installed")
+    def test_ftp_imap_pop3_against_their_debian_servers(self):
+        # A full vsftpd answers with 421, which fails the FTP probe with that status.
+        ftp, full, imap, pop3 = free_port(), free_port(), free_port(), free_port()
+        self.start_vsftpd(ftp)
+        self.start_vsftpd(full, "max_clients=1\n")
+        for _ in range(100):  # the start-up check's own connection may still count
+            holder = socket.create_connection(("127.0.0.1", full))
+            self.addCleanup(holder.close)
+            if holder.recv(100).startswith(b"220"):
+                break
+            time.sleep(0.05)
+        self.start_dovecot(imap, pop3)
+        ok = {"nGenerateOnSuccess": 1}
+        got = self.run_probes([(18, dict(ok, nFTPPort=ftp)), (21, dict(ok, nIMAPPort=imap)),
+                               (20, dict(ok, nPOP3Port=pop3)), (18, {"nFTPPort": full})], 4)
+        self.assertIn('18 FTPProbe status="success" target="127.0.0.1" port="%d" netstate="0" '
+                      'message="220 test FTP ready"' % ftp, got)
+        self.assertTrue(any(l.startswith('18 FTPProbe status="fail" target="127.0.0.1" port="%d" '
+                                         'netstate="421" message="421 ' % full) for l in got), got)
+        self.assertTrue(any(l.startswith('21 IMAPProbe status="success" target="127.0.0.1" '
+                                         'port="%d" netstate="0" message="* OK ' % imap)
+                            for l in got), got)
+        self.assertTrue(any(l.startswith('20 POP3Probe status="success" target="127.0.0.1" '
+                                         'port="%d" netstate="0" message="+OK ' % pop3)
+                            for l in got), got)
+
+    def test_ping_in_a_network_namespace_with_nothing_behind_it(self):
+        # A fresh network namespace has no route at all: the probe fails with the network's
+        # own error instead of waiting for replies that cannot come.
+        if subprocess.run(["unshare", "-n", "true"], capture_output=True).returncode != 0:
+            self.skipTest("no permission to make a network namespace")
+        out = os.path.join(self.dir, "out")
+        self.import_config(write_file_rules(out, line_format="%iut% %msg%%$CRLF%") +
+                           services((8, "ping", {"nConfigVersion": 1, "szRuleSetName": "Default",
+                                                 "szIPAddress": "192.0.2.1", "nSleepTime": 60000,
+                                                 "nTimeOutLimit": 1000})))
+        agent = subprocess.Popen(["unshare", "-n", VTAGENT, "-r"], env=self.env, cwd=self.dir,
+                                 stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL)
+        self.addCleanup(self.stop, agent)
+        lines = lambda: file_lines(os.path.join(out, "out.log"))
+        self.wait_for(lines, "the ping unit", 30, agent)
+        self.assertEqual(lines(), [b'8 PingProbe status="fail" target="192.0.2.1" port="0" '
+                                   b'netstate="10051" message="Network is unreachable"'])
 
     def run_probes(self, probes, count):
         """Runs the probes [(type, values)] until `count` units are written; returns them."""
