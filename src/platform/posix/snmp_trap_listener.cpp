@@ -1,5 +1,6 @@
 #include "platform/snmp_trap_listener.h"
 
+#include "platform/socket_api.h"
 #include "platform/utf_codec.h"
 
 // The library's headers must come in this order.
@@ -25,6 +26,7 @@ namespace {
 
 constexpr oid kSysUpTime[] = {1, 3, 6, 1, 2, 1, 1, 3, 0};
 constexpr size_t kPrintBuffer = 4096;
+constexpr int kReceiveBuffer = 16 * 1024 * 1024;
 
 // The library's global state is shared by every listener of the process.
 std::mutex& libraryLock() {
@@ -193,6 +195,8 @@ bool CSnmpTrapListener::Impl::openTransport(const std::string& spec) {
         say(SnmpLogLevel::Error, text);
         return false;
     }
+    // Bursts of traps (a switch reporting every port) wait in the kernel while units are built.
+    net::setSocketReceiveBuffer(transport->sock, kReceiveBuffer);
     netsnmp_session session;
     snmp_sess_init(&session);
     session.peername = SNMP_DEFAULT_PEERNAME;
