@@ -86,10 +86,13 @@ std::string engineStatsReport() {
 }
 
 void engineStartServices(const CConfigSettings& settings, CNTService& host) {
-    std::unique_ptr<CServiceManager>& manager = agentServiceManager();
     {
+        // A report asked for meanwhile waits: the manager fills in its queue while it starts.
         std::lock_guard guard(managerLock());
+        std::unique_ptr<CServiceManager>& manager = agentServiceManager();
         manager = std::make_unique<CServiceManager>();
+        manager->StartupServices(settings, RegRoot::LocalMachine, CQuilletString(kServicesKeyPath),
+                                 CQuilletString(kAgentDataKeyPath), &agentRuleSets(), host);
     }
     statsReporter() =
         std::make_unique<CStatsReporter>(std::chrono::seconds(settings.statsIntervalSeconds),
@@ -100,13 +103,12 @@ void engineStartServices(const CConfigSettings& settings, CNTService& host) {
                             static_cast<uint16_t>(settings.metricsPort)))
             metricsEndpoint() = std::move(endpoint);
     }
-    manager->StartupServices(settings, RegRoot::LocalMachine, CQuilletString(kServicesKeyPath),
-                             CQuilletString(kAgentDataKeyPath), &agentRuleSets(), host);
 }
 
 void engineShutdownServices(CNTService& host) {
     metricsEndpoint().reset();
     statsReporter().reset();
+    std::lock_guard guard(managerLock());
     CServiceManager* manager = agentServiceManager().get();
     if (!manager) {
         debugWrite(DBG_MINIMUM, "CKestrelSrvc|OnShutdown: no service manager was started\r\n");
