@@ -48,6 +48,8 @@ class WineProbes(test_probes.Probes):
             for key, values in sections:
                 f.write("\n[%s]\n" % key + "".join(reg_value(k, v) for k, v in values.items()))
         self.wine("reg", "delete", ROOT, "/f")
+        # The Wine prefix is the unit tests' too, and they expect no configuration there.
+        self.addCleanup(self.wine, "reg", "delete", ROOT, "/f")
         self.assertEqual(self.wine("regedit", "/S", windows_path(reg)).returncode, 0)
         agent = subprocess.Popen(["wine", EXE, "-r"], env=self.env, cwd=self.dir,
                                  stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL)
